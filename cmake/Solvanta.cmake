@@ -1,0 +1,40 @@
+# Build conventions shared by every folder: one static library per folder, one test
+# executable per library, warnings as errors, optional sanitizers.
+
+set(SOLVANTA_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+    -Wno-missing-field-initializers)
+if(SOLVANTA_WERROR)
+  list(APPEND SOLVANTA_WARNINGS -Werror)
+endif()
+
+if(SOLVANTA_SANITIZE)
+  string(REPLACE ";" "," _san "${SOLVANTA_SANITIZE}")
+  add_compile_options(-fsanitize=${_san} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${_san})
+endif()
+
+# solvanta_library(<name> SOURCES ... [DEPS ...] [PUBLIC_DEPS ...])
+# Defines the static library solvanta_<name> (alias solvanta::<name>) rooted at src/.
+function(solvanta_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;PUBLIC_DEPS" ${ARGN})
+  add_library(solvanta_${name} STATIC ${ARG_SOURCES})
+  add_library(solvanta::${name} ALIAS solvanta_${name})
+  target_include_directories(solvanta_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+  target_compile_options(solvanta_${name} PRIVATE ${SOLVANTA_WARNINGS})
+  target_link_libraries(solvanta_${name} PUBLIC ${ARG_PUBLIC_DEPS} PRIVATE ${ARG_DEPS})
+endfunction()
+
+# solvanta_tests(<name> SOURCES ... [DEPS ...] [LABELS ...])
+# Defines the test executable <name>_tests, linked with gmock and the shared test main,
+# and registers every test case with CTest.
+function(solvanta_tests name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LABELS" ${ARGN})
+  add_executable(${name}_tests ${ARG_SOURCES})
+  target_compile_options(${name}_tests PRIVATE ${SOLVANTA_WARNINGS})
+  target_link_libraries(${name}_tests PRIVATE ${ARG_DEPS} solvanta::testmain GTest::gmock)
+  set(_labels ${name} ${ARG_LABELS})
+  gtest_discover_tests(${name}_tests
+    TEST_PREFIX "${name}."
+    PROPERTIES LABELS "${_labels}"
+    DISCOVERY_TIMEOUT 60)
+endfunction()

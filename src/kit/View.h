@@ -1,0 +1,161 @@
+// View: the base of the UI model. A view holds the properties the app sets and that a
+// renderer draws; it knows its superview and owns its subviews and gesture recognizers.
+// Views are main-thread objects, always owned by shared_ptr (make them with kit::make).
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kit/Color.h"
+#include "kit/Geometry.h"
+#include "kit/Object.h"
+#include "kit/Observable.h"
+
+namespace kit {
+
+class GestureRecognizer;
+
+// How content fills a view (the platform's values).
+enum class ContentMode {
+  ScaleToFill = 0,
+  ScaleAspectFit = 1,
+  ScaleAspectFill = 2,
+  Redraw = 3,
+  Center = 4,
+};
+
+// Makes a view (or any Object) owned by shared_ptr.
+template <class T, class... Args>
+std::shared_ptr<T> make(Args&&... args) {
+  return std::make_shared<T>(std::forward<Args>(args)...);
+}
+
+class View : public Object, public Observable {
+ public:
+  View() = default;
+  explicit View(Rect frame) : frame_(frame) {}
+  ~View() override;
+
+  // --- Hierarchy ---
+  View* superview() const { return superview_; }
+  const std::vector<std::shared_ptr<View>>& subviews() const { return subviews_; }
+  // Adds `view` on top of the subviews, taking it from its old superview first.
+  void addSubview(std::shared_ptr<View> view);
+  void removeFromSuperview();
+  // True when `view` is this view or lies below it.
+  bool isDescendantOf(const View& ancestor) const;
+  // The nearest ancestor (not this view) of type T, or null.
+  template <class T>
+  T* ancestorOfType() const {
+    for (View* v = superview_; v; v = v->superview_) {
+      if (auto* t = dynamic_cast<T*>(v)) return t;
+    }
+    return nullptr;
+  }
+
+  // --- Properties (each setter notifies its name on change) ---
+  bool isHidden() const { return hidden_; }
+  void setHidden(bool v) { assign(hidden_, v, "hidden"); }
+  double alpha() const { return alpha_; }
+  void setAlpha(double v) { assign(alpha_, v, "alpha"); }
+  const std::optional<Color>& backgroundColor() const { return backgroundColor_; }
+  void setBackgroundColor(std::optional<Color> v) { assign(backgroundColor_, v, "backgroundColor"); }
+  const std::optional<Color>& tintColor() const { return tintColor_; }
+  void setTintColor(std::optional<Color> v) { assign(tintColor_, v, "tintColor"); }
+  bool isUserInteractionEnabled() const { return userInteractionEnabled_; }
+  void setUserInteractionEnabled(bool v) { assign(userInteractionEnabled_, v, "userInteractionEnabled"); }
+  const Rect& frame() const { return frame_; }
+  void setFrame(Rect v) { assign(frame_, v, "frame"); }
+  Rect bounds() const { return Rect{{0, 0}, frame_.size}; }
+  const AffineTransform& transform() const { return transform_; }
+  void setTransform(AffineTransform v) { assign(transform_, v, "transform"); }
+  int tag() const { return tag_; }
+  void setTag(int v) { assign(tag_, v, "tag"); }
+  ContentMode contentMode() const { return contentMode_; }
+  void setContentMode(ContentMode v) { assign(contentMode_, v, "contentMode"); }
+  bool clipsToBounds() const { return clipsToBounds_; }
+  void setClipsToBounds(bool v) { assign(clipsToBounds_, v, "clipsToBounds"); }
+  // 0 unspecified, 1 light, 2 dark.
+  int overrideUserInterfaceStyle() const { return overrideUserInterfaceStyle_; }
+  void setOverrideUserInterfaceStyle(int v) { assign(overrideUserInterfaceStyle_, v, "overrideUserInterfaceStyle"); }
+
+  // Layer properties: border, corner radius, shadow, and a rounded-corner mask.
+  double borderWidth() const { return borderWidth_; }
+  void setBorderWidth(double v) { assign(borderWidth_, v, "borderWidth"); }
+  const std::optional<Color>& borderColor() const { return borderColor_; }
+  void setBorderColor(std::optional<Color> v) { assign(borderColor_, v, "borderColor"); }
+  double cornerRadius() const { return cornerRadius_; }
+  void setCornerRadius(double v) { assign(cornerRadius_, v, "cornerRadius"); }
+  const std::optional<Color>& shadowColor() const { return shadowColor_; }
+  void setShadowColor(std::optional<Color> v) { assign(shadowColor_, v, "shadowColor"); }
+  Size shadowOffset() const { return shadowOffset_; }
+  void setShadowOffset(Size v) { assign(shadowOffset_, v, "shadowOffset"); }
+  double shadowRadius() const { return shadowRadius_; }
+  void setShadowRadius(double v) { assign(shadowRadius_, v, "shadowRadius"); }
+  double shadowOpacity() const { return shadowOpacity_; }
+  void setShadowOpacity(double v) { assign(shadowOpacity_, v, "shadowOpacity"); }
+  // Corners (RectCorner mask) rounded by a mask layer over the bounds; 0 means no mask.
+  unsigned maskedCorners() const { return maskedCorners_; }
+  double maskCornerRadius() const { return maskCornerRadius_; }
+  void setCornerMask(unsigned corners, double radius);
+
+  // --- Gestures ---
+  void addGestureRecognizer(std::shared_ptr<GestureRecognizer> recognizer);
+  const std::vector<std::shared_ptr<GestureRecognizer>>& gestureRecognizers() const {
+    return gestureRecognizers_;
+  }
+
+  // --- Editing ---
+  virtual bool isFirstResponder() const { return false; }
+  virtual bool resignFirstResponder() { return false; }
+  // Makes every first responder in this view's subtree resign. Returns true.
+  bool endEditing(bool force);
+
+  // Registers this view with the next layout pass.
+  void setNeedsLayout();
+  // Runs this view's pending layout work now; the layout pass calls it.
+  virtual void layoutIfNeeded() {}
+
+  // True when this view and all its ancestors are shown and take touches.
+  bool isReachableByTouch() const;
+
+  // Notifies `property` to this view's observers (for subclasses' own properties).
+  void notifyChanged(std::string_view property) { notify(property); }
+
+ private:
+  View* superview_ = nullptr;
+  std::vector<std::shared_ptr<View>> subviews_;
+  std::vector<std::shared_ptr<GestureRecognizer>> gestureRecognizers_;
+  bool hidden_ = false;
+  double alpha_ = 1.0;
+  std::optional<Color> backgroundColor_;
+  std::optional<Color> tintColor_;
+  bool userInteractionEnabled_ = true;
+  Rect frame_;
+  AffineTransform transform_;
+  int tag_ = 0;
+  ContentMode contentMode_ = ContentMode::ScaleToFill;
+  bool clipsToBounds_ = false;
+  int overrideUserInterfaceStyle_ = 0;
+  double borderWidth_ = 0;
+  std::optional<Color> borderColor_;
+  double cornerRadius_ = 0;
+  std::optional<Color> shadowColor_;
+  Size shadowOffset_{0, -3};
+  double shadowRadius_ = 3;
+  double shadowOpacity_ = 0;
+  unsigned maskedCorners_ = 0;
+  double maskCornerRadius_ = 0;
+};
+
+// The screen the app runs on: its bounds in points. Set by whoever renders; headless the
+// phone size 390 by 844.
+class Screen {
+ public:
+  static Rect mainBounds();
+  static void setMainBounds(Rect bounds);
+};
+
+}  // namespace kit

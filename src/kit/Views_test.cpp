@@ -1,0 +1,110 @@
+#include <gtest/gtest.h>
+
+#include "kit/Controls.h"
+#include "kit/GestureRecognizer.h"
+#include "kit/Views.h"
+
+namespace {
+
+TEST(ViewTest, ObserversHearOnlyRealChanges) {
+  auto label = kit::make<kit::Label>();
+  std::vector<std::string> heard;
+  int token = label->addObserver([&](std::string_view p) { heard.emplace_back(p); });
+  label->setText("a");
+  label->setText("a");
+  label->setHidden(false);
+  label->setHidden(true);
+  label->removeObserver(token);
+  label->setText("b");
+  EXPECT_EQ(heard, (std::vector<std::string>{"text", "hidden"}));
+}
+
+TEST(ViewTest, HierarchyMovesAViewBetweenParents) {
+  auto a = kit::make<kit::View>(), b = kit::make<kit::View>(), child = kit::make<kit::View>();
+  a->addSubview(child);
+  b->addSubview(child);
+  EXPECT_TRUE(a->subviews().empty());
+  EXPECT_EQ(child->superview(), b.get());
+  EXPECT_TRUE(child->isDescendantOf(*b));
+  child->removeFromSuperview();
+  EXPECT_EQ(child->superview(), nullptr);
+}
+
+TEST(ButtonTest, TitlesFallBackToTheNormalState) {
+  auto button = kit::make<kit::Button>();
+  button->setTitle("Select All", kit::kControlStateNormal);
+  button->setTitle("Deselect All", kit::kControlStateSelected);
+  EXPECT_EQ(button->currentTitle(), "Select All");
+  button->setSelected(true);
+  EXPECT_EQ(button->currentTitle(), "Deselect All");
+  button->setEnabled(false);
+  EXPECT_EQ(button->currentTitle(), "Deselect All");
+  button->setSelected(false);
+  EXPECT_EQ(button->currentTitle(), "Select All");
+}
+
+TEST(ControlTest, TapsReachOnlyVisibleEnabledControls) {
+  auto parent = kit::make<kit::View>();
+  auto button = kit::make<kit::Button>();
+  parent->addSubview(button);
+  int taps = 0;
+  button->addTarget([&](kit::Object* sender) {
+    EXPECT_EQ(sender, button.get());
+    ++taps;
+  }, kit::kControlEventTouchUpInside);
+  EXPECT_TRUE(kit::tap(*button));
+  button->setEnabled(false);
+  EXPECT_FALSE(kit::tap(*button));
+  button->setEnabled(true);
+  parent->setHidden(true);
+  EXPECT_FALSE(kit::tap(*button));
+  EXPECT_EQ(taps, 1);
+}
+
+TEST(GestureTest, LongPressReportsStateAndLocation) {
+  auto view = kit::make<kit::View>(kit::makeRect(0, 0, 100, 100));
+  auto press = kit::make<kit::LongPressGestureRecognizer>();
+  std::vector<kit::GestureState> states;
+  kit::Point where;
+  press->addTarget([&](kit::GestureRecognizer& r) {
+    states.push_back(r.state());
+    where = r.locationInView();
+  });
+  view->addGestureRecognizer(press);
+  press->recognize(kit::GestureState::Began, {10, 20});
+  press->recognize(kit::GestureState::Ended, {12, 22});
+  EXPECT_EQ(states, (std::vector<kit::GestureState>{kit::GestureState::Began, kit::GestureState::Ended}));
+  EXPECT_EQ(where, (kit::Point{12, 22}));
+  auto tapper = kit::make<kit::TapGestureRecognizer>();
+  int taps = 0;
+  tapper->addTarget([&](kit::GestureRecognizer&) { ++taps; });
+  view->addGestureRecognizer(tapper);
+  EXPECT_TRUE(kit::tap(*view));
+  EXPECT_EQ(taps, 1);
+}
+
+class DigitsOnly : public kit::TextFieldDelegate {
+ public:
+  bool shouldChangeCharactersInRange(kit::TextField&, std::size_t location, std::size_t,
+                                     const std::string& s) override {
+    return location < 4 && s >= "0" && s <= "9";
+  }
+};
+
+TEST(TextFieldTest, TypingAsksTheDelegateForEachCharacter) {
+  auto root = kit::make<kit::View>();
+  auto field = kit::make<kit::TextField>();
+  root->addSubview(field);
+  auto delegate = std::make_shared<DigitsOnly>();
+  field->setDelegate(delegate);
+  int changes = 0;
+  field->addTarget([&](kit::Object*) { ++changes; }, kit::kControlEventEditingChanged);
+  field->typeText("1a2345");
+  EXPECT_EQ(field->text(), "1234");
+  EXPECT_EQ(changes, 4);
+  EXPECT_TRUE(field->isFirstResponder());
+  root->endEditing(true);
+  EXPECT_FALSE(field->isFirstResponder());
+}
+
+}  // namespace

@@ -1,0 +1,31 @@
+#include "platform/PhotoLibrary.h"
+
+#include <algorithm>
+
+#include "kit/Fatal.h"
+
+namespace platform {
+
+const AssetPtr& FetchResult::objectAtIndex(int index) const {
+  if (index < 0 || index >= count()) {
+    kit::fatal("fetch result index " + std::to_string(index) + " beyond bounds " +
+               std::to_string(count()));
+  }
+  return assets_[static_cast<std::size_t>(index)];
+}
+
+void sortAssets(std::vector<AssetPtr>& assets, const FetchOptions* options) {
+  if (!options) return;
+  for (auto it = options->sortDescriptors.rbegin(); it != options->sortDescriptors.rend(); ++it) {
+    if (it->key != "creationDate") continue;
+    bool ascending = it->ascending;
+    std::stable_sort(assets.begin(), assets.end(), [ascending](const AssetPtr& a, const AssetPtr& b) {
+      auto da = a->creationDate(), db = b->creationDate();
+      double ta = da ? da->timeIntervalSince1970 : -1e300;
+      double tb = db ? db->timeIntervalSince1970 : -1e300;
+      return ascending ? ta < tb : tb < ta;
+    });
+  }
+}
+
+}  // namespace platform

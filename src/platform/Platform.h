@@ -1,0 +1,45 @@
+// The installed platform: one implementation of each service, reached through the accessors
+// below (the app's equivalents of the platform's shared objects). A sim or desktop platform
+// installs itself before the app runs; using a service that is not installed is a fatal error.
+#pragma once
+
+#include <memory>
+
+#include "platform/AdsNetwork.h"
+#include "platform/Application.h"
+#include "platform/Device.h"
+#include "platform/FileManager.h"
+#include "platform/ImageManager.h"
+#include "platform/PhotoLibrary.h"
+#include "platform/PreferenceStore.h"
+
+namespace platform {
+
+struct Services {
+  std::shared_ptr<PhotoLibrary> photoLibrary;
+  std::shared_ptr<ImageManager> imageManager;
+  std::shared_ptr<AssetImageGenerator> assetImageGenerator;
+  std::shared_ptr<FileManager> fileManager;
+  std::shared_ptr<PreferenceStore> preferences;
+  std::shared_ptr<Application> application;
+  std::shared_ptr<AdsNetwork> adsNetwork;
+  std::shared_ptr<Device> device;
+};
+
+// Installs `services`, replacing what was installed. Call before the app runs.
+void install(Services services);
+// Removes every service.
+void uninstall();
+const Services& services();
+
+PhotoLibrary& photoLibrary();
+ImageManager& imageManager();
+AssetImageGenerator& assetImageGenerator();
+FileManager& fileManager();
+// The standard preference store.
+PreferenceStore& preferences();
+Application& application();
+AdsNetwork& adsNetwork();
+Device& device();
+
+}  // namespace platform
