@@ -1,0 +1,30 @@
+// solvanta: the command line program.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+namespace {
+
+const char* const kUsage =
+    "Usage: solvanta <command> [options]\n"
+    "\n"
+    "Solvanta finds duplicate photos and videos in a photo library.\n"
+    "\n"
+    "Commands:\n"
+    "  help       show this text\n"
+    "  version    print the version\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2 || std::strcmp(argv[1], "help") == 0 || std::strcmp(argv[1], "--help") == 0) {
+    std::fputs(kUsage, argc < 2 ? stderr : stdout);
+    return argc < 2 ? 2 : 0;
+  }
+  if (std::strcmp(argv[1], "version") == 0 || std::strcmp(argv[1], "--version") == 0) {
+    std::puts("solvanta 0.1.0");
+    return 0;
+  }
+  std::fprintf(stderr, "solvanta: unknown command '%s'\n\n%s", argv[1], kUsage);
+  return 2;
+}
