@@ -19,12 +19,16 @@ void sortAssets(std::vector<AssetPtr>& assets, const FetchOptions* options) {
   for (auto it = options->sortDescriptors.rbegin(); it != options->sortDescriptors.rend(); ++it) {
     if (it->key != "creationDate") continue;
     bool ascending = it->ascending;
-    std::stable_sort(assets.begin(), assets.end(), [ascending](const AssetPtr& a, const AssetPtr& b) {
+    auto before = [ascending](const AssetPtr& a, const AssetPtr& b) {
       auto da = a->creationDate(), db = b->creationDate();
       double ta = da ? da->timeIntervalSince1970 : -1e300;
       double tb = db ? db->timeIntervalSince1970 : -1e300;
       return ascending ? ta < tb : tb < ta;
-    });
+    };
+    // Libraries are mostly kept in date order already; a stable sort would leave them as they are.
+    if (!std::is_sorted(assets.begin(), assets.end(), before)) {
+      std::stable_sort(assets.begin(), assets.end(), before);
+    }
   }
 }
 

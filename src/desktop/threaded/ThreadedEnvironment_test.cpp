@@ -138,3 +138,39 @@ TEST_F(ThreadedTest, ClockIsTheSystemsWallClock) {
 }
 
 }  // namespace
+
+// Copy-on-write arrays handed from a writer thread to the main thread while the writer keeps
+// appending: every snapshot keeps exactly its prefix.
+#include "kit/AtomicShared.h"
+#include "kit/CowArray.h"
+
+namespace {
+
+TEST_F(ThreadedTest, CowArraySnapshotsCrossThreadsSafely) {
+  using Array = kit::CowArray<std::shared_ptr<const int>>;
+  kit::AtomicShared<const Array> published;
+  std::atomic<bool> done{false};
+  std::atomic<int> checked{0};
+  kit::globalQueue(kit::QoS::Background).async([&] {
+    Array array;
+    for (int i = 0; i < 3000; ++i) {
+      array.append(std::make_shared<const int>(i));
+      published.store(std::make_shared<const Array>(array));
+      if (i % 100 == 0) {
+        kit::mainQueue().async([&, copy = array] {
+          for (std::size_t k = 0; k < copy.size(); ++k) ASSERT_EQ(*copy[k], static_cast<int>(k));
+          ++checked;
+        });
+      }
+    }
+    done = true;
+  });
+  ASSERT_TRUE(runUntil([&] {
+    if (auto snapshot = published.load()) {
+      for (std::size_t k = 0; k < snapshot->size(); k += 7) EXPECT_EQ(*(*snapshot)[k], static_cast<int>(k));
+    }
+    return done.load() && checked.load() == 30;
+  }));
+}
+
+}  // namespace

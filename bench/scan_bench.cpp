@@ -1,0 +1,78 @@
+// startScan(1) to the finished event on simulated libraries of photos taken in bursts,
+// including the main-queue work the scan posts (progress labels and section lists, as the
+// scan screen would queue them).
+#include <benchmark/benchmark.h>
+
+#include <memory>
+#include <string>
+
+#include "kit/Views.h"
+#include "media/PhotosCallBack.h"
+#include "media/Scan.h"
+#include "sim/World.h"
+
+namespace {
+
+// Hops to the main queue like the scan screen: a label per progress event, the list per
+// section.
+class ScreenLikeListener : public media::PhotosCallBackDelegate {
+ public:
+  void totalPhotosCount(std::int64_t n) override { total = n; }
+  void photoScanProgress(std::int64_t i) override {
+    kit::mainQueue().async([this, i] { label->setText(std::to_string(i) + "/" + std::to_string(total)); });
+  }
+  void photoSectionsChanged(const media::PhotoSections& s) override {
+    kit::mainQueue().async([this, s] { sections = s; });
+  }
+  void photoScanFinished() override { finished = true; }
+  void setSectionArray1(media::PhotoSections s) override { sections = std::move(s); }
+  void reloadSections() override {}
+
+  std::int64_t total = 0;
+  bool finished = false;
+  media::PhotoSections sections;
+  std::shared_ptr<kit::Label> label = kit::make<kit::Label>();
+};
+
+// `count` photos in bursts of five, two seconds apart, bursts ten minutes apart.
+std::vector<std::shared_ptr<const platform::Asset>> burstLibrary(int count) {
+  std::vector<std::shared_ptr<const platform::Asset>> assets;
+  assets.reserve(count);
+  for (int i = 0; i < count; ++i) {
+    double t = 1.6e9 + (i / 5) * 600.0 + (i % 5) * 2.0;
+    assets.push_back(sim::photo(t, "p" + std::to_string(i)));
+  }
+  return assets;
+}
+
+void BM_PhotoScan(benchmark::State& state) {
+  const int count = static_cast<int>(state.range(0));
+  auto library = burstLibrary(count);
+  std::size_t sections = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    {
+      sim::World world;
+      world.platform.photos().setStatus(platform::AuthorizationStatus::Authorized);
+      world.platform.photos().setAssets(library);
+      auto listener = std::make_shared<ScreenLikeListener>();
+      media::PhotosCallBack::shared()->itemdelegates.store(listener);
+      state.ResumeTiming();
+      media::startScan(1);
+      world.env.runUntilIdle();
+      state.PauseTiming();
+      if (!listener->finished) state.SkipWithError("the scan did not finish");
+      sections = listener->sections.size();
+    }
+    state.ResumeTiming();
+  }
+  state.counters["photos"] = count;
+  state.counters["sections"] = static_cast<double>(sections);
+  state.SetItemsProcessed(state.iterations() * count);
+}
+
+BENCHMARK(BM_PhotoScan)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+
+}  // namespace
+
+BENCHMARK_MAIN();
