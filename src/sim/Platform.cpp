@@ -388,10 +388,9 @@ class SimBannerView : public platform::BannerView {
   SimBannerView(platform::AdSize size, AdsNetwork* network) : BannerView(size), network_(network) {}
   void loadRequest(const platform::AdRequest&) override {
     auto outcome = network_->nextOutcome("banner", adUnitID());
-    std::weak_ptr<platform::BannerView> weak = std::static_pointer_cast<platform::BannerView>(shared_from_this());
-    network_->deliver([weak, outcome] {
-      auto banner = weak.lock();
-      if (!banner) return;
+    // A request in flight keeps its banner alive, as the network's own requests do.
+    auto banner = std::static_pointer_cast<platform::BannerView>(shared_from_this());
+    network_->deliver([banner, outcome] {
       auto d = banner->delegate();
       if (!d) return;
       if (outcome == AdsNetwork::Outcome::Fill) d->bannerViewDidReceiveAd(*banner);
