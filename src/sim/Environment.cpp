@@ -102,6 +102,11 @@ void Environment::scheduleTimer(const std::shared_ptr<SimTimer>& timer, double d
 void Environment::post(SimQueue* queue, kit::Task task) {
   if (queue->kind() == SimQueue::Main) {
     main_.push_back(std::move(task));
+    if (eagerMain_ && inBackground_ && !drainingEagerly_) {
+      Flag draining(drainingEagerly_, true);
+      Flag onMain(inBackground_, false);
+      runMain();
+    }
   } else {
     background_.push_back({queue, std::move(task)});
   }

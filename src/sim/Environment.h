@@ -69,6 +69,11 @@ class Environment : public kit::Environment {
   // A readable account of the clock and of everything pending.
   std::string describe() const;
 
+  // When on, a main-queue task posted by background work runs at once, before the background
+  // task goes on, as an idle main thread on another core would run it. Off by default: main
+  // tasks then wait until the test runs the main queue.
+  void setEagerMain(bool eager) { eagerMain_ = eager; }
+
   void setNow(double secondsSince1970) { now_ = secondsSince1970; }
   // Sets the device's time zone (the default zone of every new formatter).
   void setTimeZone(std::shared_ptr<const kit::TimeZone> zone);
@@ -106,6 +111,8 @@ class Environment : public kit::Environment {
   std::map<std::pair<double, std::uint64_t>, Delayed> delayed_;
   std::uint64_t seq_ = 0;
   bool inBackground_ = false;
+  bool eagerMain_ = false;
+  bool drainingEagerly_ = false;
   bool running_ = false;
   SimQueue* runningQueue_ = nullptr;
 };

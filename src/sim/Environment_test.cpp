@@ -21,6 +21,19 @@ TEST(SimEnvironmentTest, AdvanceRunsWorkThatDelayedTasksMakeReady) {
   EXPECT_EQ(log.back(), "later");
 }
 
+TEST(SimEnvironmentTest, EagerMainRunsMainWorkInsideBackgroundWork) {
+  sim::Environment env;
+  env.setEagerMain(true);
+  std::vector<std::string> log;
+  kit::globalQueue(kit::QoS::Background).async([&] {
+    kit::mainQueue().async([&] { log.push_back(kit::isMainThread() ? "main" : "not main"); });
+    log.push_back(kit::isMainThread() ? "bg on main?" : "bg");
+  });
+  kit::mainQueue().async([&] { log.push_back("first"); });
+  env.runBackground();
+  EXPECT_EQ(log, (std::vector<std::string>{"first", "main", "bg"}));
+}
+
 TEST(SimEnvironmentTest, EachEnvironmentStartsFromFreshState) {
   {
     sim::Environment env;

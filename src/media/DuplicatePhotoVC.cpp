@@ -1,0 +1,445 @@
+#include "media/DuplicatePhotoVC.h"
+
+#include "ads/ADNetAdaptiveBannerAd.h"
+#include "kit/Console.h"
+#include "kit/NavigationController.h"
+#include "kit/NotificationCenter.h"
+#include "kit/ProgressHUD.h"
+#include "media/Scan.h"
+#include "platform/Platform.h"
+#include "shared/CollectionViewFlowLayOut.h"
+#include "shared/ViewHelpers.h"
+
+namespace media {
+
+// ---- PhotosTableViewCell ----
+
+void PhotosTableViewCell::awakeFromNib() {
+  auto header = kit::make<kit::Label>();
+  contentView().addSubview(header);
+  registerOutlet("headerCell", header);
+  auto cross = kit::make<kit::Button>();
+  contentView().addSubview(cross);
+  registerOutlet("crossSectionButton", cross);
+  auto remove = kit::make<kit::Button>();
+  remove->setImage(kit::Image::named("delete"), kit::kControlStateNormal);
+  contentView().addSubview(remove);
+  registerOutlet("sectionDelete", remove);
+  auto strip = kit::make<kit::CollectionView>();
+  strip->setCollectionViewLayout(std::make_shared<shared::CollectionViewFlowLayOut>());
+  contentView().addSubview(strip);
+  registerOutlet("collectionView", strip);
+  registerOutlet("collectionHeighContraint", std::make_shared<kit::LayoutConstraint>(140.0));
+}
+
+// ---- DuplicatePhotoVC ----
+
+DuplicatePhotoVC::DuplicatePhotoVC() {
+  registerAction("findDuplicateBtn", [this](kit::Object*) { findDuplicateBtn(); });
+  registerAction("allowButtonAction", [this](kit::Object*) { allowButtonAction(); });
+  registerAction("backButtonAction", [this](kit::Object*) { backButtonAction(); });
+  registerAction("okBtnBtnAction", [this](kit::Object*) { okBtnBtnAction(); });
+}
+
+void DuplicatePhotoVC::loadView() {
+  kit::ViewController::loadView();
+  view().setFrame(kit::Screen::mainBounds());
+  view().setBackgroundColor(kit::Color::white());
+
+  auto heading = addOutlet<kit::Label>("headingLbl");
+  heading->setText(std::string("Duplicates"));
+  auto back = addOutlet<kit::Button>("backButton");
+  back->setImage(kit::Image::named("back"), kit::kControlStateNormal);
+  connect(*back, "backButtonAction");
+
+  addOutlet<kit::TableView>("tableView");
+  auto selectAll = addOutlet<kit::Button>("totalSelectBtn");
+  selectAll->setTitle("Select All", kit::kControlStateNormal);
+  addOutlet<kit::Label>("totalSelectedLbl")->setText(std::string("Selected"));
+  addOutlet<kit::Label>("duplicatePhotoCount")->setText(std::string("0"));
+
+  auto cleanBar = addOutlet<kit::View>("cleanButtonView");
+  addOutlet<kit::Button>("cleanButton", cleanBar.get());
+  registerOutlet("cleanHeightConstraint", std::make_shared<kit::LayoutConstraint>(45.0));
+
+  addOutlet<kit::ImageView>("noPhotoImageView");
+  addOutlet<kit::Label>("duplicatetext");
+  addOutlet<kit::Label>("noImageLabel")->setNumberOfLines(0);
+  auto allow = addOutlet<kit::Button>("allowBtnOutlet");
+  allow->setTitle("Allow Access", kit::kControlStateNormal);
+  connect(*allow, "allowButtonAction");
+
+  auto scanning = addOutlet<kit::View>("scanningView");
+  addOutlet<kit::View>("animationImgView", scanning.get());
+  addOutlet<kit::Label>("scanHeadLbl", scanning.get());
+  addOutlet<kit::Label>("scanSubheadingLbl", scanning.get());
+  addOutlet<kit::Label>("progressLbl", scanning.get());
+
+  addOutlet<kit::View>("hideView")->setBackgroundColor(kit::Color{0, 0, 0, 0.4});
+  auto find = addOutlet<kit::View>("findPhotoView");
+  addOutlet<kit::Label>("cleanHeadLbl", find.get());
+  addOutlet<kit::Label>("cleanSubheadingLbl", find.get())->setNumberOfLines(0);
+  auto findButton = addOutlet<kit::Button>("findBtn", find.get());
+  connect(*findButton, "findDuplicateBtn");
+
+  auto popup = addOutlet<kit::View>("deletePopView");
+  addOutlet<kit::View>("animationImageView", popup.get());
+  addOutlet<kit::View>("deleteImgView", popup.get());
+  addOutlet<kit::Button>("cancelButton", popup.get())->setTitle("Cancel", kit::kControlStateNormal);
+
+  addOutlet<kit::View>("adsView");
+  addOutlet<kit::View>("bannerAdsView");
+  registerOutlet("bannerAdsViewHeight", std::make_shared<kit::LayoutConstraint>(0.0));
+
+  tableView->registerCell(PhotosTableViewCell::kReuseIdentifier, [] { return kit::make<PhotosTableViewCell>(); });
+}
+
+void DuplicatePhotoVC::setupAnimation(kit::AnimationView& animation, const std::string& name, kit::View& holder) {
+  animation.setAnimationName(name);
+  animation.setContentMode(kit::ContentMode::ScaleToFill);
+  animation.setLoopMode(kit::LoopMode::Loop);
+  animation.setFrame(holder.bounds());
+  holder.addSubview(std::static_pointer_cast<kit::View>(animation.shared_from_this()));
+  animation.play();
+}
+
+void DuplicatePhotoVC::viewDidLoad() {
+  auto self = sharedAs<DuplicatePhotoVC>();
+  tableView->setDelegate(self);
+  tableView->setDataSource(self);
+  tableView->setSeparatorStyle(0);
+
+  noImageLabel->setHidden(true);
+  duplicatetext->setHidden(true);
+  noPhotoImageView->setHidden(true);
+
+  kit::mainQueue().async([self] { self->reloadSections(); });
+
+  platform::application().setIdleTimerDisabled(true);
+
+  cleanButton->setEnabled(false);
+  cleanButton->setTitle("Finding Duplicates..", kit::kControlStateNormal);
+
+  scanningView->setHidden(true);
+  deletePopView->setHidden(true);
+  cleanButtonView->setHidden(true);
+  cleanHeightConstraint->setConstant(0);
+  totalSelectedLbl->setHidden(true);
+  duplicatePhotoCount->setHidden(true);
+  adsView->setHidden(true);
+
+  scanHeadLbl->setText(std::string("Scanning....please wait"));
+  scanSubheadingLbl->setText(std::string("We are onto it, please be patient."));
+
+  totalSelectBtn->setCornerRadius(10);
+  totalSelectBtn->setBorderWidth(1);
+  totalSelectBtn->setBorderColor(shared::colorFromHex("#2485EF"));
+
+  kit::mainQueue().async([self] { self->setupAnimation(*self->animationView, "scan", *self->animationImgView); });
+  setupAnimation(*animationSecondView, "clean", *animationImageView);
+  setupAnimation(*animationThirdView, "delete", *deleteImgView);
+
+  if (shared::checkPhotoPermission()) {
+    findPhotoView->setHidden(false);
+    hideView->setHidden(false);
+    allowBtnOutlet->setHidden(true);
+  } else {
+    cleanButtonView->setHidden(true);
+    cleanHeightConstraint->setConstant(0);
+    findPhotoView->setHidden(true);
+    hideView->setHidden(true);
+    duplicatetext->setHidden(false);
+    noImageLabel->setHidden(false);
+    noPhotoImageView->setHidden(false);
+    totalSelectBtn->setHidden(true);
+    totalSelectedLbl->setHidden(true);
+    duplicatePhotoCount->setHidden(true);
+    showPermissionText();
+    allowBtnOutlet->setHidden(false);
+  }
+}
+
+void DuplicatePhotoVC::viewWillAppear(bool) {
+  auto self = sharedAs<DuplicatePhotoVC>();
+  PhotosCallBack::shared()->itemdelegates.store(self);
+  shared::PhotosPermissionCallback::shared()->itemdelegates.store(self);
+  VideosCallBackListner::shared()->itemdelegates.store(self);
+
+  kit::mainQueue().async([self] { self->reloadSections(); });
+
+  cancelButton->setBorderColor(shared::colorFromHex("525252"));
+  cancelButton->setBorderWidth(1);
+
+  ads::ADNetAdaptiveBannerAd::shared()->loadBanner(self, bannerAdsView.shared(), bannerAdsViewHeight.shared());
+
+  cleanHeadLbl->setText(std::string("Let's Begin"));
+  if (isPhotos()) {
+    cleanSubheadingLbl->setText(std::string(
+        "This feature will go through your gallery to pick duplicate photos. Don't worry it won't delete "
+        "before your confirmation"));
+    findBtn->setTitle("Find Duplicate Photos", kit::kControlStateNormal);
+  } else {
+    cleanSubheadingLbl->setText(std::string(
+        "This feature will go through your gallery to pick duplicate Videos. Don't worry it won't delete "
+        "before your confirmation."));
+    findBtn->setTitle("Find Duplicate Videos", kit::kControlStateNormal);
+  }
+}
+
+void DuplicatePhotoVC::viewDidAppear(bool) { kit::NotificationCenter::defaultCenter().removeObserver(this); }
+
+void DuplicatePhotoVC::reloadSections() {
+  auto self = sharedAs<DuplicatePhotoVC>();
+  kit::mainQueue().async([self] { self->tableView->reloadData(); });
+}
+
+// ---- Actions ----
+
+void DuplicatePhotoVC::findDuplicateBtn() {
+  findPhotoView->setHidden(true);
+  scanningView->setHidden(false);
+  hideView->setHidden(true);
+  int type = isPhotos() ? 1 : 2;
+  dateFromDayString("");
+  dateFromDayString("");
+  startScan(type);
+}
+
+void DuplicatePhotoVC::allowButtonAction() {
+  if (shared::checkPhotoPermission()) {
+    findPhotoView->setHidden(false);
+    hideView->setHidden(false);
+    allowBtnOutlet->setHidden(true);
+    noImageLabel->setHidden(true);
+    duplicatetext->setHidden(true);
+    noPhotoImageView->setHidden(true);
+    return;
+  }
+  std::string url = platform::kOpenSettingsURLString;
+  if (url.empty()) return;
+  platform::application().openURL(url, {}, nullptr);
+}
+
+void DuplicatePhotoVC::backButtonAction() {
+  if (auto* nav = navigationController()) nav->popViewControllerAnimated(false);
+}
+
+void DuplicatePhotoVC::okBtnBtnAction() {
+  if (auto* nav = navigationController()) nav->popViewControllerAnimated(false);
+}
+
+// ---- Named screen changes ----
+
+void DuplicatePhotoVC::showFindPrompt() {
+  findPhotoView->setHidden(false);
+  hideView->setHidden(false);
+  allowBtnOutlet->setHidden(true);
+  noImageLabel->setHidden(true);
+  duplicatetext->setHidden(true);
+  noPhotoImageView->setHidden(true);
+}
+
+void DuplicatePhotoVC::showPermissionText() {
+  duplicatetext->setText(std::string("Permission Needed"));
+  noImageLabel->setText(std::string(
+      "Allow this feature to access all photos in your gallery in order to find all duplicate photos hidden "
+      "inside your iPhone."));
+  noPhotoImageView->setImage(kit::Image::named("permission"));
+}
+
+void DuplicatePhotoVC::showNoAssets(const std::string& text, const std::string& title) {
+  cleanButtonView->setHidden(true);
+  cleanHeightConstraint->setConstant(0);
+  cleanButton->setHidden(true);
+  noImageLabel->setText(text);
+  duplicatetext->setText(title);
+  noPhotoImageView->setHidden(false);
+  tableView->setHidden(true);
+  scanningView->setHidden(true);
+  totalSelectBtn->setHidden(true);
+  totalSelectedLbl->setHidden(true);
+  duplicatePhotoCount->setHidden(true);
+  noImageLabel->setHidden(false);
+  allowBtnOutlet->setHidden(true);
+}
+
+void DuplicatePhotoVC::showNoDuplicates() {
+  noImageLabel->setHidden(false);
+  duplicatetext->setHidden(false);
+  noPhotoImageView->setHidden(false);
+  totalSelectBtn->setHidden(true);
+  totalSelectedLbl->setHidden(true);
+  duplicatePhotoCount->setHidden(true);
+}
+
+void DuplicatePhotoVC::showResultCounters() {
+  totalSelectBtn->setHidden(false);
+  totalSelectedLbl->setHidden(false);
+  duplicatePhotoCount->setHidden(false);
+}
+
+void DuplicatePhotoVC::showResultPanels() {
+  cleanButton->setEnabled(true);
+  tableView->setHidden(false);
+  cleanButtonView->setHidden(false);
+  cleanHeightConstraint->setConstant(45);
+  scanningView->setHidden(true);
+}
+
+// ---- Listener operations ----
+
+void DuplicatePhotoVC::permissionResult(bool granted, const std::string&) {
+  auto self = sharedAs<DuplicatePhotoVC>();
+  kit::mainQueue().async([self, granted] {
+    if (granted) self->showFindPrompt();
+    else self->showPermissionText();
+  });
+}
+
+void DuplicatePhotoVC::totalPhotosCount(std::int64_t count) {
+  totalImageCount = count;
+  auto self = sharedAs<DuplicatePhotoVC>();
+  if (count == 0) kit::mainQueue().async([self] { self->headingLbl->setText(std::string("Duplicate Photo")); });
+  if (count <= 0) {
+    kit::mainQueue().async([self] { self->showNoAssets(self->noImageFoundText, self->duplicatePhotos); });
+  }
+}
+
+void DuplicatePhotoVC::totalVideosCount(std::int64_t count) {
+  auto self = sharedAs<DuplicatePhotoVC>();
+  if (count == 0) kit::mainQueue().async([self] { self->headingLbl->setText(std::string("Duplicate Video")); });
+  if (count <= 0) {
+    kit::mainQueue().async([self] { self->showNoAssets(self->noVideoFoundText, self->duplicateVideos); });
+  }
+}
+
+void DuplicatePhotoVC::photoScanProgress(std::int64_t index) {
+  kit::printLine("progress" + std::to_string(index));
+  auto self = sharedAs<DuplicatePhotoVC>();
+  kit::mainQueue().async([self, index] {
+    self->progressLbl->setText(std::to_string(index) + "/" + std::to_string(self->totalImageCount.load()));
+  });
+}
+
+void DuplicatePhotoVC::photoSectionsChanged(const PhotoSections& sections) {
+  std::weak_ptr<DuplicatePhotoVC> weak = sharedAs<DuplicatePhotoVC>();
+  kit::mainQueue().async([weak, sections] {
+    if (auto self = weak.lock()) {
+      self->setSectionArray1(sections);
+      self->reloadSections();
+    }
+  });
+}
+
+void DuplicatePhotoVC::setSectionArray1(PhotoSections sections) {
+  photoSections_.store(std::make_shared<const PhotoSections>(std::move(sections)));
+}
+
+void DuplicatePhotoVC::setVideoSectionArray(VideoSections sections) {
+  videoSections_.store(std::make_shared<const VideoSections>(std::move(sections)));
+}
+
+void DuplicatePhotoVC::photoScanFinished() { scanFinished(); }
+
+void DuplicatePhotoVC::videoScanFinished() { scanFinished(); }
+
+// Both finished events: the count of the sections is read here, on the scan's thread, so
+// sections still queued for the main thread are not in it.
+void DuplicatePhotoVC::scanFinished() {
+  auto self = sharedAs<DuplicatePhotoVC>();
+  kit::mainQueue().async([] { kit::ProgressHUD::shared().dismiss(); });
+  std::size_t count = sectionCount();
+  kit::mainQueue().async([self, count] {
+    if (count == 0) self->showNoDuplicates();
+    else self->showResultCounters();
+  });
+  kit::mainQueue().async([self] { self->showResultPanels(); });
+}
+
+std::size_t DuplicatePhotoVC::sectionCount() const {
+  return isPhotos() ? photoSections_.load()->size() : videoSections_.load()->size();
+}
+
+// ---- Table ----
+
+namespace {
+
+// Counts the marked members over `sections`, writing the counters and the clean button's title
+// after each section; returns the number of members.
+template <class Sections>
+std::size_t countMarks(const Sections& sections, bool isAutoSelect, kit::Label& count, kit::Button& clean,
+                       const char* titlePrefix) {
+  std::int64_t running = 0;
+  std::size_t listed = 0;
+  for (const auto& section : sections) {
+    for (const auto& member : section->image) running += member->isSelected ? 1 : 0;
+    for (const auto& member : section->image) {
+      if (isAutoSelect && !member->isBestPhoto) ++listed;
+    }
+    count.setText(std::to_string(running));
+    clean.setTitle(std::string(titlePrefix) + std::to_string(running) + ")", kit::kControlStateNormal);
+  }
+  return listed;
+}
+
+}  // namespace
+
+int DuplicatePhotoVC::numberOfRowsInSection(kit::TableView&, int) {
+  const bool photos = isPhotos();
+  auto photoSections = photoSections_.load();
+  auto videoSections = videoSections_.load();
+  std::size_t count = photos ? photoSections->size() : videoSections->size();
+  if (count > 0) {
+    cleanButton->setHidden(false);
+    noImageLabel->setHidden(true);
+    duplicatetext->setHidden(true);
+    noPhotoImageView->setHidden(true);
+    std::size_t listed = photos ? countMarks(*photoSections, isAutoSelect, *duplicatePhotoCount, *cleanButton,
+                                             "Free up Space (")
+                                : countMarks(*videoSections, isAutoSelect, *duplicatePhotoCount, *cleanButton,
+                                             "Free up space (");
+    totalImageCount = static_cast<std::int64_t>(listed);
+    totalPhotoSize = 0;
+    return static_cast<int>(count);
+  }
+
+  bool access = shared::checkPhotoPermission();
+  const char* heading = photos ? "Duplicate Photo" : "Duplicate Video";
+  if (access) {
+    noImageLabel->setText(photos ? noImageFoundText : noVideoFoundText);
+    duplicatetext->setText(photos ? duplicatePhotos : duplicateVideos);
+    cleanButtonView->setHidden(true);
+    cleanHeightConstraint->setConstant(0);
+    cleanButton->setHidden(true);
+    headingLbl->setText(std::string(heading));
+    scanningView->setHidden(true);
+    tableView->setHidden(true);
+    totalSelectBtn->setHidden(true);
+    totalSelectedLbl->setHidden(true);
+    duplicatePhotoCount->setHidden(true);
+  } else {
+    duplicatetext->setText(std::string("Permission Needed"));
+    noImageLabel->setText(std::string(
+        photos ? "Please allow us permission to scan all photos and videos present in the device"
+               : "Allow this feature to access all photos in your gallery in order to find all duplicate photos "
+                 "hidden inside your iPhone."));
+    noPhotoImageView->setImage(kit::Image::named("permission"));
+    cleanButtonView->setHidden(true);
+    cleanHeightConstraint->setConstant(0);
+    cleanButton->setHidden(true);
+    headingLbl->setText(std::string(heading));
+    scanningView->setHidden(true);
+    tableView->setHidden(true);
+    totalSelectBtn->setHidden(true);
+  }
+  return 0;
+}
+
+std::shared_ptr<kit::TableViewCell> DuplicatePhotoVC::cellForRowAtIndexPath(kit::TableView& table,
+                                                                          kit::IndexPath indexPath) {
+  // Rows show their sections once the review of results is in place; until then a row is the
+  // bare cell.
+  return table.dequeueReusableCellWithIdentifier(PhotosTableViewCell::kReuseIdentifier, indexPath);
+}
+
+}  // namespace media

@@ -1,0 +1,151 @@
+// DuplicatePhotoVC: the screen behind both the duplicate-photos and the duplicate-videos flow:
+// permission, the find prompt, scanning with progress, and the results or the empty message.
+// It listens to both scans and to the permission check through the process-wide slots, which
+// keep it alive after it has left the navigation stack.
+//
+// Runs on the main queue, except the listener operations, which the scans call on their
+// background thread; those hop to the main queue as stated per operation.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "kit/AtomicShared.h"
+#include "kit/Lists.h"
+#include "kit/ViewController.h"
+#include "kit/Views.h"
+#include "media/PhotosCallBack.h"
+#include "media/VideosCallBackListner.h"
+#include "shared/PhotoPermission.h"
+
+namespace media {
+
+// One table row: a section's strip of thumbnails, with the section's own check mark and
+// delete button.
+class PhotosTableViewCell : public kit::TableViewCell {
+ public:
+  static constexpr const char* kReuseIdentifier = "PhotosTableViewCell";
+  void awakeFromNib() override;
+};
+
+class DuplicatePhotoVC : public kit::ViewController,
+                         public kit::TableViewDataSource,
+                         public kit::TableViewDelegate,
+                         public PhotosCallBackDelegate,
+                         public VideosCallBackDelegate,
+                         public shared::PhotosPermissionCallbackDelegate {
+ public:
+  DuplicatePhotoVC();
+
+  // --- Fields ---
+  // Only "Photos" means the photo path; any other text the video path.
+  std::string selectedtype = "Photos";
+  // The progress label's denominator; written by the scan's thread.
+  std::atomic<std::int64_t> totalImageCount{0};
+  // Set by the row pass; read by the deletion flow.
+  std::int64_t totalPhotoSize = 0;
+  // Always true.
+  bool isAutoSelect = true;
+
+  const std::string noImageFoundText = "We have thoroughly checked your gallery and did not find any duplicate photos.";
+  const std::string noVideoFoundText = "We have thoroughly checked your gallery and did not find any duplicate Videos. ";
+  const std::string duplicatePhotos = "No Duplicate Photos Found";
+  const std::string duplicateVideos = "No Duplicate Videos Found";
+
+  std::shared_ptr<kit::AnimationView> animationView = kit::make<kit::AnimationView>();
+  std::shared_ptr<kit::AnimationView> animationSecondView = kit::make<kit::AnimationView>();
+  std::shared_ptr<kit::AnimationView> animationThirdView = kit::make<kit::AnimationView>();
+
+  // The screen's sections. Photo sections are assigned on the main queue, video sections on
+  // the scan's thread; both are read on either.
+  PhotoSections sectionArray1() const { return *photoSections_.load(); }
+  VideoSections videoSectionArray() const { return *videoSections_.load(); }
+
+  // --- Outlets ---
+  kit::Outlet<kit::View> findPhotoView{this, "findPhotoView"};
+  kit::Outlet<kit::Label> cleanHeadLbl{this, "cleanHeadLbl"};
+  kit::Outlet<kit::Label> cleanSubheadingLbl{this, "cleanSubheadingLbl"};
+  kit::Outlet<kit::Button> findBtn{this, "findBtn"};
+  kit::Outlet<kit::View> hideView{this, "hideView"};
+  kit::Outlet<kit::Button> allowBtnOutlet{this, "allowBtnOutlet"};
+  kit::Outlet<kit::Label> noImageLabel{this, "noImageLabel"};
+  kit::Outlet<kit::Label> duplicatetext{this, "duplicatetext"};
+  kit::Outlet<kit::ImageView> noPhotoImageView{this, "noPhotoImageView"};
+  kit::Outlet<kit::View> scanningView{this, "scanningView"};
+  kit::Outlet<kit::Label> scanHeadLbl{this, "scanHeadLbl"};
+  kit::Outlet<kit::Label> scanSubheadingLbl{this, "scanSubheadingLbl"};
+  kit::Outlet<kit::Label> progressLbl{this, "progressLbl"};
+  kit::Outlet<kit::View> animationImgView{this, "animationImgView"};
+  kit::Outlet<kit::TableView> tableView{this, "tableView"};
+  kit::Outlet<kit::Button> totalSelectBtn{this, "totalSelectBtn"};
+  kit::Outlet<kit::Label> totalSelectedLbl{this, "totalSelectedLbl"};
+  kit::Outlet<kit::Label> duplicatePhotoCount{this, "duplicatePhotoCount"};
+  kit::Outlet<kit::View> cleanButtonView{this, "cleanButtonView"};
+  kit::Outlet<kit::Button> cleanButton{this, "cleanButton"};
+  kit::Outlet<kit::LayoutConstraint> cleanHeightConstraint{this, "cleanHeightConstraint"};
+  kit::Outlet<kit::Label> headingLbl{this, "headingLbl"};
+  kit::Outlet<kit::View> deletePopView{this, "deletePopView"};
+  kit::Outlet<kit::View> animationImageView{this, "animationImageView"};
+  kit::Outlet<kit::View> deleteImgView{this, "deleteImgView"};
+  kit::Outlet<kit::Button> cancelButton{this, "cancelButton"};
+  kit::Outlet<kit::View> adsView{this, "adsView"};
+  kit::Outlet<kit::View> bannerAdsView{this, "bannerAdsView"};
+  kit::Outlet<kit::LayoutConstraint> bannerAdsViewHeight{this, "bannerAdsViewHeight"};
+
+  // --- Lifecycle ---
+  void loadView() override;
+  void viewDidLoad() override;
+  void viewWillAppear(bool animated) override;
+  void viewDidAppear(bool animated) override;
+
+  // --- Actions ---
+  void findDuplicateBtn();
+  void allowButtonAction();
+  void backButtonAction();
+  void okBtnBtnAction();
+
+  // Queues reloadData of the table on the main queue.
+  void reloadSections() override;
+
+  // --- Listener operations (called on the scans' thread) ---
+  void permissionResult(bool granted, const std::string& permissionName) override;
+  void totalPhotosCount(std::int64_t count) override;
+  void photoScanProgress(std::int64_t index) override;
+  void photoSectionsChanged(const PhotoSections& sections) override;
+  void photoScanFinished() override;
+  void setSectionArray1(PhotoSections sections) override;
+  void totalVideosCount(std::int64_t count) override;
+  void setVideoSectionArray(VideoSections sections) override;
+  void videoScanFinished() override;
+
+  // --- Table ---
+  int numberOfSectionsInTableView(kit::TableView&) override { return 1; }
+  // The row pass: recounts the marks and drives the counters and panels on every reload, and
+  // returns the number of sections.
+  int numberOfRowsInSection(kit::TableView& tableView, int section) override;
+  std::shared_ptr<kit::TableViewCell> cellForRowAtIndexPath(kit::TableView& tableView,
+                                                            kit::IndexPath indexPath) override;
+  std::optional<double> heightForRowAtIndexPath(kit::TableView&, kit::IndexPath) override { return 180.0; }
+
+  // --- Named screen changes ---
+  void showFindPrompt();
+  void showPermissionText();
+  void showNoAssets(const std::string& text, const std::string& title);
+  void showNoDuplicates();
+  void showResultCounters();
+  void showResultPanels();
+
+ private:
+  bool isPhotos() const { return selectedtype == "Photos"; }
+  // The sections of the current type, as (count, member lists).
+  std::size_t sectionCount() const;
+  void scanFinished();
+  void setupAnimation(kit::AnimationView& animation, const std::string& name, kit::View& holder);
+
+  kit::AtomicShared<const PhotoSections> photoSections_{std::make_shared<const PhotoSections>()};
+  kit::AtomicShared<const VideoSections> videoSections_{std::make_shared<const VideoSections>()};
+};
+
+}  // namespace media
