@@ -24,6 +24,7 @@ static_assert(offsetof(APMPBMeasurementBundle, vendor_device_id) <
 namespace {
 
 constexpr int kMessageCodeStreamTooBig = 30001;
+constexpr std::size_t kScratchSize = 16 * 1024;
 
 bool refuseTooBig(std::size_t size, std::size_t limit, platform::Error* error) {
   char text[128];
@@ -37,13 +38,21 @@ bool refuseTooBig(std::size_t size, std::size_t limit, platform::Error* error) {
 
 bool APMPBEncode(const pb_msgdesc_t* fields, const void* message, kit::Data* out,
                  platform::Error* error, std::size_t limit) {
-  // First pass: the size, with every repeated field counted.
+  // Most messages fit the scratch buffer and are written in one pass.
+  thread_local kit::Data scratch(kScratchSize);
+  pb_ostream_t quick = pb_ostream_from_buffer(scratch.data(), scratch.size());
+  if (pb_encode(&quick, fields, message)) {
+    if (quick.bytes_written > limit) return refuseTooBig(quick.bytes_written, limit, error);
+    out->assign(scratch.begin(), scratch.begin() + static_cast<long>(quick.bytes_written));
+    return true;
+  }
+  // Larger ones: the first pass sizes the message, with every repeated field counted; the
+  // second fills a buffer of exactly that size.
   std::size_t size = 0;
   if (!pb_get_encoded_size(&size, fields, message)) {
     return APMSetError(error, kAPMErrorCodeFailedStep, "Unable to compute proto message size");
   }
   if (size > limit) return refuseTooBig(size, limit, error);
-  // Second pass: fill a buffer of exactly that size.
   out->resize(size);
   pb_ostream_t stream = pb_ostream_from_buffer(out->data(), size);
   if (!pb_encode(&stream, fields, message) || stream.bytes_written != size) {

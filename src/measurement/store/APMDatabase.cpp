@@ -1,5 +1,6 @@
 #include "measurement/store/APMDatabase.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -238,23 +239,21 @@ kit::Value optionalValue(const std::optional<kit::Data>& v) {
 // The blob of a user attribute or conditional property value: one kind byte ('l' integer,
 // 'd' double, each little-endian 8 bytes; 's' UTF-8 text) and the payload.
 kit::Data encodeValue(const APMValue& value) {
-  kit::Data out;
-  auto appendWord = [&out](std::uint64_t word) {
-    for (int i = 0; i < 8; ++i) out.push_back(static_cast<std::uint8_t>(word >> (8 * i)));
-  };
-  if (value.isInt64()) {
-    out.push_back('l');
-    appendWord(static_cast<std::uint64_t>(value.int64Value()));
-  } else if (value.isDouble()) {
-    out.push_back('d');
-    std::uint64_t word;
+  if (value.isString()) {
+    const std::string& text = value.stringValue();
+    kit::Data out(1 + text.size());
+    out[0] = 's';
+    std::copy(text.begin(), text.end(), out.begin() + 1);
+    return out;
+  }
+  std::uint64_t word = static_cast<std::uint64_t>(value.isInt64() ? value.int64Value() : 0);
+  if (value.isDouble()) {
     double d = value.doubleValue();
     std::memcpy(&word, &d, sizeof word);
-    appendWord(word);
-  } else if (value.isString()) {
-    out.push_back('s');
-    out.insert(out.end(), value.stringValue().begin(), value.stringValue().end());
   }
+  kit::Data out(9);
+  out[0] = value.isDouble() ? 'd' : 'l';
+  for (int i = 0; i < 8; ++i) out[1 + i] = static_cast<std::uint8_t>(word >> (8 * i));
   return out;
 }
 

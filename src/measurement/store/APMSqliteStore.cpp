@@ -128,18 +128,16 @@ bool APMSqliteStore::Statement::prepare(const std::string& sql, const Parameters
     return false;
   }
   sql_ = &sql;
-  bool cacheable = hasPlaceholders || !containsIgnoringCase(sql, "WHERE");
-  if (cacheable) {
-    auto it = store_.cache_.find(sql);
-    if (it != store_.cache_.end() && !it->second.inUse) {
-      it->second.inUse = true;
-      statement_ = it->second.statement;
-      cached_ = true;
-      return bind(values, error);
-    }
-    // A statement already in use (a nested read of the same query) gets a private copy.
-    cacheable = it == store_.cache_.end();
+  auto it = store_.cache_.find(sql);
+  if (it != store_.cache_.end() && !it->second.inUse) {
+    it->second.inUse = true;
+    statement_ = it->second.statement;
+    cached_ = true;
+    return bind(values, error);
   }
+  // A statement already in use (a nested read of the same query) gets a private copy.
+  bool cacheable = it == store_.cache_.end() &&
+                   (hasPlaceholders || !containsIgnoringCase(sql, "WHERE"));
   const char* tail = nullptr;
   int rc = sqlite3_prepare_v3(store_.db_, sql.c_str(), static_cast<int>(sql.size()) + 1,
                               cacheable ? SQLITE_PREPARE_PERSISTENT : 0, &statement_, &tail);
