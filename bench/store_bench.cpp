@@ -27,8 +27,7 @@ namespace {
 constexpr std::int64_t kFingerprint = 0x5eed5eed5eedLL;
 
 std::filesystem::path benchFolder() {
-  return std::filesystem::temp_directory_path() /
-         ("apm_store_bench_" + std::to_string(::getpid()));
+  return std::filesystem::temp_directory_path() / ("apm_store_bench_" + std::to_string(::getpid()));
 }
 
 // A fresh, empty folder for one run's database.
@@ -91,8 +90,8 @@ kit::Data sampleMetadata() {
 void BM_APMDatabase(benchmark::State& state) {
   sim::Environment env;
   auto config = std::make_shared<APMPersistedConfig>(std::make_shared<sim::PreferenceStore>());
-  auto database = APMDatabase::initWithDatabasePath(freshFolder("apm") + "/measurement.sql",
-                                                    config, nullptr);
+  auto database =
+      APMDatabase::initWithDatabasePath(freshFolder("apm") + "/measurement.sql", config, nullptr);
   if (!database) {
     state.SkipWithError("cannot open the database");
     return;

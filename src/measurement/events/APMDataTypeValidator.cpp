@@ -38,21 +38,34 @@ bool isValueType(int type) {
 }
 
 // Values fail quietly (level 3), names loudly (level 0).
-int levelForType(int type) { return isValueType(type) ? kAPMMonitorLevelWarning : kAPMMonitorLevelError; }
+int levelForType(int type) {
+  return isValueType(type) ? kAPMMonitorLevelWarning : kAPMMonitorLevelError;
+}
 
 const char* subjectWord(int type) {
   switch (type) {
-    case kAPMValidationTypeEventName: return "Event name";
-    case kAPMValidationTypeEventOrigin: return "Event origin";
-    case kAPMValidationTypeEventParameterName: return "Event parameter name";
-    case kAPMValidationTypeEventParameterValue: return "Event parameter value";
-    case kAPMValidationTypeUserPropertyName: return "User property name";
-    case kAPMValidationTypeUserPropertyValue: return "User property value";
-    case kAPMValidationTypeScreenParameterValue: return "Screen parameter value";
-    case kAPMValidationTypeConditionalUserPropertyOrigin: return "Conditional user property origin";
-    case kAPMValidationTypeConditionalUserPropertyName: return "Conditional user property name";
-    case kAPMValidationTypeConditionalUserPropertyValue: return "Conditional user property value";
-    default: return "Object";
+    case kAPMValidationTypeEventName:
+      return "Event name";
+    case kAPMValidationTypeEventOrigin:
+      return "Event origin";
+    case kAPMValidationTypeEventParameterName:
+      return "Event parameter name";
+    case kAPMValidationTypeEventParameterValue:
+      return "Event parameter value";
+    case kAPMValidationTypeUserPropertyName:
+      return "User property name";
+    case kAPMValidationTypeUserPropertyValue:
+      return "User property value";
+    case kAPMValidationTypeScreenParameterValue:
+      return "Screen parameter value";
+    case kAPMValidationTypeConditionalUserPropertyOrigin:
+      return "Conditional user property origin";
+    case kAPMValidationTypeConditionalUserPropertyName:
+      return "Conditional user property name";
+    case kAPMValidationTypeConditionalUserPropertyValue:
+      return "Conditional user property value";
+    default:
+      return "Object";
   }
 }
 
@@ -115,9 +128,7 @@ std::size_t apm_UTF32Length(std::string_view text) {
   return count;
 }
 
-bool APMIsLetter(char32_t c) {
-  return (U_GET_GC_MASK(static_cast<UChar32>(c)) & U_GC_L_MASK) != 0;
-}
+bool APMIsLetter(char32_t c) { return (U_GET_GC_MASK(static_cast<UChar32>(c)) & U_GC_L_MASK) != 0; }
 
 bool APMIsNameCharacter(char32_t c) {
   return c == U'_' || APMIsLetter(c) ||
@@ -185,9 +196,10 @@ bool APMDataTypeValidator::isValidString(const kit::Value& string, int minLength
                 *text);
   }
   if (length < minLength) {
-    return fail(failureCode, kAPMValidationTooShort, level, kCodeStringWithContext,
-                word + " is too short. The minimum supported length is " + std::to_string(minLength),
-                *text);
+    return fail(
+        failureCode, kAPMValidationTooShort, level, kCodeStringWithContext,
+        word + " is too short. The minimum supported length is " + std::to_string(minLength),
+        *text);
   }
   return setFailure(failureCode, kAPMValidationValid);
 }
@@ -196,10 +208,10 @@ bool APMDataTypeValidator::isValidInternalName(const kit::Value& name, int maxLe
                                                int* failureCode) {
   if (!isValidString(name, 1, maxLength, type, failureCode)) return false;
   if (!hasNameCharactersOnly(*name.asString())) {
-    return fail(failureCode, kAPMValidationIllegalCharacters, levelForType(type),
-                kCodeIllegalCharacters,
-                std::string(subjectWord(type)) + " must contain only letters, numbers, or underscores",
-                *name.asString());
+    return fail(
+        failureCode, kAPMValidationIllegalCharacters, levelForType(type), kCodeIllegalCharacters,
+        std::string(subjectWord(type)) + " must contain only letters, numbers, or underscores",
+        *name.asString());
   }
   return setFailure(failureCode, kAPMValidationValid);
 }
@@ -209,8 +221,8 @@ bool APMDataTypeValidator::isValidPublicName(const kit::Value& name, int maxLeng
   if (!isValidInternalName(name, maxLength, type, failureCode)) return false;
   if (!startsWithLetter(*name.asString())) {
     return fail(failureCode, kAPMValidationIllegalCharacters, levelForType(type),
-                kCodeNotStartingWithLetter, std::string(subjectWord(type)) + " must start with a letter",
-                *name.asString());
+                kCodeNotStartingWithLetter,
+                std::string(subjectWord(type)) + " must start with a letter", *name.asString());
   }
   return setFailure(failureCode, kAPMValidationValid);
 }
@@ -240,8 +252,8 @@ bool APMDataTypeValidator::isValidPublicEventName(const kit::Value& name, int* f
                 "Event name is reserved. Ignoring event", text);
   }
   if (hasReservedPrefixes(text)) {
-    return fail(failureCode, kAPMValidationReserved, kAPMMonitorLevelError, kCodeReservedEventPrefix,
-                "Event name uses reserved prefix. Ignoring event", text);
+    return fail(failureCode, kAPMValidationReserved, kAPMMonitorLevelError,
+                kCodeReservedEventPrefix, "Event name uses reserved prefix. Ignoring event", text);
   }
   return setFailure(failureCode, kAPMValidationValid);
 }
@@ -312,8 +324,7 @@ bool APMDataTypeValidator::isValidInternalEventOrigin(const kit::Value& origin, 
                              failureCode);
 }
 
-bool APMDataTypeValidator::isValidForwardedEventOrigin(const kit::Value& origin,
-                                                       int* failureCode) {
+bool APMDataTypeValidator::isValidForwardedEventOrigin(const kit::Value& origin, int* failureCode) {
   const std::string* text = origin.asString();
   std::string_view suffix = kForwardedOriginSuffix;
   if (!text || !text->ends_with(suffix)) {
@@ -364,8 +375,8 @@ bool APMDataTypeValidator::isValidPublicUserAttributeName(const kit::Value& name
 
 bool APMDataTypeValidator::isValidPublicUserAttributeValue(const APMValue* value,
                                                            int* failureCode) {
-  return isValidValue(value, 1, kAPMMaxUserPropertyValueLength,
-                      kAPMValidationTypeUserPropertyValue, failureCode);
+  return isValidValue(value, 1, kAPMMaxUserPropertyValueLength, kAPMValidationTypeUserPropertyValue,
+                      failureCode);
 }
 
 bool APMDataTypeValidator::isValidInternalUserAttributeName(const kit::Value& name,
@@ -378,7 +389,7 @@ bool APMDataTypeValidator::isValidInternalUserAttributeValue(const APMValue* val
                                                              const std::string& name,
                                                              int* failureCode) {
   int maxLength = (name == "_id" || name == "_sbraid") ? kAPMMaxLongUserPropertyValueLength
-                                                         : kAPMMaxUserPropertyValueLength;
+                                                       : kAPMMaxUserPropertyValueLength;
   return isValidValue(value, 1, maxLength, kAPMValidationTypeUserPropertyValue, failureCode);
 }
 

@@ -15,16 +15,16 @@
 // Failure codes.
 enum APMValidationFailure : int {
   kAPMValidationValid = 0,
-  kAPMValidationMissing = 1,             // missing or empty
+  kAPMValidationMissing = 1,  // missing or empty
   kAPMValidationTooLong = 2,
-  kAPMValidationIllegalCharacters = 3,   // or does not start with a letter
-  kAPMValidationReserved = 4,            // reserved name or prefix
+  kAPMValidationIllegalCharacters = 3,  // or does not start with a letter
+  kAPMValidationReserved = 4,           // reserved name or prefix
   kAPMValidationWrongType = 5,
-  kAPMValidationForwardedOrigin = 6,     // forwarded origin without its suffix
+  kAPMValidationForwardedOrigin = 6,  // forwarded origin without its suffix
   kAPMValidationTooShort = 7,
   kAPMValidationNotNumeric = 8,
   kAPMValidationBadCurrency = 9,
-  kAPMValidationArrayNotAllowed = 10,    // array parameter on a non-commerce event
+  kAPMValidationArrayNotAllowed = 10,  // array parameter on a non-commerce event
   kAPMValidationArrayWrongName = 11,
   kAPMValidationArrayTooManyItems = 12,
   kAPMValidationArrayNested = 13,
@@ -87,8 +87,7 @@ class APMDataTypeValidator {
   static bool isValidInternalName(const kit::Value& name, int maxLength, int type,
                                   int* failureCode);
   // The internal check, then a letter first (3).
-  static bool isValidPublicName(const kit::Value& name, int maxLength, int type,
-                                int* failureCode);
+  static bool isValidPublicName(const kit::Value& name, int maxLength, int type, int* failureCode);
   // Null: 1. A string value goes through the string check; numbers and arrays pass.
   static bool isValidValue(const APMValue* value, int minLength, int maxLength, int type,
                            int* failureCode);

@@ -68,9 +68,10 @@ TEST_F(APMDataTypeValidatorTest, NamesAreLettersDigitsAndUnderscoresStartingWith
   EXPECT_TRUE(V::isValidInternalEventParameterName(kit::Value("_private"), &code_));
   EXPECT_FALSE(V::isValidInternalEventParameterName(kit::Value("a-b"), &code_));
   EXPECT_EQ(code_, 3);
-  EXPECT_EQ(monitor_.find("Event parameter name must contain only letters, numbers, or underscores")
-                ->messageCode,
-            13002);
+  EXPECT_EQ(
+      monitor_.find("Event parameter name must contain only letters, numbers, or underscores")
+          ->messageCode,
+      13002);
   // A combining mark is not a letter.
   EXPECT_FALSE(V::isValidInternalEventName(kit::Value("cafe\u0301"), &code_));
   EXPECT_EQ(code_, 3);
@@ -84,8 +85,8 @@ TEST_F(APMDataTypeValidatorTest, StringCheckFailuresInOrder) {
   EXPECT_FALSE(V::isValidString(kit::Value(3), 1, 10, 42, &code_));
   EXPECT_EQ(code_, 5);
   EXPECT_TRUE(monitor_.contains("Object must be of type NSString"));
-  EXPECT_FALSE(V::isValidString(kit::Value(""), 1, 10, kAPMValidationTypeScreenParameterValue,
-                                &code_));
+  EXPECT_FALSE(
+      V::isValidString(kit::Value(""), 1, 10, kAPMValidationTypeScreenParameterValue, &code_));
   EXPECT_TRUE(monitor_.contains("Screen parameter value is required and can't be empty"));
   EXPECT_FALSE(V::isValidString(kit::Value("ab"), 3, 10, kAPMValidationTypeEventOrigin, &code_));
   EXPECT_EQ(code_, 7);
@@ -171,8 +172,8 @@ TEST_F(APMDataTypeValidatorTest, NumbersAndCurrencies) {
     EXPECT_FALSE(V::isValidCurrencyCode(&currency, &code_)) << bad;
     EXPECT_EQ(code_, 9);
   }
-  EXPECT_TRUE(
-      monitor_.contains("Event parameter value must contain a 3-letter ISO_4217 currency code. value"));
+  EXPECT_TRUE(monitor_.contains(
+      "Event parameter value must contain a 3-letter ISO_4217 currency code. value"));
 }
 
 TEST(APMTrimmedStringTest, CutsByCodePointsAndAppendsAnEllipsis) {

@@ -107,16 +107,11 @@ const Pairs& parameterPairs() {
 
 const Pairs& userPropertyPairs() {
   static const Pairs pairs = {
-      {"orvex_last_notification", "_ln"},
-      {"first_open_after_install", "_fi"},
-      {"first_open_time", "_fot"},
-      {"sa_session_id", "_sid"},
-      {"sa_session_number", "_sno"},
-      {"last_advertising_id_reset", "_lair"},
-      {"last_deep_link_referrer", "_ldl"},
-      {"lifetime_user_engagement", "_lte"},
-      {"session_user_engagement", "_se"},
-      {"user_id", "_id"},
+      {"orvex_last_notification", "_ln"},  {"first_open_after_install", "_fi"},
+      {"first_open_time", "_fot"},         {"sa_session_id", "_sid"},
+      {"sa_session_number", "_sno"},       {"last_advertising_id_reset", "_lair"},
+      {"last_deep_link_referrer", "_ldl"}, {"lifetime_user_engagement", "_lte"},
+      {"session_user_engagement", "_se"},  {"user_id", "_id"},
   };
   return pairs;
 }
@@ -188,26 +183,43 @@ const std::vector<std::string>& APMReservedPrefixes() {
 
 const std::set<std::string>& APMCommerceEventNames() {
   static const std::set<std::string> names = {
-      "add_payment_info", "add_shipping_info",  "add_to_cart",         "add_to_wishlist",
-      "begin_checkout",   "purchase",           "refund",              "remove_from_cart",
-      "select_item",      "select_promotion",   "view_cart",           "view_item",
-      "view_item_list",   "view_promotion",     "ecommerce_purchase",  "checkout_progress",
-      "purchase_refund",  "select_content",     "set_checkout_option", "view_search_results",
+      "add_payment_info",
+      "add_shipping_info",
+      "add_to_cart",
+      "add_to_wishlist",
+      "begin_checkout",
+      "purchase",
+      "refund",
+      "remove_from_cart",
+      "select_item",
+      "select_promotion",
+      "view_cart",
+      "view_item",
+      "view_item_list",
+      "view_promotion",
+      "ecommerce_purchase",
+      "checkout_progress",
+      "purchase_refund",
+      "select_content",
+      "set_checkout_option",
+      "view_search_results",
   };
   return names;
 }
 
 const std::set<std::string>& APMStandardItemParameterNames() {
   static const std::set<std::string> names = {
-      "affiliation",     "coupon",          "creative_name",   "creative_slot",
-      "currency",        "discount",        "index",           "item_id",
-      "item_brand",      "item_category",   "item_category2",  "item_category3",
-      "item_category4",  "item_category5",  "item_list_name",  "item_list_id",
-      "item_name",       "item_variant",    "location_id",     "payment_type",
-      "price",           "promotion_id",    "promotion_name",  "quantity",
-      "shipping",        "shipping_tier",   "tax",             "transaction_id",
-      "value",           "checkout_step",   "checkout_option", "item_list",
-      "item_location_id",
+      "affiliation",     "coupon",         "creative_name",
+      "creative_slot",   "currency",       "discount",
+      "index",           "item_id",        "item_brand",
+      "item_category",   "item_category2", "item_category3",
+      "item_category4",  "item_category5", "item_list_name",
+      "item_list_id",    "item_name",      "item_variant",
+      "location_id",     "payment_type",   "price",
+      "promotion_id",    "promotion_name", "quantity",
+      "shipping",        "shipping_tier",  "tax",
+      "transaction_id",  "value",          "checkout_step",
+      "checkout_option", "item_list",      "item_location_id",
   };
   return names;
 }

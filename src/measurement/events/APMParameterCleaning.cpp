@@ -180,9 +180,9 @@ APMParameters APMCleanParameters(const kit::Dictionary& parameters, const std::s
       }
     }
   } else if (counted > static_cast<std::size_t>(maxPublicEventParams)) {
-    APMMonitor::log(kAPMMonitorLevelWarning, kCodeTooManyParameters,
-                    "Event cannot contain more than " + std::to_string(maxPublicEventParams) +
-                        " parameters");
+    APMMonitor::log(
+        kAPMMonitorLevelWarning, kCodeTooManyParameters,
+        "Event cannot contain more than " + std::to_string(maxPublicEventParams) + " parameters");
     trimCounted(cleaned, false, static_cast<std::size_t>(maxPublicEventParams));
     if (!cleaned.count(kError)) {
       cleaned.emplace(kError, code(APMEventErrorCode::ParameterLimitReached));
@@ -232,17 +232,17 @@ bool APMAddScreenParameters(APMParameters& parameters, const APMParameters& scre
   auto id = screen.find("_si");
   if (id == screen.end() || !id->second.isInt64()) return false;
   auto screenClass = screen.find("_sc");
-  if (screenClass != screen.end() &&
-      !APMDataTypeValidator::isValidScreenParameterValue(screenClass->second.objectValue(),
-                                                         nullptr)) {
-    APMMonitor::log(kAPMMonitorLevelWarning, kCodeInvalidScreenClass, "Received invalid screen class");
+  if (screenClass != screen.end() && !APMDataTypeValidator::isValidScreenParameterValue(
+                                         screenClass->second.objectValue(), nullptr)) {
+    APMMonitor::log(kAPMMonitorLevelWarning, kCodeInvalidScreenClass,
+                    "Received invalid screen class");
     return false;
   }
   auto screenName = screen.find("_sn");
-  if (screenName != screen.end() &&
-      !APMDataTypeValidator::isValidScreenParameterValue(screenName->second.objectValue(),
-                                                         nullptr)) {
-    APMMonitor::log(kAPMMonitorLevelWarning, kCodeInvalidScreenName, "Received invalid screen name");
+  if (screenName != screen.end() && !APMDataTypeValidator::isValidScreenParameterValue(
+                                        screenName->second.objectValue(), nullptr)) {
+    APMMonitor::log(kAPMMonitorLevelWarning, kCodeInvalidScreenName,
+                    "Received invalid screen name");
     return false;
   }
   parameters.insert_or_assign("_si", id->second);

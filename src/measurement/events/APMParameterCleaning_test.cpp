@@ -19,18 +19,18 @@ class APMParameterCleaningTest : public ::testing::Test {
 };
 
 TEST_F(APMParameterCleaningTest, ATooLongPublicValueLeavesItsTraceInTheErrorParameters) {
-  auto cleaned = APMCleanParameters({{"note", std::string(101, 'n')}, {"ok", "fine"}}, "level_up",
-                                    true);
-  EXPECT_EQ(cleaned, (APMParameters{{"ok", S("fine")}, {"_err", I(4)}, {"_ev", S("note")},
-                                    {"_el", I(101)}}));
+  auto cleaned =
+      APMCleanParameters({{"note", std::string(101, 'n')}, {"ok", "fine"}}, "level_up", true);
+  EXPECT_EQ(cleaned, (APMParameters{
+                         {"ok", S("fine")}, {"_err", I(4)}, {"_ev", S("note")}, {"_el", I(101)}}));
   // Internal events allow 256.
   EXPECT_EQ(APMCleanParameters({{"note", std::string(101, 'n')}}, "_e", false).size(), 1u);
 }
 
 TEST_F(APMParameterCleaningTest, BadNamesAreDroppedAndTheFirstErrorWins) {
   std::string longName(45, 'z');
-  auto cleaned = APMCleanParameters(
-      {{"_hidden", 1}, {"sa_id", 2}, {longName, 3}, {"keep", 4}}, "level_up", true);
+  auto cleaned = APMCleanParameters({{"_hidden", 1}, {"sa_id", 2}, {longName, 3}, {"keep", 4}},
+                                    "level_up", true);
   // "_hidden" sorts first: its failure is the one recorded.
   EXPECT_EQ(cleaned, (APMParameters{{"keep", I(4)}, {"_err", I(3)}, {"_ev", S("_hidden")}}));
 
@@ -46,7 +46,8 @@ TEST_F(APMParameterCleaningTest, BadNamesAreDroppedAndTheFirstErrorWins) {
 }
 
 TEST_F(APMParameterCleaningTest, ValuesThatDoNotConvertAreDropped) {
-  auto cleaned = APMCleanParameters({{"blob", kit::Data{1}}, {"n", 2.5}, {"flag", true}}, "e", true);
+  auto cleaned =
+      APMCleanParameters({{"blob", kit::Data{1}}, {"n", 2.5}, {"flag", true}}, "e", true);
   EXPECT_EQ(cleaned, (APMParameters{{"flag", I(1)}, {"n", APMValue::fromDouble(2.5)}}));
   const APMMonitorEntry* entry =
       monitor_.find("Event parameter value must be of type NSString, NSNumber or NSArray. Type");
@@ -97,7 +98,8 @@ TEST_F(APMParameterCleaningTest, CommerceItems) {
   EXPECT_FALSE(cleaned.count("_err"));
 
   // A nested array is refused inside the item.
-  cleaned = APMCleanParameters({{"items", items(1, {{"items", items(1, item)}})}}, "purchase", true);
+  cleaned =
+      APMCleanParameters({{"items", items(1, {{"items", items(1, item)}})}}, "purchase", true);
   EXPECT_EQ(cleaned.at("items").arrayValue().front().at("_err"), I(22));
 
   // An item that is no dictionary drops the whole array.
@@ -118,8 +120,9 @@ TEST_F(APMParameterCleaningTest, ValueRuleForConversions) {
   APMParameters params{{"_c", I(1)}, {"value", APMValue::fromDouble(9.99)}};
   APMApplyValueRule("level_up", params);
   EXPECT_EQ(params, (APMParameters{{"_err", I(19)}, {"_ev", S("currency")}}));
-  EXPECT_EQ(monitor_.find("Value parameter discarded. You must also supply a 3-letter ISO_4217 "
-                          "currency code in the currency parameter.")
+  EXPECT_EQ(monitor_
+                .find("Value parameter discarded. You must also supply a 3-letter ISO_4217 "
+                      "currency code in the currency parameter.")
                 ->messageCode,
             18014);
 

@@ -40,13 +40,13 @@ APMUserPropertyOutcome APMCheckUserProperty(const kit::Value& value, const kit::
   int failure = kAPMValidationValid;
   if (!APMDataTypeValidator::isValidPublicUserAttributeName(name, &failure)) {
     std::size_t length = nameText ? apm_UTF32Length(*nameText) : 0;
-    outcome.errorEventParameters = errorEvent(
-        failure == kAPMValidationReserved ? APMEventErrorCode::UserPropertyNameIsReserved
-                                          : APMEventErrorCode::InvalidUserPropertyName,
-        nameText ? *nameText : APMTrimmedString(name, kAPMMaxUserPropertyNameLength),
-        length > static_cast<std::size_t>(kAPMMaxUserPropertyNameLength)
-            ? std::optional<std::int64_t>(static_cast<std::int64_t>(length))
-            : std::nullopt);
+    outcome.errorEventParameters =
+        errorEvent(failure == kAPMValidationReserved ? APMEventErrorCode::UserPropertyNameIsReserved
+                                                     : APMEventErrorCode::InvalidUserPropertyName,
+                   nameText ? *nameText : APMTrimmedString(name, kAPMMaxUserPropertyNameLength),
+                   length > static_cast<std::size_t>(kAPMMaxUserPropertyNameLength)
+                       ? std::optional<std::int64_t>(static_cast<std::int64_t>(length))
+                       : std::nullopt);
     return outcome;
   }
   const std::string* valueText = value.asString();

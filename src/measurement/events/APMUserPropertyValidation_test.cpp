@@ -37,8 +37,9 @@ TEST_F(APMUserPropertyValidationTest, BadNamesYieldAnErrorEvent) {
   EXPECT_EQ(outcome.errorEventParameters->at("_err"), I(6));
   std::string longName(30, 'n');
   outcome = APMCheckUserProperty(kit::Value("x"), kit::Value(longName));
-  EXPECT_EQ(outcome.errorEventParameters,
-            (APMParameters{{"_err", I(6)}, {"_ev", S(std::string(24, 'n') + "...")}, {"_el", I(30)}}));
+  EXPECT_EQ(
+      outcome.errorEventParameters,
+      (APMParameters{{"_err", I(6)}, {"_ev", S(std::string(24, 'n') + "...")}, {"_el", I(30)}}));
 }
 
 TEST_F(APMUserPropertyValidationTest, BadValuesAreRefused) {
@@ -65,7 +66,8 @@ TEST_F(APMUserPropertyValidationTest, UserIDsAndInternalProperties) {
   EXPECT_EQ(outcome.set->name, "_id");
   EXPECT_EQ(outcome.set->origin, "app");
   EXPECT_FALSE(APMCheckUserID(kit::Value(std::string(257, 'u')), true).set);
-  EXPECT_EQ(APMCheckUserID(kit::Value(), true).removals, (std::vector<std::string>{"_id", "_lair"}));
+  EXPECT_EQ(APMCheckUserID(kit::Value(), true).removals,
+            (std::vector<std::string>{"_id", "_lair"}));
   EXPECT_EQ(APMCheckUserID(kit::Value(), false).removals, std::vector<std::string>{"_id"});
   EXPECT_FALSE(APMCheckUserID(kit::Value(42), true).set);
   EXPECT_EQ(monitor_.find("User ID must be NSString. User ID")->messageCode, 25004);

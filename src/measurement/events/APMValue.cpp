@@ -14,7 +14,8 @@ std::optional<APMValue> APMValue::valueFromObject(const kit::Value& object, bool
     if (!dictionary) return std::nullopt;
     APMParameters item;
     for (const auto& [name, member] : *dictionary) {
-      if (auto converted = valueFromObject(member, false)) item.emplace(name, std::move(*converted));
+      if (auto converted = valueFromObject(member, false))
+        item.emplace(name, std::move(*converted));
     }
     items.push_back(std::move(item));
   }

@@ -6,9 +6,10 @@
 // flags. APMPBMessage<T> owns one message and its allocations; the APMPB* helpers fill and
 // read the allocated fields.
 //
-// Serialising runs two passes over the message: the first sizes it, counting every repeated
-// field down to the leaves, the second writes into a buffer of exactly that size. Messages
-// larger than the stream limit are refused both ways.
+// Writing sizes every sub-message (each element of a repeated field) before it writes it. A
+// message that fits a per-thread scratch buffer is then written in one pass; a larger one is
+// sized as a whole first and written into a buffer of exactly that size. Messages larger
+// than the stream limit are refused both ways.
 #pragma once
 
 #include <pb.h>

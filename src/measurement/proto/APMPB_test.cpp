@@ -19,7 +19,8 @@ std::string protocDecode(const kit::Data& bytes, const std::string& type,
               ("apm_pb_" + std::to_string(::getpid()) + "_" + type + ".bin");
   {
     std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
   }
   std::string command = std::string(APM_PROTOC) + " --decode=" + type + " -I " + APM_PROTO_DIR +
                         " " + protoFile + " < " + path.string() + " 2>&1";
@@ -60,7 +61,8 @@ APMPBMessage<APMPBMeasurementBundle> sampleBundle() {
   APMPBEventParam& itemName = APMPBAppend(&item.param_value, &item.param_value_count);
   APMPBSetString(&itemName.name, "item_name");
   APMPBSetString(&itemName.string_value, "caf\u00e9");
-  APMPBUserAttribute& property = APMPBAppend(&bundle->user_properties, &bundle->user_properties_count);
+  APMPBUserAttribute& property =
+      APMPBAppend(&bundle->user_properties, &bundle->user_properties_count);
   APMPBSetString(&property.name, "_id");
   APMPBSetString(&property.string_value, "u1");
   bundle->has_bundle_end_timestamp_millis = true;
@@ -70,8 +72,8 @@ APMPBMessage<APMPBMeasurementBundle> sampleBundle() {
   APMPBSetString(&bundle->platform, "ios");
   APMPBSetString(&bundle->vendor_device_id, "V-1");
   APMPBSetString(&bundle->app_id, "com.example.app");
-  APMPBAudienceLeafFilterResult& result = APMPBAppend(&bundle->audience_evaluation_results,
-                                                      &bundle->audience_evaluation_results_count);
+  APMPBAudienceLeafFilterResult& result =
+      APMPBAppend(&bundle->audience_evaluation_results, &bundle->audience_evaluation_results_count);
   result.has_audience_id = true;
   result.audience_id = 7;
   result.has_current_data = true;
@@ -216,8 +218,8 @@ TEST(APMPBTest, ProgramBytesAreStandardProtocolBuffers) {
   number.has_number_value = true;
   number.number_value = 2;
   program->has_ogt_activities = true;
-  APMPBOgtActivity& activity = APMPBAppend(&program->ogt_activities.activities,
-                                           &program->ogt_activities.activities_count);
+  APMPBOgtActivity& activity =
+      APMPBAppend(&program->ogt_activities.activities, &program->ogt_activities.activities_count);
   APMPBSetString(&activity.name, "rule");
   auto bytes = program.protoBuffer();
   ASSERT_TRUE(bytes);

@@ -228,7 +228,9 @@ std::optional<kit::Data> readData(const Record& r, const char* column) {
 kit::Value optionalValue(const std::optional<std::int64_t>& v) {
   return v ? integer(*v) : kit::Value();
 }
-kit::Value optionalValue(const std::optional<double>& v) { return v ? kit::Value(*v) : kit::Value(); }
+kit::Value optionalValue(const std::optional<double>& v) {
+  return v ? kit::Value(*v) : kit::Value();
+}
 kit::Value optionalValue(const std::optional<std::string>& v) {
   return v ? kit::Value(*v) : kit::Value();
 }
@@ -395,6 +397,10 @@ std::unique_ptr<APMDatabase> APMDatabase::initWithDatabaseName(
 std::unique_ptr<APMDatabase> APMDatabase::initWithDatabasePath(
     const std::string& path, std::shared_ptr<APMPersistedConfig> persistedConfig,
     platform::Error* error) {
+  if (!APMCheckNotNull(persistedConfig.get(), kAPMErrorCodeInvalidArgument,
+                       "Received empty persisted config", error)) {
+    return nullptr;
+  }
   std::unique_ptr<APMDatabase> database(new APMDatabase(path, std::move(persistedConfig)));
   if (!database->initializeDatabaseResourcesWithContext("Init", error)) return nullptr;
   return database;
@@ -439,8 +445,9 @@ bool APMDatabase::ensureAllTables(platform::Error* error) {
   for (const TableSchema& table : schema()) {
     if (!store_->ensureTableWithName(table.name, table.elementary, table.addOn, table.modify,
                                      error)) {
-      APMMonitor::log(kAPMMonitorLevelError, kCodeEnsureTable, "Failed to ensure table. Table, error",
-                      table.name, error ? error->localizedDescription : "");
+      APMMonitor::log(kAPMMonitorLevelError, kCodeEnsureTable,
+                      "Failed to ensure table. Table, error", table.name,
+                      error ? error->localizedDescription : "");
       return false;
     }
   }
@@ -524,20 +531,18 @@ std::optional<APMAppMetadata> APMDatabase::queryAppMetadata(platform::Error* err
     return std::nullopt;
   }
   const Record& r = rows->front();
-  auto metadata =
-      APMAppMetadata::create(readInteger(r, "last_bundle_index"),
-                             readReal(r, "last_bundle_end_timestamp"),
-                             readReal(r, "last_bundle_start_timestamp"));
+  auto metadata = APMAppMetadata::create(readInteger(r, "last_bundle_index"),
+                                         readReal(r, "last_bundle_end_timestamp"),
+                                         readReal(r, "last_bundle_start_timestamp"));
   if (!metadata) APMSetError(error, kAPMErrorCodeFailedStep, "Invalid app metadata");
   return metadata;
 }
 
 bool APMDatabase::updateAppMetadata(const APMAppMetadata& metadata, platform::Error* error) {
-  return store_->updateRecord(
-      {{"last_bundle_index", integer(metadata.lastBundleIndex)},
-       {"last_bundle_end_timestamp", metadata.lastBundleEndTimestamp},
-       {"last_bundle_start_timestamp", metadata.lastBundleStartTimestamp}},
-      kAppMetadata, "rowid", 1, error);
+  return store_->updateRecord({{"last_bundle_index", integer(metadata.lastBundleIndex)},
+                               {"last_bundle_end_timestamp", metadata.lastBundleEndTimestamp},
+                               {"last_bundle_start_timestamp", metadata.lastBundleStartTimestamp}},
+                              kAppMetadata, "rowid", 1, error);
 }
 
 std::optional<APMDailyCounts> APMDatabase::dailyCounts(platform::Error* error) {
@@ -548,8 +553,8 @@ std::optional<APMDailyCounts> APMDatabase::dailyCounts(platform::Error* error) {
       {1}, error);
   if (!rows) return std::nullopt;
   APMDailyCounts counts;
-  counts.day = static_cast<std::int32_t>(
-      std::floor((now() - persistedConfig_->midnightOffset()) / 86400.0));
+  counts.day =
+      static_cast<std::int32_t>(std::floor((now() - persistedConfig_->midnightOffset()) / 86400.0));
   if (rows->empty()) return counts;
   const Record& r = rows->front();
   if (readOptionalInteger(r, "day") != std::optional<std::int64_t>(counts.day)) return counts;
@@ -588,8 +593,9 @@ std::optional<double> APMDatabase::queryRemoteConfigTimestamp(platform::Error* e
 
 bool APMDatabase::updateRemoteConfig(const kit::Data& data, double timestamp,
                                      platform::Error* error) {
-  return store_->updateRecord({{"remote_config_data", data}, {"remote_config_timestamp", timestamp}},
-                              kAppMetadata, "rowid", 1, error);
+  return store_->updateRecord(
+      {{"remote_config_data", data}, {"remote_config_timestamp", timestamp}}, kAppMetadata, "rowid",
+      1, error);
 }
 
 bool APMDatabase::updateRemoteConfigSuccessfulTimestamp(double timestamp, platform::Error* error) {
@@ -603,8 +609,8 @@ bool APMDatabase::insertIfNotExistsRawEventMetadata(std::int64_t fingerprint,
                                                     const kit::Data& metadata,
                                                     platform::Error* error) {
   kit::Value key = integer(fingerprint);
-  auto existing = store_->rowCountForTableWithName(kRawEventsMetadata, "metadata_fingerprint", key,
-                                                   error);
+  auto existing =
+      store_->rowCountForTableWithName(kRawEventsMetadata, "metadata_fingerprint", key, error);
   if (!existing) return false;
   if (*existing > 0) return true;
   return checkRoomForRow(kRawEventsMetadata, "metadata_fingerprint", key, kRawEventsMetadataLimit,
@@ -651,13 +657,12 @@ bool APMDatabase::insertRawEvent(const APMPBEvent& event, std::int64_t metadataF
   nameless.name = nullptr;
   kit::Data data;
   if (!APMPBEncode(APMPBMessage<APMPBEvent>::fields(), &nameless, &data, error)) return false;
-  return store_->upsertRecord(
-      {{"name", std::string(APMPBString(event.name))},
-       {"timestamp", static_cast<double>(event.timestamp_millis) / 1000.0},
-       {"metadata_fingerprint", integer(metadataFingerprint)},
-       {"data", std::move(data)},
-       {"is_realtime", isRealtime ? 1 : 0}},
-      kRawEvents, error);
+  return store_->upsertRecord({{"name", std::string(APMPBString(event.name))},
+                               {"timestamp", static_cast<double>(event.timestamp_millis) / 1000.0},
+                               {"metadata_fingerprint", integer(metadataFingerprint)},
+                               {"data", std::move(data)},
+                               {"is_realtime", isRealtime ? 1 : 0}},
+                              kRawEvents, error);
 }
 
 std::optional<double> APMDatabase::queryLatestRawEventTime(platform::Error* error) {
@@ -698,8 +703,8 @@ std::optional<bool> APMDatabase::containsRawEventWithMetadataFingerprint(
 }
 
 bool APMDatabase::deleteRawEventsWithMaxRowID(std::int64_t maxRowID, platform::Error* error) {
-  return store_->deleteRecordsFromTableWithName(kRawEvents, "rowid <= ?", {integer(maxRowID)},
-                                                error)
+  return store_
+      ->deleteRecordsFromTableWithName(kRawEvents, "rowid <= ?", {integer(maxRowID)}, error)
       .has_value();
 }
 
@@ -793,8 +798,9 @@ bool APMDatabase::incrementRetryCounterForBundlesWithIDs(const std::vector<std::
   std::string inRows = "rowid IN (" + placeholders(rowIDs.size()) + ")";
   Parameters values = idValues(rowIDs);
   values.push_back(integer(kMaxRetryCount));
-  auto saturated = queryTruth(
-      "SELECT EXISTS (SELECT 1 FROM queue WHERE " + inRows + " AND retry_count = ?)", values, error);
+  auto saturated =
+      queryTruth("SELECT EXISTS (SELECT 1 FROM queue WHERE " + inRows + " AND retry_count = ?)",
+                 values, error);
   if (!saturated) return false;
   if (*saturated) {
     APMMonitor::log(kAPMMonitorLevelWarning, kCodeRetryLimit,
@@ -873,8 +879,8 @@ bool APMDatabase::maybeDeleteStaleData(platform::Error* error) {
   return true;
 }
 
-std::optional<std::int64_t> APMDatabase::deleteStaleBundlesOlderThanMaxAge(
-    double maxAge, platform::Error* error) {
+std::optional<std::int64_t> APMDatabase::deleteStaleBundlesOlderThanMaxAge(double maxAge,
+                                                                           platform::Error* error) {
   if (maxAge < 0) {
     fail(error, kAPMErrorCodeInvalidArgument, kCodeNegativeBundlesAge,
          "Cannot delete stale bundles after negative time period");
@@ -890,8 +896,7 @@ std::optional<double> APMDatabase::queryLatestBundleTime(platform::Error* error)
 }
 
 std::optional<bool> APMDatabase::containsRealtimeBundlesWithError(platform::Error* error) {
-  return queryTruth("SELECT EXISTS (SELECT 1 FROM queue WHERE is_realtime = 1 LIMIT 1)", {},
-                    error);
+  return queryTruth("SELECT EXISTS (SELECT 1 FROM queue WHERE is_realtime = 1 LIMIT 1)", {}, error);
 }
 
 // --- events ---
@@ -917,18 +922,18 @@ std::optional<std::vector<APMEventAggregates>> APMDatabase::queryAllEventAggrega
 }
 
 bool APMDatabase::updateEventAggregates(const APMEventAggregates& a, platform::Error* error) {
-  return upsertDataType({{"name", a.name},
-                         {"lifetime_count", integer(a.lifetimeCount)},
-                         {"current_bundle_count", integer(a.currentBundleCount)},
-                         {"current_session_count", integer(a.currentSessionCount)},
-                         {"last_fire_timestamp", a.lastFireTimestamp},
-                         {"last_bundled_timestamp", optionalValue(a.lastBundledTimestamp)},
-                         {"last_sampled_complex_event_id",
-                          optionalValue(a.lastSampledComplexEventID)},
-                         {"last_sampling_rate", optionalValue(a.lastSamplingRate)},
-                         {"last_exempt_from_sampling", a.lastExemptFromSampling ? 1 : 0},
-                         {"last_bundled_day", optionalValue(a.lastBundledDay)}},
-                        kEvents, "name", a.name, kEventsLimit, error);
+  return upsertDataType(
+      {{"name", a.name},
+       {"lifetime_count", integer(a.lifetimeCount)},
+       {"current_bundle_count", integer(a.currentBundleCount)},
+       {"current_session_count", integer(a.currentSessionCount)},
+       {"last_fire_timestamp", a.lastFireTimestamp},
+       {"last_bundled_timestamp", optionalValue(a.lastBundledTimestamp)},
+       {"last_sampled_complex_event_id", optionalValue(a.lastSampledComplexEventID)},
+       {"last_sampling_rate", optionalValue(a.lastSamplingRate)},
+       {"last_exempt_from_sampling", a.lastExemptFromSampling ? 1 : 0},
+       {"last_bundled_day", optionalValue(a.lastBundledDay)}},
+      kEvents, "name", a.name, kEventsLimit, error);
 }
 
 bool APMDatabase::clearCurrentSessionCounts(platform::Error* error) {
@@ -950,7 +955,8 @@ std::optional<std::vector<APMUserAttribute>> APMDatabase::queryAllUserAttributes
 
 std::optional<std::optional<APMUserAttribute>> APMDatabase::queryUserAttributeWithName(
     const std::string& name, platform::Error* error) {
-  auto rows = store_->recordsForQuery("SELECT * FROM user_attributes WHERE name = ?", {name}, error);
+  auto rows =
+      store_->recordsForQuery("SELECT * FROM user_attributes WHERE name = ?", {name}, error);
   if (!rows) return std::nullopt;
   if (rows->empty()) return std::optional<APMUserAttribute>();
   return userAttributeFromRecord(rows->front());
@@ -1117,9 +1123,8 @@ std::optional<std::int64_t> APMDatabase::deleteFilterResultsWithAudienceIDs(
   if (audienceIDs.empty()) return 0;
   std::string list;
   for (std::int64_t id : audienceIDs) list += (list.empty() ? "" : ", ") + std::to_string(id);
-  return store_->deleteRecordsFromTableWithName(kAudienceFilterValues,
-                                                std::string("audience_id") + " IN (" + list + ")",
-                                                {}, error);
+  return store_->deleteRecordsFromTableWithName(
+      kAudienceFilterValues, std::string("audience_id") + " IN (" + list + ")", {}, error);
 }
 
 // --- purchase_transactions and subscriptions ---
@@ -1177,8 +1182,7 @@ bool APMDatabase::updateConditionalProperty(const APMConditionalProperty& p,
                          {"timed_out_event", optionalValue(p.timedOutEvent)},
                          {"triggered_event", optionalValue(p.triggeredEvent)},
                          {"expired_event", optionalValue(p.expiredEvent)}},
-                        kConditionalProperties, "name", p.name, kConditionalPropertiesLimit,
-                        error);
+                        kConditionalProperties, "name", p.name, kConditionalPropertiesLimit, error);
 }
 
 std::optional<std::vector<APMConditionalProperty>> APMDatabase::queryConditionalPropertiesWhere(
@@ -1189,8 +1193,8 @@ std::optional<std::vector<APMConditionalProperty>> APMDatabase::queryConditional
   return parseAll<APMConditionalProperty>(*rows, conditionalPropertyFromRecord);
 }
 
-std::optional<std::optional<APMConditionalProperty>>
-APMDatabase::queryConditionalPropertyWithName(const std::string& name, platform::Error* error) {
+std::optional<std::optional<APMConditionalProperty>> APMDatabase::queryConditionalPropertyWithName(
+    const std::string& name, platform::Error* error) {
   auto found = queryConditionalPropertiesWhere("name = ?", {name}, error);
   if (!found) return std::nullopt;
   if (found->empty()) return std::optional<APMConditionalProperty>();
@@ -1202,21 +1206,20 @@ bool APMDatabase::deleteConditionalPropertyWithName(const std::string& name,
   return store_->deleteRecordFromTableWithName(kConditionalProperties, "name", name, error);
 }
 
-std::optional<std::vector<APMConditionalProperty>>
-APMDatabase::queryTimedOutConditionalProperties(double current, platform::Error* error) {
+std::optional<std::vector<APMConditionalProperty>> APMDatabase::queryTimedOutConditionalProperties(
+    double current, platform::Error* error) {
   return queryConditionalPropertiesWhere(
       "active=0 and abs(? - creation_timestamp) > trigger_timeout", {current}, error);
 }
 
-std::optional<std::vector<APMConditionalProperty>>
-APMDatabase::queryExpiredConditionalProperties(double current, platform::Error* error) {
+std::optional<std::vector<APMConditionalProperty>> APMDatabase::queryExpiredConditionalProperties(
+    double current, platform::Error* error) {
   return queryConditionalPropertiesWhere("active=1 and abs(? - triggered_timestamp) > time_to_live",
                                          {current}, error);
 }
 
-std::optional<std::vector<APMConditionalProperty>>
-APMDatabase::queryTriggeredConditionalProperties(const std::string& eventName, double current,
-                                                 platform::Error* error) {
+std::optional<std::vector<APMConditionalProperty>> APMDatabase::queryTriggeredConditionalProperties(
+    const std::string& eventName, double current, platform::Error* error) {
   return queryConditionalPropertiesWhere(
       "active=0 and trigger_event_name=? and abs(? - creation_timestamp) <= trigger_timeout",
       {eventName, current}, error);
@@ -1254,9 +1257,9 @@ std::optional<std::optional<APMMainEventParams>> APMDatabase::queryMainEventPara
   if (!rows) return std::nullopt;
   if (rows->empty()) return std::optional<APMMainEventParams>();
   const Record& r = rows->front();
-  return std::optional<APMMainEventParams>(APMMainEventParams{
-      readInteger(r, "event_id"), readInteger(r, "children_to_process"),
-      readData(r, "main_event").value_or(kit::Data())});
+  return std::optional<APMMainEventParams>(
+      APMMainEventParams{readInteger(r, "event_id"), readInteger(r, "children_to_process"),
+                         readData(r, "main_event").value_or(kit::Data())});
 }
 
 bool APMDatabase::deleteMainEventParamsWithEventID(std::int64_t eventID, platform::Error* error) {

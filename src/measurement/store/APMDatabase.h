@@ -24,7 +24,7 @@
 // The settings of the remote configuration that the retention rules read. The owner sets them
 // again whenever a new configuration applies.
 struct APMDatabaseLimits {
-  double maxQueueTime = 2419200;                        // seconds (28 days)
+  double maxQueueTime = 2419200;                      // seconds (28 days)
   double databaseDeleteStaleBundlesInterval = 86400;  // seconds
 };
 
@@ -144,8 +144,9 @@ class APMDatabase {
   // The oldest bundles, at most `countLimit`, while the sum of their serialised sizes stays
   // within `sizeLimit`; the first is taken whatever its size. Rows that do not inflate or
   // parse are logged and left out.
-  std::optional<std::vector<APMQueuedBundle>> queryBundlesWithCountLimit(
-      std::int64_t countLimit, std::int64_t sizeLimit, platform::Error* error);
+  std::optional<std::vector<APMQueuedBundle>> queryBundlesWithCountLimit(std::int64_t countLimit,
+                                                                         std::int64_t sizeLimit,
+                                                                         platform::Error* error);
   std::optional<std::vector<APMQueuedBundle>> queryBundlesWithRowIDs(
       const std::vector<std::int64_t>& rowIDs, platform::Error* error);
   bool deleteBundlesWithRowIDs(const std::vector<std::int64_t>& rowIDs, platform::Error* error);
@@ -171,14 +172,14 @@ class APMDatabase {
 
   // Upserts `record` into `table`, refusing with "Failed to insert data type. Table is full"
   // a row whose `columnName` value is new while the table holds `tableLimit` rows.
-  bool upsertDataType(const Record& record, const std::string& table,
-                      const std::string& columnName, const kit::Value& columnValue,
-                      std::int64_t tableLimit, platform::Error* error);
+  bool upsertDataType(const Record& record, const std::string& table, const std::string& columnName,
+                      const kit::Value& columnValue, std::int64_t tableLimit,
+                      platform::Error* error);
 
   // --- user_attributes ---
   std::optional<std::vector<APMUserAttribute>> queryAllUserAttributes(platform::Error* error);
-  std::optional<std::optional<APMUserAttribute>> queryUserAttributeWithName(
-      const std::string& name, platform::Error* error);
+  std::optional<std::optional<APMUserAttribute>> queryUserAttributeWithName(const std::string& name,
+                                                                            platform::Error* error);
   // Upserts; a new name is refused when the table holds kUserAttributesLimit rows.
   bool updateUserAttribute(const APMUserAttribute& attribute, platform::Error* error);
   bool deleteUserAttributeWithName(const std::string& name, platform::Error* error);
@@ -255,8 +256,7 @@ class APMDatabase {
   APMDatabase(std::string path, std::shared_ptr<APMPersistedConfig> persistedConfig)
       : path_(std::move(path)), persistedConfig_(std::move(persistedConfig)) {}
 
-  bool initializeDatabaseResourcesWithContext(const std::string& context,
-                                              platform::Error* error);
+  bool initializeDatabaseResourcesWithContext(const std::string& context, platform::Error* error);
   bool ensureAllTables(platform::Error* error);
   // Refuses, when the row whose `columnName` is `columnValue` is new, a table at `tableLimit`.
   bool checkRoomForRow(const std::string& table, const std::string& columnName,
@@ -275,9 +275,10 @@ class APMDatabase {
   std::optional<std::vector<APMConditionalProperty>> queryConditionalPropertiesWhere(
       const std::string& condition, const APMSqliteStore::Parameters& values,
       platform::Error* error);
-  std::optional<std::vector<APMAudienceFilterRecord>> queryFilters(
-      const std::string& table, const std::string& nameColumn, const std::string& name,
-      platform::Error* error);
+  std::optional<std::vector<APMAudienceFilterRecord>> queryFilters(const std::string& table,
+                                                                   const std::string& nameColumn,
+                                                                   const std::string& name,
+                                                                   platform::Error* error);
   // Stores `key` in the one-column `table`; false when it is empty or already there.
   bool insertIfNewKey(const std::string& table, const std::string& column, const std::string& key,
                       platform::Error* error);

@@ -118,8 +118,8 @@ TEST_F(APMDatabaseTest, TheNamedDatabaseLivesInTheMeasurementFolder) {
   auto named = APMDatabase::initWithDatabaseName(APMDatabase::kDatabaseName, config_, nullptr);
   platform::uninstall();
   ASSERT_TRUE(named);
-  EXPECT_TRUE(std::filesystem::exists(folder_.path() +
-                                      "/Stuvop/Measurement/stuvop-app-measurement.sql"));
+  EXPECT_TRUE(
+      std::filesystem::exists(folder_.path() + "/Stuvop/Measurement/stuvop-app-measurement.sql"));
 }
 
 TEST_F(APMDatabaseTest, ATableThatFailsValidationDeletesTheFile) {
@@ -132,8 +132,9 @@ TEST_F(APMDatabaseTest, ATableThatFailsValidationDeletesTheFile) {
   platform::Error error;
   EXPECT_FALSE(open(&error));
   EXPECT_FALSE(std::filesystem::exists(path_));
-  EXPECT_TRUE(monitor_.contains("Failed to create or validate required database tables (Table "
-                                "contains unknown non-optional columns)"));
+  EXPECT_TRUE(
+      monitor_.contains("Failed to create or validate required database tables (Table "
+                        "contains unknown non-optional columns)"));
   const APMMonitorEntry* ensure = monitor_.find("Failed to ensure table. Table, error");
   ASSERT_NE(ensure, nullptr);
   EXPECT_EQ(ensure->context.front(), "events");
@@ -152,9 +153,10 @@ TEST_F(APMDatabaseTest, AnOldQueueGainsItsRetryCountColumn) {
     std::snprintf(pair, sizeof pair, "%02x", b);
     hex += pair;
   }
-  APMExecuteOnTestDatabase(path_, "CREATE TABLE queue (data BLOB NOT NULL, bundle_end_timestamp "
-                                  "REAL NOT NULL); INSERT INTO queue VALUES (x'" +
-                                      hex + "', 1.0)");
+  APMExecuteOnTestDatabase(path_,
+                           "CREATE TABLE queue (data BLOB NOT NULL, bundle_end_timestamp "
+                           "REAL NOT NULL); INSERT INTO queue VALUES (x'" +
+                               hex + "', 1.0)");
   database_ = open();
   ASSERT_TRUE(database_);
   auto bundles = database_->queryBundlesWithCountLimit(10, 1 << 20, nullptr);
@@ -172,8 +174,8 @@ TEST_F(APMDatabaseTest, FullTablesRefuseNewKeysAndStillUpdateExistingOnes) {
   EXPECT_EQ(database_->queryEventAggregatesWithName("e7", nullptr).value()->lifetimeCount, 9);
 
   platform::Error error;
-  EXPECT_FALSE(database_->updateEventAggregates(*APMEventAggregates::create("new", 1, 1, 1, 0),
-                                                &error));
+  EXPECT_FALSE(
+      database_->updateEventAggregates(*APMEventAggregates::create("new", 1, 1, 1, 0), &error));
   EXPECT_EQ(error.localizedDescription, "Failed to insert data type. Table is full");
   EXPECT_EQ(rows("events"), 1000);
 
@@ -186,7 +188,8 @@ TEST_F(APMDatabaseTest, FullTablesRefuseNewKeysAndStillUpdateExistingOnes) {
 TEST_F(APMDatabaseTest, PurchaseFingerprintsKeepTheNewestThousand) {
   EXPECT_FALSE(database_->insertIfNotDuplicatePurchaseFingerprint("", nullptr));
   for (int i = 1; i <= 1001; ++i) {
-    ASSERT_TRUE(database_->insertIfNotDuplicatePurchaseFingerprint("p" + std::to_string(i), nullptr));
+    ASSERT_TRUE(
+        database_->insertIfNotDuplicatePurchaseFingerprint("p" + std::to_string(i), nullptr));
   }
   EXPECT_EQ(rows("purchase_transactions"), 1000);
   EXPECT_EQ(store().rowCountForTableWithName("purchase_transactions", "fingerprint", "p1", nullptr),
@@ -268,8 +271,8 @@ TEST_F(APMDatabaseTest, BundlesThatDoNotInflateOrParseAreLeftOut) {
   ASSERT_TRUE(store().upsertRecord({{"data", kit::Data{1, 2, 3}}, {"bundle_end_timestamp", 1.0}},
                                    "queue", nullptr));
   auto notAMessage = APMGzipData(kit::Data{0xff, 0xff, 0xff}, nullptr);
-  ASSERT_TRUE(store().upsertRecord({{"data", *notAMessage}, {"bundle_end_timestamp", 1.0}},
-                                   "queue", nullptr));
+  ASSERT_TRUE(store().upsertRecord({{"data", *notAMessage}, {"bundle_end_timestamp", 1.0}}, "queue",
+                                   nullptr));
   ASSERT_TRUE(database_->insertBundle(*makeBundle(now()), false, nullptr));
 
   auto bundles = database_->queryBundlesWithCountLimit(10, 1 << 20, nullptr);
@@ -307,7 +310,8 @@ TEST_F(APMDatabaseTest, StaleDataIsJudgedByAbsoluteAge) {
 
   platform::Error error;
   EXPECT_FALSE(database_->deleteStaleRawEventsDataOlderThanMaxAge(-1, &error));
-  EXPECT_EQ(error.localizedDescription, "Cannot delete stale raw events given negative time period");
+  EXPECT_EQ(error.localizedDescription,
+            "Cannot delete stale raw events given negative time period");
   EXPECT_FALSE(database_->deleteStaleBundlesOlderThanMaxAge(-1, &error));
   EXPECT_EQ(error.localizedDescription, "Cannot delete stale bundles after negative time period");
 }
@@ -352,7 +356,8 @@ TEST_F(APMDatabaseTest, RawEventsComeBackInRowOrderWithTheirNames) {
   EXPECT_EQ(database_->queryLatestRawEventTime(nullptr), t + 3);
   EXPECT_EQ(database_->containsRealtimeRawEventsWithError(nullptr), true);
   // The stored event carries no name; the name column holds it.
-  auto stored = store().recordsForQuery("SELECT data FROM raw_events WHERE name = 'b'", {}, nullptr);
+  auto stored =
+      store().recordsForQuery("SELECT data FROM raw_events WHERE name = 'b'", {}, nullptr);
   auto storedEvent = APMPBMessage<APMPBEvent>::parseFromData(*stored->front().at("data").asData());
   EXPECT_EQ((*storedEvent)->name, nullptr);
 
@@ -376,12 +381,12 @@ TEST_F(APMDatabaseTest, RawEventsComeBackInRowOrderWithTheirNames) {
 }
 
 TEST_F(APMDatabaseTest, UserAttributesKeepTheirValuesAndOrigins) {
-  ASSERT_TRUE(database_->updateUserAttribute({"app", "_ltv_USD", APMValue::fromInt64(-5), 10},
-                                             nullptr));
-  ASSERT_TRUE(database_->updateUserAttribute({"auto", "_ltv_EUR", APMValue::fromDouble(2.5), 20},
-                                             nullptr));
-  ASSERT_TRUE(database_->updateUserAttribute({"app", "level", APMValue::fromString("gold \u00e9"), 5},
-                                             nullptr));
+  ASSERT_TRUE(
+      database_->updateUserAttribute({"app", "_ltv_USD", APMValue::fromInt64(-5), 10}, nullptr));
+  ASSERT_TRUE(
+      database_->updateUserAttribute({"auto", "_ltv_EUR", APMValue::fromDouble(2.5), 20}, nullptr));
+  ASSERT_TRUE(database_->updateUserAttribute(
+      {"app", "level", APMValue::fromString("gold \u00e9"), 5}, nullptr));
   auto level = database_->queryUserAttributeWithName("level", nullptr);
   ASSERT_TRUE(level && *level);
   EXPECT_EQ((*level)->value, APMValue::fromString("gold \u00e9"));
@@ -411,9 +416,12 @@ TEST_F(APMDatabaseTest, ConditionalPropertiesAreFoundByTheirClocks) {
     if (trigger) p.triggerEventName = trigger;
     return p;
   };
-  ASSERT_TRUE(database_->updateConditionalProperty(property("waiting", false, t - 30, "buy"), nullptr));
-  ASSERT_TRUE(database_->updateConditionalProperty(property("late", false, t - 90, "buy"), nullptr));
-  ASSERT_TRUE(database_->updateConditionalProperty(property("expired", true, t - 200, nullptr), nullptr));
+  ASSERT_TRUE(
+      database_->updateConditionalProperty(property("waiting", false, t - 30, "buy"), nullptr));
+  ASSERT_TRUE(
+      database_->updateConditionalProperty(property("late", false, t - 90, "buy"), nullptr));
+  ASSERT_TRUE(
+      database_->updateConditionalProperty(property("expired", true, t - 200, nullptr), nullptr));
   auto names = [](const std::optional<std::vector<APMConditionalProperty>>& found) {
     std::vector<std::string> out;
     for (const auto& p : found.value()) out.push_back(p.name);

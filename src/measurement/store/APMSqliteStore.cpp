@@ -33,19 +33,32 @@ enum Operation : int {
 
 const char* operationName(int operation) {
   switch (operation) {
-    case kOperationInitializeHandle: return "initialize sqlite handle";
-    case kOperationPrepare: return "prepare statement";
-    case kOperationExecute: return "execute statement";
-    case kOperationQueryNumeric: return "query numeric result";
-    case kOperationSelect: return "select";
-    case kOperationBind: return "bind values";
-    case kOperationValidate: return "validate database";
-    case kOperationUpdateAll: return "update all records value";
-    case kOperationIncrease: return "increase records value";
-    case kOperationDeleteRecord: return "delete record";
-    case kOperationDeleteWithCondition: return "delete records with condition";
-    case kOperationDeleteAll: return "delete all records";
-    default: return "Unknown operation";
+    case kOperationInitializeHandle:
+      return "initialize sqlite handle";
+    case kOperationPrepare:
+      return "prepare statement";
+    case kOperationExecute:
+      return "execute statement";
+    case kOperationQueryNumeric:
+      return "query numeric result";
+    case kOperationSelect:
+      return "select";
+    case kOperationBind:
+      return "bind values";
+    case kOperationValidate:
+      return "validate database";
+    case kOperationUpdateAll:
+      return "update all records value";
+    case kOperationIncrease:
+      return "increase records value";
+    case kOperationDeleteRecord:
+      return "delete record";
+    case kOperationDeleteWithCondition:
+      return "delete records with condition";
+    case kOperationDeleteAll:
+      return "delete all records";
+    default:
+      return "Unknown operation";
   }
 }
 
@@ -60,7 +73,8 @@ constexpr const char* kBackupAttribute = "user.xdg.robots.backup";
 
 bool containsIgnoringCase(std::string_view text, std::string_view word) {
   auto it = std::search(text.begin(), text.end(), word.begin(), word.end(), [](char a, char b) {
-    return std::toupper(static_cast<unsigned char>(a)) == std::toupper(static_cast<unsigned char>(b));
+    return std::toupper(static_cast<unsigned char>(a)) ==
+           std::toupper(static_cast<unsigned char>(b));
   });
   return it != text.end();
 }
@@ -90,9 +104,7 @@ std::string join(const Items& items, const char* sep, Render render) {
   return out;
 }
 
-bool isStorableValue(const kit::Value& value) {
-  return !value.isArray() && !value.isDictionary();
-}
+bool isStorableValue(const kit::Value& value) { return !value.isArray() && !value.isDictionary(); }
 
 }  // namespace
 
@@ -136,8 +148,8 @@ bool APMSqliteStore::Statement::prepare(const std::string& sql, const Parameters
     return bind(values, error);
   }
   // A statement already in use (a nested read of the same query) gets a private copy.
-  bool cacheable = it == store_.cache_.end() &&
-                   (hasPlaceholders || !containsIgnoringCase(sql, "WHERE"));
+  bool cacheable =
+      it == store_.cache_.end() && (hasPlaceholders || !containsIgnoringCase(sql, "WHERE"));
   const char* tail = nullptr;
   int rc = sqlite3_prepare_v3(store_.db_, sql.c_str(), static_cast<int>(sql.size()) + 1,
                               cacheable ? SQLITE_PREPARE_PERSISTENT : 0, &statement_, &tail);
@@ -247,9 +259,9 @@ bool APMSqliteStore::openAndValidateDatabase(platform::Error* error) {
     }
   }
 
-  int rc = sqlite3_open_v2(path_.c_str(), &db_,
-                           SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
-                           nullptr);
+  int rc =
+      sqlite3_open_v2(path_.c_str(), &db_,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
   if (rc != SQLITE_OK) {
     setDatabaseError(error, kOperationInitializeHandle);
     close();
@@ -276,9 +288,9 @@ bool APMSqliteStore::openAndValidateDatabase(platform::Error* error) {
 
 bool APMSqliteStore::validateIntegrity(platform::Error* error) {
   sqlite3_stmt* statement = nullptr;
-  bool ok = sqlite3_prepare_v2(db_, "PRAGMA integrity_check", -1, &statement, nullptr) ==
-                SQLITE_OK &&
-            sqlite3_step(statement) == SQLITE_ROW && sqlite3_column_count(statement) == 1;
+  bool ok =
+      sqlite3_prepare_v2(db_, "PRAGMA integrity_check", -1, &statement, nullptr) == SQLITE_OK &&
+      sqlite3_step(statement) == SQLITE_ROW && sqlite3_column_count(statement) == 1;
   if (ok) {
     const unsigned char* text = sqlite3_column_text(statement, 0);
     ok = text && std::string_view(reinterpret_cast<const char*>(text)) == "ok";
@@ -298,8 +310,8 @@ void APMSqliteStore::close() {
   finalizeCachedStatements();
   int rc = sqlite3_close(db_);
   if (rc != SQLITE_OK) {
-    APMMonitor::log(kAPMMonitorLevelError, kCodeCloseFailed, "Failed to close database. Got error code",
-                    rc);
+    APMMonitor::log(kAPMMonitorLevelError, kCodeCloseFailed,
+                    "Failed to close database. Got error code", rc);
   }
   db_ = nullptr;
 }
@@ -310,8 +322,9 @@ bool APMSqliteStore::closeAndDeleteDatabase(platform::Error* error) {
   bool ok = true;
   for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
     std::filesystem::remove(path_ + suffix, ec);
-    if (ec) ok = APMSetError(error, kAPMErrorCodeFailedStep,
-                             "Failed to delete database file: " + ec.message());
+    if (ec)
+      ok = APMSetError(error, kAPMErrorCodeFailedStep,
+                       "Failed to delete database file: " + ec.message());
   }
   return ok;
 }
@@ -365,10 +378,10 @@ bool APMSqliteStore::ensureTableWithName(const std::string& name,
                 "Received empty table name or columns", error)) {
     return false;
   }
-  std::string create = "CREATE TABLE IF NOT EXISTS " + name + " ( " +
-                       join(elementaryColumnInfo, ", ",
-                            [](const auto& c) { return c.first + " " + c.second; }) +
-                       ");";
+  std::string create =
+      "CREATE TABLE IF NOT EXISTS " + name + " ( " +
+      join(elementaryColumnInfo, ", ", [](const auto& c) { return c.first + " " + c.second; }) +
+      ");";
   auto exists = tableExists(name, error);
   if (!exists) return false;
   std::vector<std::string> required;
@@ -420,8 +433,7 @@ bool APMSqliteStore::ensureTableWithName(const std::string& name,
 
 bool APMSqliteStore::validateTableWithName(const std::string& name,
                                            const std::vector<std::string>& requiredColumnNames,
-                                           const ColumnInfo& addOnColumns,
-                                           platform::Error* error) {
+                                           const ColumnInfo& addOnColumns, platform::Error* error) {
   auto columns = columnsForTableWithName(name, error);
   if (!columns) return false;
   std::set<std::string> present(columns->begin(), columns->end());
@@ -461,15 +473,16 @@ bool APMSqliteStore::renameTable(const std::string& name, const std::string& toN
   return executeSQL("ALTER TABLE " + name + " RENAME TO " + toName, {}, error);
 }
 
-bool APMSqliteStore::copyContentsFromTable(const std::string& fromTable,
-                                           const std::string& toTable, platform::Error* error) {
+bool APMSqliteStore::copyContentsFromTable(const std::string& fromTable, const std::string& toTable,
+                                           platform::Error* error) {
   return executeSQL("INSERT INTO " + toTable + " SELECT * FROM " + fromTable, {}, error);
 }
 
 std::optional<bool> APMSqliteStore::tableExists(const std::string& name, platform::Error* error) {
-  auto found = numberForQuery("SELECT EXISTS (SELECT 1 FROM sqlite_master WHERE type = 'table' "
-                              "AND name = ?)",
-                              {name}, error);
+  auto found = numberForQuery(
+      "SELECT EXISTS (SELECT 1 FROM sqlite_master WHERE type = 'table' "
+      "AND name = ?)",
+      {name}, error);
   if (!found) return std::nullopt;
   return found->asInteger().value_or(0) != 0;
 }
@@ -482,13 +495,13 @@ std::optional<std::int64_t> APMSqliteStore::rowCountForTableWithName(const std::
   return count->asInteger().value_or(0);
 }
 
-std::optional<std::int64_t> APMSqliteStore::rowCountForTableWithName(
-    const std::string& name, const std::string& columnName, const kit::Value& columnValue,
-    platform::Error* error) {
+std::optional<std::int64_t> APMSqliteStore::rowCountForTableWithName(const std::string& name,
+                                                                     const std::string& columnName,
+                                                                     const kit::Value& columnValue,
+                                                                     platform::Error* error) {
   if (!checkOpen("Row count failed. Database not open.", error)) return std::nullopt;
-  auto count =
-      numberForQuery("SELECT COUNT(*) FROM " + name + " WHERE " + columnName + " = ?",
-                     {columnValue}, error);
+  auto count = numberForQuery("SELECT COUNT(*) FROM " + name + " WHERE " + columnName + " = ?",
+                              {columnValue}, error);
   if (!count) return std::nullopt;
   return count->asInteger().value_or(0);
 }
@@ -652,7 +665,8 @@ std::optional<APMSqliteStore::Records> APMSqliteStore::recordsForQuery(
         case SQLITE_TEXT: {
           const unsigned char* text = sqlite3_column_text(s, i);
           if (!text) {
-            APMSetError(error, kAPMErrorCodeFailedStep, std::string("Value is nil for column ") + name);
+            APMSetError(error, kAPMErrorCodeFailedStep,
+                        std::string("Value is nil for column ") + name);
             return std::nullopt;
           }
           value = kit::Value(std::string(reinterpret_cast<const char*>(text),
@@ -685,7 +699,8 @@ std::optional<APMSqliteStore::Records> APMSqliteStore::recordsForQuery(
   }
   if (!statement.finish(error)) return std::nullopt;
   if (filter && rowsRead > 0 && records.empty()) {
-    APMSetError(error, kAPMErrorCodeFailedStep, "Database contains records that were all filtered out");
+    APMSetError(error, kAPMErrorCodeFailedStep,
+                "Database contains records that were all filtered out");
   }
   return records;
 }

@@ -130,8 +130,7 @@ class APMSqliteStore {
   // result and fills `error` with "Database contains records that were all filtered out";
   // the caller decides what that means.
   std::optional<Records> recordsForQuery(const std::string& query,
-                                         const Parameters& parameterValues,
-                                         platform::Error* error,
+                                         const Parameters& parameterValues, platform::Error* error,
                                          const RecordFilter& filter = nullptr);
   // The first column of the first row: an integer or a real, or null when the value is SQL
   // NULL or there is no row. Text or bytes fail with "Found result that was not numeric".

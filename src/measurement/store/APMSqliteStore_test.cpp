@@ -114,7 +114,8 @@ TEST_F(APMSqliteStoreTest, WritesAndReadsRecords) {
   auto store = open();
   ASSERT_TRUE(store);
   ASSERT_TRUE(store->ensureTableWithName(
-      "t", {{"name", "TEXT NOT NULL PRIMARY KEY"}, {"n", "INTEGER NOT NULL"}, {"r", "REAL NOT NULL"}},
+      "t",
+      {{"name", "TEXT NOT NULL PRIMARY KEY"}, {"n", "INTEGER NOT NULL"}, {"r", "REAL NOT NULL"}},
       {{"blob", "BLOB"}}, {}, nullptr));
   for (const char* name : {"a", "b", "c"}) {
     ASSERT_TRUE(store->upsertRecord({{"name", name}, {"n", 1}, {"r", 0.5}, {"blob", kit::Data{}}},
@@ -186,13 +187,12 @@ TEST_F(APMSqliteStoreTest, ACachedQueryCanRunInsideItsOwnFilter) {
   for (int i = 1; i <= 3; ++i) ASSERT_TRUE(store->upsertRecord({{"n", i}}, "t", nullptr));
   const std::string query = "SELECT n FROM t WHERE n >= ? ORDER BY n";
   std::vector<std::size_t> innerCounts;
-  auto outer = store->recordsForQuery(query, {1}, nullptr,
-                                      [&](const APMSqliteStore::Record& r, bool*) {
-                                        auto inner = store->recordsForQuery(query, {r.at("n")},
-                                                                            nullptr);
-                                        innerCounts.push_back(inner ? inner->size() : 99);
-                                        return true;
-                                      });
+  auto outer =
+      store->recordsForQuery(query, {1}, nullptr, [&](const APMSqliteStore::Record& r, bool*) {
+        auto inner = store->recordsForQuery(query, {r.at("n")}, nullptr);
+        innerCounts.push_back(inner ? inner->size() : 99);
+        return true;
+      });
   ASSERT_TRUE(outer);
   EXPECT_EQ(outer->size(), 3u);
   EXPECT_EQ(innerCounts, (std::vector<std::size_t>{3, 2, 1}));
@@ -239,14 +239,13 @@ TEST_F(APMSqliteStoreTest, ANewTableIsCreatedIntegerAndMigratedToReal) {
 
 TEST_F(APMSqliteStoreTest, OldShapedTablesAreMigratedAndValidated) {
   std::filesystem::create_directories(std::filesystem::path(path_).parent_path());
-  APMExecuteOnTestDatabase(
-      path_,
-      "CREATE TABLE raw (name TEXT NOT NULL, timestamp INTEGER NOT NULL);"
-      "INSERT INTO raw VALUES ('old', 1700000000);"
-      "CREATE TABLE q (data BLOB NOT NULL, note TEXT);"
-      "INSERT INTO q VALUES (x'01', 'kept');"
-      "CREATE TABLE strict (a INTEGER NOT NULL, extra TEXT NOT NULL);"
-      "CREATE TABLE partial (a INTEGER NOT NULL);");
+  APMExecuteOnTestDatabase(path_,
+                           "CREATE TABLE raw (name TEXT NOT NULL, timestamp INTEGER NOT NULL);"
+                           "INSERT INTO raw VALUES ('old', 1700000000);"
+                           "CREATE TABLE q (data BLOB NOT NULL, note TEXT);"
+                           "INSERT INTO q VALUES (x'01', 'kept');"
+                           "CREATE TABLE strict (a INTEGER NOT NULL, extra TEXT NOT NULL);"
+                           "CREATE TABLE partial (a INTEGER NOT NULL);");
   auto store = open();
   ASSERT_TRUE(store);
 
@@ -282,9 +281,8 @@ TEST_F(APMSqliteStoreTest, AFullDiskFailsTheWriteAndKeepsWhatWasCommitted) {
   ASSERT_TRUE(store->upsertRecord({{"data", kit::Data(100, 1)}}, "t", nullptr));
   auto pages = store->numberForQuery("PRAGMA page_count", {}, nullptr);
   ASSERT_TRUE(pages);
-  ASSERT_TRUE(store->recordsForQuery("PRAGMA max_page_count = " +
-                                         std::to_string(*pages->asInteger()),
-                                     {}, nullptr));
+  ASSERT_TRUE(store->recordsForQuery(
+      "PRAGMA max_page_count = " + std::to_string(*pages->asInteger()), {}, nullptr));
 
   platform::Error error;
   EXPECT_FALSE(store->performTransactionWithError(&error, [&] {

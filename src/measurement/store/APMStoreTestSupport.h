@@ -44,8 +44,8 @@ inline void APMExecuteOnTestDatabase(const std::string& path, const std::string&
 // A database of several pages: one table with `rows` rows of text.
 inline void APMFillTestDatabase(const std::string& path, int rows) {
   APMExecuteOnTestDatabase(
-      path, "CREATE TABLE filler (id INTEGER PRIMARY KEY, text TEXT NOT NULL);"
-            "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
-                std::to_string(rows) +
-                ") INSERT INTO filler (text) SELECT printf('%0100d', i) FROM n;");
+      path,
+      "CREATE TABLE filler (id INTEGER PRIMARY KEY, text TEXT NOT NULL);"
+      "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+          std::to_string(rows) + ") INSERT INTO filler (text) SELECT printf('%0100d', i) FROM n;");
 }
