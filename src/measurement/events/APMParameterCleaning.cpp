@@ -29,15 +29,13 @@ bool hasErrorParameters(const APMParameters& p) {
   return p.count(kError) || p.count(kErrorValue) || p.count(kErrorLength);
 }
 
+constexpr auto kNameLimit = static_cast<std::size_t>(kAPMMaxEventParameterNameLength);
+
 // The error parameters of the first failure of a parameter map.
 class ErrorParameters {
  public:
-  void add(APMEventErrorCode error, const std::string& value,
-           std::optional<std::int64_t> length = std::nullopt) {
-    if (hasErrorParameters(params_)) return;
-    params_.emplace(kError, code(error));
-    params_.emplace(kErrorValue, APMValue::fromString(value));
-    if (length) params_.emplace(kErrorLength, APMValue::fromInt64(*length));
+  void add(APMParameters parameters) {
+    if (!hasErrorParameters(params_)) params_ = std::move(parameters);
   }
 
   // Writes the error parameters into `parameters` unless it carries some already.
@@ -77,17 +75,19 @@ std::optional<APMValue> cleanArray(const kit::Array& array, const std::string& n
                                                        &failure)) {
     switch (failure) {
       case kAPMValidationArrayNotAllowed:
-        errors.add(APMEventErrorCode::InvalidArrayParamEventName, eventName);
+        errors.add(APMErrorParameters(APMEventErrorCode::InvalidArrayParamEventName, eventName,
+                                      kNameLimit));
         return std::nullopt;
       case kAPMValidationArrayWrongName:
-        errors.add(APMEventErrorCode::InvalidArrayParamName, name);
+        errors.add(APMErrorParameters(APMEventErrorCode::InvalidArrayParamName, name, kNameLimit));
         return std::nullopt;
       case kAPMValidationArrayNested:
-        errors.add(APMEventErrorCode::InvalidArrayParamNesting, name);
+        errors.add(
+            APMErrorParameters(APMEventErrorCode::InvalidArrayParamNesting, name, kNameLimit));
         return std::nullopt;
       case kAPMValidationArrayTooManyItems:
-        errors.add(APMEventErrorCode::TooManyExtraParamEvents, name,
-                   static_cast<std::int64_t>(array.size()));
+        errors.add(APMErrorParameters(APMEventErrorCode::TooManyExtraParamEvents, name, kNameLimit,
+                                      static_cast<std::int64_t>(array.size())));
         break;  // the first 200 items go on
       default:
         return std::nullopt;
@@ -120,13 +120,10 @@ APMParameters APMCleanParameters(const kit::Dictionary& parameters, const std::s
             ? APMDataTypeValidator::isValidPublicEventParameterName(nameValue, &failure)
             : APMDataTypeValidator::isValidInternalEventParameterName(nameValue, &failure);
     if (!validName) {
-      std::size_t length = apm_UTF32Length(name);
-      errors.add(failure == kAPMValidationReserved ? APMEventErrorCode::ParameterNameIsReserved
-                                                   : APMEventErrorCode::InvalidParameterName,
-                 APMTrimmedString(name, kAPMMaxEventParameterNameLength),
-                 length > static_cast<std::size_t>(kAPMMaxEventParameterNameLength)
-                     ? std::optional<std::int64_t>(static_cast<std::int64_t>(length))
-                     : std::nullopt);
+      errors.add(APMErrorParameters(failure == kAPMValidationReserved
+                                        ? APMEventErrorCode::ParameterNameIsReserved
+                                        : APMEventErrorCode::InvalidParameterName,
+                                    name, kNameLimit));
       continue;
     }
 
@@ -159,8 +156,9 @@ APMParameters APMCleanParameters(const kit::Dictionary& parameters, const std::s
     }
     if (!validValue) {
       if (failure == kAPMValidationTooLong) {
-        errors.add(APMEventErrorCode::InvalidParameterValue, name,
-                   static_cast<std::int64_t>(apm_UTF32Length(value->stringValue())));
+        errors.add(
+            APMErrorParameters(APMEventErrorCode::InvalidParameterValue, name, kNameLimit,
+                               static_cast<std::int64_t>(apm_UTF32Length(value->stringValue()))));
       }
       continue;
     }
@@ -198,9 +196,9 @@ void APMApplyValueRule(const std::string& eventName, APMParameters& parameters) 
   if (!shouldValidateParams || value == parameters.end()) return;
 
   auto addError = [&parameters](APMEventErrorCode error, const char* errorValue) {
-    if (hasErrorParameters(parameters)) return;
-    parameters.insert_or_assign(kError, code(error));
-    parameters.insert_or_assign(kErrorValue, APMValue::fromString(errorValue));
+    if (!hasErrorParameters(parameters)) {
+      parameters.merge(APMErrorParameters(error, errorValue, kNameLimit));
+    }
   };
   if (!APMDataTypeValidator::isValidNumericValue(&value->second, nullptr)) {
     parameters.erase(value);
@@ -231,24 +229,36 @@ bool APMAddScreenParameters(APMParameters& parameters, const APMParameters& scre
   if (parameters.count("_sn") || parameters.count("_sc") || parameters.count("_si")) return false;
   auto id = screen.find("_si");
   if (id == screen.end() || !id->second.isInt64()) return false;
+  // `_sc` and `_sn`, when present, must be screen texts.
+  auto valid = [&screen](const char* key, int messageCode, const char* message) {
+    auto it = screen.find(key);
+    if (it == screen.end() ||
+        APMDataTypeValidator::isValidScreenParameterValue(it->second.objectValue(), nullptr)) {
+      return true;
+    }
+    APMMonitor::log(kAPMMonitorLevelWarning, messageCode, message);
+    return false;
+  };
+  if (!valid("_sc", kCodeInvalidScreenClass, "Received invalid screen class") ||
+      !valid("_sn", kCodeInvalidScreenName, "Received invalid screen name")) {
+    return false;
+  }
   auto screenClass = screen.find("_sc");
-  if (screenClass != screen.end() && !APMDataTypeValidator::isValidScreenParameterValue(
-                                         screenClass->second.objectValue(), nullptr)) {
-    APMMonitor::log(kAPMMonitorLevelWarning, kCodeInvalidScreenClass,
-                    "Received invalid screen class");
-    return false;
-  }
   auto screenName = screen.find("_sn");
-  if (screenName != screen.end() && !APMDataTypeValidator::isValidScreenParameterValue(
-                                        screenName->second.objectValue(), nullptr)) {
-    APMMonitor::log(kAPMMonitorLevelWarning, kCodeInvalidScreenName,
-                    "Received invalid screen name");
-    return false;
-  }
   parameters.insert_or_assign("_si", id->second);
   if (screenClass != screen.end()) parameters.insert_or_assign("_sc", screenClass->second);
   if (screenName != screen.end()) parameters.insert_or_assign("_sn", screenName->second);
   return true;
+}
+
+APMParameters APMErrorParameters(APMEventErrorCode error, const std::string& subject,
+                                 std::size_t limit, std::optional<std::int64_t> length) {
+  APMParameters parameters{{kError, code(error)},
+                           {kErrorValue, APMValue::fromString(APMTrimmedString(subject, limit))}};
+  std::size_t subjectLength = apm_UTF32Length(subject);
+  if (!length && subjectLength > limit) length = static_cast<std::int64_t>(subjectLength);
+  if (length) parameters.emplace(kErrorLength, APMValue::fromInt64(*length));
+  return parameters;
 }
 
 bool APMIsValidEventOrigin(const std::string& origin) {

@@ -4,9 +4,13 @@
 // The first error wins. Stateless; callable from any queue.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 
 #include "kit/Value.h"
+#include "measurement/events/APMEventNames.h"
 #include "measurement/events/APMValue.h"
 
 inline constexpr int kAPMDefaultMaxPublicEventParams = 25;
@@ -21,6 +25,13 @@ inline constexpr int kAPMDefaultMaxPublicEventParams = 25;
 APMParameters APMCleanParameters(const kit::Dictionary& parameters, const std::string& eventName,
                                  bool isPublicEvent, bool isArrayItem = false,
                                  int maxPublicEventParams = kAPMDefaultMaxPublicEventParams);
+
+// The error parameters that report `subject` failing with `error`: `_err`, `_ev` holding the
+// subject cut to `limit` code points (see APMTrimmedString), and `_el` holding `length` when
+// given, else the subject's length when it is longer than `limit`.
+APMParameters APMErrorParameters(APMEventErrorCode error, const std::string& subject,
+                                 std::size_t limit,
+                                 std::optional<std::int64_t> length = std::nullopt);
 
 // For a conversion (`_c`), `ad_impression` and `_ai`: a `value` parameter must be numeric
 // (else removed, `_ev` "value", `_err` 18) and must come with a three-letter `currency` (else

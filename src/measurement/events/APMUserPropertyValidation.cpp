@@ -3,6 +3,7 @@
 #include "measurement/APMMonitor.h"
 #include "measurement/events/APMDataTypeValidator.h"
 #include "measurement/events/APMEventNames.h"
+#include "measurement/events/APMParameterCleaning.h"
 
 namespace {
 
@@ -15,14 +16,7 @@ constexpr const char* kUserIDName = "_id";
 constexpr const char* kLastAdvertisingIDResetName = "_lair";
 constexpr const char* kAppOrigin = "app";
 
-APMParameters errorEvent(APMEventErrorCode error, const std::string& name,
-                         std::optional<std::int64_t> length) {
-  APMParameters params{
-      {"_err", APMValue::fromInt64(static_cast<std::int64_t>(error))},
-      {"_ev", APMValue::fromString(APMTrimmedString(name, kAPMMaxUserPropertyNameLength))}};
-  if (length) params.emplace("_el", APMValue::fromInt64(*length));
-  return params;
-}
+constexpr auto kNameLimit = static_cast<std::size_t>(kAPMMaxUserPropertyNameLength);
 
 }  // namespace
 
@@ -39,14 +33,10 @@ APMUserPropertyOutcome APMCheckUserProperty(const kit::Value& value, const kit::
   }
   int failure = kAPMValidationValid;
   if (!APMDataTypeValidator::isValidPublicUserAttributeName(name, &failure)) {
-    std::size_t length = nameText ? apm_UTF32Length(*nameText) : 0;
-    outcome.errorEventParameters =
-        errorEvent(failure == kAPMValidationReserved ? APMEventErrorCode::UserPropertyNameIsReserved
-                                                     : APMEventErrorCode::InvalidUserPropertyName,
-                   nameText ? *nameText : APMTrimmedString(name, kAPMMaxUserPropertyNameLength),
-                   length > static_cast<std::size_t>(kAPMMaxUserPropertyNameLength)
-                       ? std::optional<std::int64_t>(static_cast<std::int64_t>(length))
-                       : std::nullopt);
+    outcome.errorEventParameters = APMErrorParameters(
+        failure == kAPMValidationReserved ? APMEventErrorCode::UserPropertyNameIsReserved
+                                          : APMEventErrorCode::InvalidUserPropertyName,
+        nameText ? *nameText : APMTrimmedString(name, kNameLimit), kNameLimit);
     return outcome;
   }
   const std::string* valueText = value.asString();
@@ -59,8 +49,8 @@ APMUserPropertyOutcome APMCheckUserProperty(const kit::Value& value, const kit::
   if (!APMDataTypeValidator::isValidPublicUserAttributeValue(&converted, &failure)) {
     if (failure == kAPMValidationTooLong) {
       outcome.errorEventParameters =
-          errorEvent(APMEventErrorCode::UserPropertyValueTooLong, *nameText,
-                     static_cast<std::int64_t>(apm_UTF32Length(*valueText)));
+          APMErrorParameters(APMEventErrorCode::UserPropertyValueTooLong, *nameText, kNameLimit,
+                             static_cast<std::int64_t>(apm_UTF32Length(*valueText)));
     }
     return outcome;
   }
