@@ -1,0 +1,106 @@
+#include "measurement/proto/APMPB.h"
+
+#include <pb_decode.h>
+#include <pb_encode.h>
+
+#include <cstddef>
+#include <cstring>
+#include <limits>
+
+#include "measurement/APMError.h"
+#include "measurement/APMMonitor.h"
+
+// The bundle's fields stand in declaration order: tag 26 right after tag 6, tag 27 right
+// after tag 19.
+static_assert(offsetof(APMPBMeasurementBundle, bundle_end_timestamp_millis) <
+              offsetof(APMPBMeasurementBundle, previous_bundle_start_timestamp_millis));
+static_assert(offsetof(APMPBMeasurementBundle, previous_bundle_start_timestamp_millis) <
+              offsetof(APMPBMeasurementBundle, previous_bundle_end_timestamp_millis));
+static_assert(offsetof(APMPBMeasurementBundle, resettable_device_id) <
+              offsetof(APMPBMeasurementBundle, vendor_device_id));
+static_assert(offsetof(APMPBMeasurementBundle, vendor_device_id) <
+              offsetof(APMPBMeasurementBundle, limited_ad_tracking));
+
+namespace {
+
+constexpr int kMessageCodeStreamTooBig = 30001;
+constexpr std::size_t kScratchSize = 16 * 1024;
+
+bool refuseTooBig(std::size_t size, std::size_t limit, platform::Error* error) {
+  char text[128];
+  std::snprintf(text, sizeof text, "Unable to process proto stream. Buffer is too big. %zu > %d",
+                size, static_cast<int>(std::min<std::size_t>(limit, INT32_MAX)));
+  APMMonitor::log(kAPMMonitorLevelError, kMessageCodeStreamTooBig, text);
+  return APMSetError(error, kAPMErrorCodeFailedStep, text);
+}
+
+}  // namespace
+
+bool APMPBEncode(const pb_msgdesc_t* fields, const void* message, kit::Data* out,
+                 platform::Error* error, std::size_t limit) {
+  // Most messages fit the scratch buffer and are written in one pass.
+  thread_local kit::Data scratch(kScratchSize);
+  pb_ostream_t quick = pb_ostream_from_buffer(scratch.data(), scratch.size());
+  if (pb_encode(&quick, fields, message)) {
+    if (quick.bytes_written > limit) return refuseTooBig(quick.bytes_written, limit, error);
+    out->assign(scratch.begin(), scratch.begin() + static_cast<long>(quick.bytes_written));
+    return true;
+  }
+  // Larger ones: the first pass sizes the message, with every repeated field counted; the
+  // second fills a buffer of exactly that size.
+  std::size_t size = 0;
+  if (!pb_get_encoded_size(&size, fields, message)) {
+    return APMSetError(error, kAPMErrorCodeFailedStep, "Unable to compute proto message size");
+  }
+  if (size > limit) return refuseTooBig(size, limit, error);
+  out->resize(size);
+  pb_ostream_t stream = pb_ostream_from_buffer(out->data(), size);
+  if (!pb_encode(&stream, fields, message) || stream.bytes_written != size) {
+    out->clear();
+    return APMSetError(error, kAPMErrorCodeFailedStep,
+                       std::string("Unable to encode proto message: ") + PB_GET_ERROR(&stream));
+  }
+  return true;
+}
+
+bool APMPBDecode(const pb_msgdesc_t* fields, const std::uint8_t* data, std::size_t size,
+                 void* message, platform::Error* error, std::size_t limit) {
+  if (size > limit) return refuseTooBig(size, limit, error);
+  pb_istream_t stream = pb_istream_from_buffer(data, size);
+  if (!pb_decode(&stream, fields, message)) {
+    pb_release(fields, message);
+    return APMSetError(error, kAPMErrorCodeFailedStep,
+                       std::string("Unable to decode proto message: ") + PB_GET_ERROR(&stream));
+  }
+  return true;
+}
+
+void APMPBSetString(char** field, std::string_view value) {
+  char* copy = static_cast<char*>(std::malloc(value.size() + 1));
+  if (!copy) kit::fatal("Out of memory for a proto string");
+  std::memcpy(copy, value.data(), value.size());
+  copy[value.size()] = '\0';
+  std::free(*field);
+  *field = copy;
+}
+
+void APMPBClearString(char** field) {
+  std::free(*field);
+  *field = nullptr;
+}
+
+void* APMPBAppendRaw(void** items, pb_size_t* count, std::size_t elementSize) {
+  if (*count == std::numeric_limits<pb_size_t>::max()) kit::fatal("Proto repeated field overflow");
+  void* grown = std::realloc(*items, (static_cast<std::size_t>(*count) + 1) * elementSize);
+  if (!grown) kit::fatal("Out of memory for a proto repeated field");
+  *items = grown;
+  void* element = static_cast<char*>(grown) + static_cast<std::size_t>(*count) * elementSize;
+  std::memset(element, 0, elementSize);
+  ++*count;
+  return element;
+}
+
+void APMPBAppendString(char*** items, pb_size_t* count, std::string_view value) {
+  char*& slot = APMPBAppend(items, count);
+  APMPBSetString(&slot, value);
+}
