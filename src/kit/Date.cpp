@@ -1,5 +1,6 @@
 #include "kit/Date.h"
 
+#include <atomic>
 #include <cmath>
 #include <ctime>
 #include <mutex>
@@ -81,14 +82,23 @@ class SystemTimeZone : public TimeZone {
 
 std::mutex gZoneMutex;
 std::shared_ptr<const TimeZone> gDefaultZone;
+// Bumped by every change of the default zone, so that threads may keep a copy of it.
+std::atomic<std::uint64_t> gZoneGeneration{1};
 
-// ---- Pattern tokens ----
+}  // namespace
 
-struct Token {
+// One field of a pattern ("yyyy": field 'y', width 4) or a literal text.
+struct detail::DateToken {
   char field = 0;  // 0 for a literal
   int width = 0;
   std::string literal;
 };
+
+namespace {
+
+using Token = detail::DateToken;
+
+// ---- Pattern tokens ----
 
 std::vector<Token> tokenize(const std::string& format) {
   std::vector<Token> tokens;
@@ -132,11 +142,33 @@ const char* const kMonthNames[] = {"January", "February", "March",     "April", 
 const char* const kWeekdayNames[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
                                      "Thursday", "Friday", "Saturday"};
 
-std::string padded(std::int64_t v, int width) {
-  bool neg = v < 0;
-  std::string s = std::to_string(neg ? -v : v);
-  while (static_cast<int>(s.size()) < width) s.insert(s.begin(), '0');
-  return neg ? "-" + s : s;
+// The compiled pattern of `format`, from a small per-thread cache: formatters are made often
+// (one per record, say) with a handful of patterns.
+std::shared_ptr<const std::vector<Token>> compiled(const std::string& format) {
+  thread_local std::vector<std::pair<std::string, std::shared_ptr<const std::vector<Token>>>> cache;
+  for (const auto& [f, tokens] : cache) {
+    if (f == format) return tokens;
+  }
+  auto tokens = std::make_shared<const std::vector<Token>>(tokenize(format));
+  if (cache.size() >= 16) cache.erase(cache.begin());
+  cache.emplace_back(format, tokens);
+  return tokens;
+}
+
+// Appends `v` in decimal, zero-padded to `width` digits.
+void appendPadded(std::string& out, std::int64_t v, int width) {
+  if (v < 0) {
+    out += '-';
+    v = -v;
+  }
+  char digits[24];
+  int n = 0;
+  do {
+    digits[n++] = static_cast<char>('0' + v % 10);
+    v /= 10;
+  } while (v > 0);
+  for (int i = n; i < width; ++i) out += '0';
+  while (n > 0) out += digits[--n];
 }
 
 bool isNumericField(char f) {
@@ -161,19 +193,32 @@ std::shared_ptr<const TimeZone> TimeZone::system() {
 }
 
 std::shared_ptr<const TimeZone> TimeZone::defaultTimeZone() {
-  std::lock_guard lock(gZoneMutex);
-  return gDefaultZone ? gDefaultZone : system();
+  thread_local std::uint64_t seen = 0;
+  thread_local std::shared_ptr<const TimeZone> copy;
+  std::uint64_t generation = gZoneGeneration.load(std::memory_order_acquire);
+  if (generation != seen) {
+    std::lock_guard lock(gZoneMutex);
+    copy = gDefaultZone ? gDefaultZone : system();
+    seen = gZoneGeneration.load(std::memory_order_relaxed);
+  }
+  return copy;
 }
 
 void TimeZone::setDefaultTimeZone(std::shared_ptr<const TimeZone> zone) {
   std::lock_guard lock(gZoneMutex);
   gDefaultZone = std::move(zone);
+  gZoneGeneration.fetch_add(1, std::memory_order_release);
 }
 
-DateFormatter::DateFormatter() : zone_(TimeZone::defaultTimeZone()) {}
+DateFormatter::DateFormatter() : tokens_(compiled({})), zone_(TimeZone::defaultTimeZone()) {}
 
 DateFormatter::DateFormatter(std::string format)
-    : format_(std::move(format)), zone_(TimeZone::defaultTimeZone()) {}
+    : format_(std::move(format)), tokens_(compiled(format_)), zone_(TimeZone::defaultTimeZone()) {}
+
+void DateFormatter::setDateFormat(std::string format) {
+  format_ = std::move(format);
+  tokens_ = compiled(format_);
+}
 
 void DateFormatter::setTimeZone(std::shared_ptr<const TimeZone> zone) {
   zone_ = zone ? std::move(zone) : TimeZone::defaultTimeZone();
@@ -196,45 +241,50 @@ std::string DateFormatter::stringFromDate(Date date) const {
   int weekday = static_cast<int>(((days % 7) + 11) % 7);  // 1970-01-01 was a Thursday (4)
 
   std::string out;
-  for (const Token& tok : tokenize(format_)) {
+  out.reserve(32);
+  for (const Token& tok : *tokens_) {
     switch (tok.field) {
       case 0: out += tok.literal; break;
-      case 'y': out += tok.width == 2 ? padded(((y % 100) + 100) % 100, 2) : padded(y, tok.width); break;
+      case 'y':
+        if (tok.width == 2) appendPadded(out, ((y % 100) + 100) % 100, 2);
+        else appendPadded(out, y, tok.width);
+        break;
       case 'M':
         if (tok.width >= 4) out += kMonthNames[m - 1];
-        else if (tok.width == 3) out += std::string(kMonthNames[m - 1]).substr(0, 3);
-        else out += padded(m, tok.width);
+        else if (tok.width == 3) out.append(kMonthNames[m - 1], 3);
+        else appendPadded(out, m, tok.width);
         break;
-      case 'd': out += padded(d, tok.width); break;
-      case 'H': out += padded(hour, tok.width); break;
-      case 'h': out += padded(hour % 12 == 0 ? 12 : hour % 12, tok.width); break;
+      case 'd': appendPadded(out, d, tok.width); break;
+      case 'H': appendPadded(out, hour, tok.width); break;
+      case 'h': appendPadded(out, hour % 12 == 0 ? 12 : hour % 12, tok.width); break;
       case 'a': out += hour < 12 ? "AM" : "PM"; break;
-      case 'm': out += padded(minute, tok.width); break;
-      case 's': out += padded(second, tok.width); break;
+      case 'm': appendPadded(out, minute, tok.width); break;
+      case 's': appendPadded(out, second, tok.width); break;
       case 'S': {
         std::int64_t scale = 1;
         for (int i = 0; i < tok.width && i < 9; ++i) scale *= 10;
-        out += padded(static_cast<std::int64_t>(fraction * static_cast<double>(scale)), tok.width);
+        appendPadded(out, static_cast<std::int64_t>(fraction * static_cast<double>(scale)), tok.width);
         break;
       }
       case 'E':
-        out += tok.width >= 4 ? std::string(kWeekdayNames[weekday])
-                              : std::string(kWeekdayNames[weekday]).substr(0, 3);
+        if (tok.width >= 4) out += kWeekdayNames[weekday];
+        else out.append(kWeekdayNames[weekday], 3);
         break;
       case 'Z': {
         std::int64_t a = offset < 0 ? -offset : offset;
         out += offset < 0 ? '-' : '+';
-        out += padded(a / 3600, 2) + padded(a / 60 % 60, 2);
+        appendPadded(out, a / 3600, 2);
+        appendPadded(out, a / 60 % 60, 2);
         break;
       }
-      default: out += std::string(tok.width, tok.field); break;
+      default: out.append(static_cast<std::size_t>(tok.width), tok.field); break;
     }
   }
   return out;
 }
 
 std::optional<Date> DateFormatter::dateFromString(std::string_view text) const {
-  std::vector<Token> tokens = tokenize(format_);
+  const std::vector<Token>& tokens = *tokens_;
   std::int64_t y = 1970;
   unsigned m = 1, d = 1;
   int hour = 0, minute = 0, second = 0;

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kit {
 
@@ -46,6 +47,10 @@ class TimeZone {
   static void setDefaultTimeZone(std::shared_ptr<const TimeZone> zone);
 };
 
+namespace detail {
+struct DateToken;
+}
+
 // Formats and parses dates with a fixed pattern in the style of Unicode date patterns:
 // y (yy two digits, yyyy four), M (MMM and MMMM month names), d, H, h, a, m, s, S (fraction),
 // E (weekday names), Z (+hhmm), quoted literals ('...'), any other character literally.
@@ -57,7 +62,7 @@ class DateFormatter {
   DateFormatter();
   explicit DateFormatter(std::string format);
 
-  void setDateFormat(std::string format) { format_ = std::move(format); }
+  void setDateFormat(std::string format);
   const std::string& dateFormat() const { return format_; }
   void setTimeZone(std::shared_ptr<const TimeZone> zone);
   const std::shared_ptr<const TimeZone>& timeZone() const { return zone_; }
@@ -70,6 +75,8 @@ class DateFormatter {
 
  private:
   std::string format_;
+  // The pattern, split into fields and literals once (shared by formatters of one pattern).
+  std::shared_ptr<const std::vector<detail::DateToken>> tokens_;
   std::string locale_;
   std::shared_ptr<const TimeZone> zone_;
 };

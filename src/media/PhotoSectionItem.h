@@ -2,6 +2,7 @@
 // default. Shared by reference between the scan and the screen.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -10,6 +11,9 @@
 #include "media/ImageSets.h"
 
 namespace media {
+
+template <class Section, class Delegate>
+class SectionSlot;
 
 template <class Record>
 class SectionItem {
@@ -33,6 +37,13 @@ class SectionItem {
   int totalCount;
   // The members, oldest first.
   std::vector<std::shared_ptr<Record>> image;
+
+ private:
+  template <class Section, class Delegate>
+  friend class SectionSlot;
+  // Which generation of a slot's list holds this section (0: none); kept by the slot, under
+  // its lock, so that membership needs no search.
+  std::uint64_t slotGeneration_ = 0;
 };
 
 class PhotoSectionItem : public SectionItem<ImageSets> {

@@ -47,26 +47,68 @@ void countGroupingBatch(ScanCounters& c) {
   }
 }
 
+// What the grouping compares of a record, copied out of it once. The fields never change
+// after construction, so the walk reads this compact array instead of every record.
+struct RecordKey {
+  std::int64_t ImageTS;
+  std::int64_t filesize;
+  double duration;
+};
+
+template <class Record>
+RecordKey keyOf(const Record& r) {
+  return {r.ImageTS, r.filesize, r.duration};
+}
+
+template <class Record>
+std::vector<RecordKey> keysOf(const std::vector<std::shared_ptr<Record>>& records) {
+  std::vector<RecordKey> keys;
+  keys.reserve(records.size());
+  for (const auto& r : records) keys.push_back(keyOf(*r));
+  return keys;
+}
+
+// Sorts records (and their keys) stably by `before`; a list already in order stays as it is.
+template <class Record, class Before>
+void stableSortRecords(std::vector<std::shared_ptr<Record>>& records, std::vector<RecordKey>& keys, Before before) {
+  if (std::is_sorted(keys.begin(), keys.end(), before)) return;
+  std::vector<std::size_t> order(records.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return before(keys[a], keys[b]); });
+  std::vector<std::shared_ptr<Record>> sortedRecords;
+  std::vector<RecordKey> sortedKeys;
+  sortedRecords.reserve(records.size());
+  sortedKeys.reserve(keys.size());
+  for (std::size_t i : order) {
+    sortedRecords.push_back(std::move(records[i]));
+    sortedKeys.push_back(keys[i]);
+  }
+  records = std::move(sortedRecords);
+  keys = std::move(sortedKeys);
+}
+
 // Walks `records` and hands each closed group (in order) to `close` and the last one to
-// `finish`. Records with ImageTS 0 join no group; `joins(current, next)` decides membership
-// against the group's latest member.
+// `finish`; a group's latest member is its last. Records with ImageTS 0 join no group;
+// `joins(current, next)` decides membership against the group's latest member. The records
+// are moved into their groups.
 template <class Record, class Joins, class Close, class Finish>
-void walkGroups(const std::vector<std::shared_ptr<Record>>& records, ScanCounters& counters, Joins joins,
-                Close close, Finish finish) {
-  std::vector<std::shared_ptr<Record>> group{records.front()};
-  std::shared_ptr<Record> current = records.front();
+void walkGroups(std::vector<std::shared_ptr<Record>>& records, const std::vector<RecordKey>& keys,
+                ScanCounters& counters, Joins joins, Close close, Finish finish) {
+  std::vector<std::shared_ptr<Record>> group;
+  group.push_back(std::move(records.front()));
+  std::size_t current = 0;
   for (std::size_t i = 1; i < records.size(); ++i) {
-    const auto& next = records[i];
     countGroupingBatch(counters);
-    if (next->ImageTS == 0) continue;
-    if (joins(*current, *next)) {
-      group.push_back(next);
-      current = next;
+    if (keys[i].ImageTS == 0) continue;
+    if (joins(keys[current], keys[i])) {
+      group.push_back(std::move(records[i]));
+      current = i;
       continue;
     }
-    close(std::move(group), *current);
-    group = {next};
-    current = next;
+    close(std::move(group));
+    group.clear();
+    group.push_back(std::move(records[i]));
+    current = i;
   }
   finish(std::move(group));
 }
@@ -77,6 +119,9 @@ std::shared_ptr<Section> makeSection(std::vector<std::shared_ptr<Record>> group,
   group.front()->isSelected = false;  // the oldest is the copy that is kept
   return std::make_shared<Section>(std::move(header), std::move(group), false, n - 1, n);
 }
+
+// The grouping of photos, with the records' keys already taken.
+void groupPhotoRecords(std::vector<std::shared_ptr<ImageSets>> records, std::vector<RecordKey> keys, Counters counters);
 
 }  // namespace
 
@@ -100,6 +145,7 @@ void scanPhotos(Counters counters) {
   auto slot = PhotosCallBack::shared();
   platform::FetchResult fetch = fetchOldestFirst(platform::MediaType::Image);
   std::vector<std::shared_ptr<ImageSets>> records;
+  std::vector<RecordKey> keys;
   const int count = fetch.count();
   if (count < 1) {
     if (auto listener = slot->itemdelegates.load()) listener->totalPhotosCount(0);
@@ -122,6 +168,7 @@ void scanPhotos(Counters counters) {
       if (!dates.imageDate.empty()) {
         auto record = std::make_shared<ImageSets>(0, asset, dates.imageDate, dates.fullDateTime, duration);
         record->isSelected = true;
+        keys.push_back(keyOf(*record));
         records.push_back(std::move(record));
       }
     }
@@ -130,21 +177,24 @@ void scanPhotos(Counters counters) {
   counters->batchCounter = 0;
   counters->batchSize = 2;
   slot->setSectionArray({});
-  kit::globalQueue(kit::QoS::Background).async(
-      [records = std::move(records), counters]() mutable { groupPhotos(std::move(records), counters); });
+  kit::globalQueue(kit::QoS::Background).async([records = std::move(records), keys = std::move(keys), counters]() mutable {
+    groupPhotoRecords(std::move(records), std::move(keys), counters);
+  });
 }
 
 void groupPhotos(std::vector<std::shared_ptr<ImageSets>> records, Counters counters) {
-  // A stable sort leaves records already in order where they are; the fetch is oldest first,
-  // so it usually has nothing to do.
-  auto earlier = [](const auto& a, const auto& b) { return a->ImageTS < b->ImageTS; };
-  if (!std::is_sorted(records.begin(), records.end(), earlier)) {
-    std::stable_sort(records.begin(), records.end(), earlier);
-  }
+  std::vector<RecordKey> keys = keysOf(records);
+  groupPhotoRecords(std::move(records), std::move(keys), std::move(counters));
+}
+
+namespace {
+
+void groupPhotoRecords(std::vector<std::shared_ptr<ImageSets>> records, std::vector<RecordKey> keys, Counters counters) {
+  stableSortRecords(records, keys, [](const RecordKey& a, const RecordKey& b) { return a.ImageTS < b.ImageTS; });
   if (records.size() < 2) return;
   auto slot = PhotosCallBack::shared();
 
-  auto joins = [](const ImageSets& current, const ImageSets& next) {
+  auto joins = [](const RecordKey& current, const RecordKey& next) {
     std::int64_t sizeDelta = kit::checkedSubtract(next.filesize, current.filesize);
     if (sizeDelta == INT64_MIN) kit::fatal("arithmetic overflow in a size difference");
     return kit::checkedSubtract(next.ImageTS, current.ImageTS) < 5000 &&
@@ -153,9 +203,10 @@ void groupPhotos(std::vector<std::shared_ptr<ImageSets>> records, Counters count
 
   // A closed group: its header is the imageDate of its latest member; the whole list goes to
   // the main queue as a copy, for the listener's own list.
-  auto close = [&slot](std::vector<std::shared_ptr<ImageSets>> group, const ImageSets& current) {
+  auto close = [&slot](std::vector<std::shared_ptr<ImageSets>> group) {
     if (group.size() < 2) return;
-    auto section = makeSection<PhotoSectionItem>(std::move(group), current.imageDate);
+    std::string header = group.back()->imageDate;
+    auto section = makeSection<PhotoSectionItem>(std::move(group), std::move(header));
     auto [appended, all] = slot->appendIfAbsent(section);
     if (!appended) return;
     if (auto listener = slot->itemdelegates.load()) {
@@ -182,8 +233,10 @@ void groupPhotos(std::vector<std::shared_ptr<ImageSets>> records, Counters count
     slot->appendSection(section);
   };
 
-  walkGroups(records, *counters, joins, close, finish);
+  walkGroups(records, keys, *counters, joins, close, finish);
 }
+
+}  // namespace
 
 // ---- Videos ----
 
@@ -230,20 +283,22 @@ void scanVideos(Counters counters) {
 }
 
 void groupVideos(std::vector<std::shared_ptr<VideoSets>> records, Counters counters) {
+  std::vector<RecordKey> keys = keysOf(records);
   // Moves a record ahead only when both its size and its duration are smaller: with every
   // size 0 nothing moves, and the list keeps its creation order.
-  std::stable_sort(records.begin(), records.end(), [](const auto& next, const auto& previous) {
-    return next->filesize < previous->filesize && next->duration < previous->duration;
+  stableSortRecords(records, keys, [](const RecordKey& next, const RecordKey& previous) {
+    return next.filesize < previous.filesize && next.duration < previous.duration;
   });
   if (records.size() < 2) return;
   auto slot = VideosCallBackListner::shared();
 
-  auto joins = [](const VideoSets& current, const VideoSets& next) {
+  auto joins = [](const RecordKey& current, const RecordKey& next) {
     return next.filesize == current.filesize && next.duration == current.duration;
   };
-  auto close = [&slot](std::vector<std::shared_ptr<VideoSets>> group, const VideoSets& current) {
+  auto close = [&slot](std::vector<std::shared_ptr<VideoSets>> group) {
     if (group.size() < 2) return;
-    slot->appendSection(makeSection<VideoSectionsItem>(std::move(group), current.imageDate));
+    std::string header = group.back()->imageDate;
+    slot->appendSection(makeSection<VideoSectionsItem>(std::move(group), std::move(header)));
   };
   // The last section comes before the finished event.
   auto finish = [&slot](std::vector<std::shared_ptr<VideoSets>> group) {
@@ -254,7 +309,7 @@ void groupVideos(std::vector<std::shared_ptr<VideoSets>> records, Counters count
     if (auto listener = slot->itemdelegates.load()) listener->videoScanFinished();
   };
 
-  walkGroups(records, *counters, joins, close, finish);
+  walkGroups(records, keys, *counters, joins, close, finish);
 }
 
 kit::Date dateFromDayString(const std::string& text) {

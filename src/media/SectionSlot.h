@@ -5,7 +5,7 @@
 
 #include <memory>
 #include <mutex>
-#include <unordered_set>
+#include <cstdint>
 
 #include "kit/AtomicShared.h"
 #include "kit/CowArray.h"
@@ -28,8 +28,8 @@ class SectionSlot {
   // Replaces the list whole. Any thread.
   void setSectionArray(Sections sections) {
     std::lock_guard lock(mu_);
-    members_.clear();
-    for (const auto& s : sections) members_.insert(s.get());
+    ++generation_;
+    for (const auto& s : sections) s->slotGeneration_ = generation_;
     sections_ = std::move(sections);
   }
 
@@ -38,18 +38,22 @@ class SectionSlot {
     Sections all;  // the whole list afterwards
   };
   // Appends `section` unless the list already holds that very object (an identity test,
-  // answered from an index instead of a search). Any thread.
+  // answered from the section's mark instead of a search). Any thread.
   Appended appendIfAbsent(const std::shared_ptr<Section>& section) {
     std::lock_guard lock(mu_);
-    bool appended = members_.insert(section.get()).second;
-    if (appended) sections_.append(section);
+    bool appended = section->slotGeneration_ != generation_;
+    if (appended) {
+      section->slotGeneration_ = generation_;
+      sections_.append(section);
+    }
     return {appended, sections_};
   }
 
  private:
   mutable std::mutex mu_;
   Sections sections_;
-  std::unordered_set<const Section*> members_;
+  // Bumped whenever the list is replaced; a section marked with it is in the list.
+  std::uint64_t generation_ = 1;
 };
 
 }  // namespace media
