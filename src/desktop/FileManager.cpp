@@ -34,7 +34,7 @@ std::vector<std::string> FileManager::searchPathForDirectoriesInDomains(int dire
   const std::string& home = folders_.home;
   if (!expandTilde && home.size() > 1 && path.compare(0, home.size(), home) == 0 &&
       (path.size() == home.size() || path[home.size()] == '/')) {
-    path = "~" + path.substr(home.size());
+    path.replace(0, home.size(), "~");
   }
   return {path};
 }

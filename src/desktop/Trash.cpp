@@ -79,7 +79,8 @@ std::string candidateName(const std::string& name, int n) {
   std::size_t dot = name.find_last_of('.');
   if (dot == 0 || dot == std::string::npos) dot = name.size();
   std::string stem = name.substr(0, dot), ext = name.substr(dot);
-  std::string suffix = n == 1 ? "" : "." + std::to_string(n);
+  std::string suffix;
+  if (n > 1) suffix = std::string(".").append(std::to_string(n));
   constexpr std::size_t kMax = NAME_MAX - sizeof(".trashinfo") + 1;
   if (ext.size() > 32) {
     stem += ext;
