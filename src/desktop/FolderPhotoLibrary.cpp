@@ -247,7 +247,7 @@ platform::FetchResult FolderPhotoLibrary::fetch(std::optional<platform::MediaTyp
     const MediaInfo& info = entries_.at(f.id).info;
     if (info.type == platform::MediaType::Unknown) {
       report.issues.push_back({LibraryIssue::Kind::NotMedia, f.path,
-                               f.size == 0 ? "empty file" : "not a photo or video"});
+                               f.size == 0 ? "empty file" : "content of no known photo or video format"});
       continue;
     }
     if (!info.problem.empty())
