@@ -343,12 +343,12 @@ int runScan(const std::vector<std::string>& args, std::FILE* out, std::FILE* err
                      "solvanta: the deletion was not confirmed; nothing was moved to the Trash\n");
         exitCode = kExitDeletionFailed;
       } else {
-        std::fprintf(err, "solvanta: nothing was moved to the Trash: %s\n",
+        std::fprintf(err, "solvanta: the deletion failed: %s\n",
                      failure ? failure->localizedDescription.c_str() : "unknown error");
         exitCode = kExitDeletionFailed;
       }
     }
-    if (!options.json) {
+    if (!options.json && exitCode == kExitOk) {
       std::fprintf(out, "\nMoved %s to the Trash.\n",
                    plural(result.deleted, "file", "files").c_str());
     }
