@@ -228,6 +228,18 @@ TEST_F(ScanProgramTest, TheLastSectionComingAfterTheFinishedEventIsPrinted) {
             (std::vector<std::vector<std::string>>{{"a.jpg", "b.jpg"}}));
 }
 
+TEST_F(ScanProgramTest, NamesThatAreNotUtf8KeepTheJsonValid) {
+  photo("lib/cafe.jpg", "2023:06:10 09:15:00");
+  photo("lib/caf\xE9.jpg", "2023:06:10 09:15:01");
+  Outcome json = scan({"--json", "--yes", "--library", path("lib")});
+  ASSERT_EQ(json.status, 0) << json.err;
+  EXPECT_EQ(groups(parse(json), path("lib")),
+            (std::vector<std::vector<std::string>>{{"cafe.jpg", "caf\xEF\xBF\xBD.jpg"}}));
+  // Text keeps the name's own bytes, as other tools print them.
+  Outcome text = scan({"--library", path("lib")});
+  EXPECT_NE(text.out.find(path("lib/caf\xE9.jpg") + "\n"), std::string::npos) << text.out;
+}
+
 TEST_F(ScanProgramTest, BadArgumentsAndUnreadableLibraries) {
   Outcome bad = scan({"--bogus"});
   EXPECT_EQ(bad.status, 2);

@@ -67,11 +67,8 @@ std::optional<platform::Error> changedSinceFetch(const FileAsset& asset) {
   if (::lstat(asset.path().c_str(), &st) != 0) {
     return failure(asset.path() + " is gone since the library was read; nothing of it was deleted");
   }
-  std::int64_t mtime =
-      static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
-  FileId id{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
-  if (!S_ISREG(st.st_mode) || id != asset.fileId() || st.st_size != asset.fileSize() ||
-      mtime != asset.modificationTimeNs()) {
+  if (!S_ISREG(st.st_mode) || fileIdOf(st) != asset.fileId() || st.st_size != asset.fileSize() ||
+      mtimeNsOf(st) != asset.modificationTimeNs()) {
     return failure(asset.path() + " changed since the library was read; it was not deleted");
   }
   return std::nullopt;
@@ -81,13 +78,9 @@ std::optional<platform::Error> changedSinceFetch(const FileAsset& asset) {
 
 // ---- FileAsset ----
 
-FileAsset::FileAsset(std::string path, FileId id, std::int64_t size, std::int64_t mtimeNs,
-                     const MediaInfo& info, kit::Date creationDate)
-    : path_(std::move(path)),
-      id_(id),
-      size_(size),
-      mtimeNs_(mtimeNs),
-      identifier_(std::to_string(id.device) + ":" + std::to_string(id.inode)),
+FileAsset::FileAsset(const WalkedFile& file, const MediaInfo& info, kit::Date creationDate)
+    : file_(file),
+      identifier_(std::to_string(file.id.device) + ":" + std::to_string(file.id.inode)),
       creationDate_(creationDate),
       duration_(info.type == platform::MediaType::Video ? info.duration : 0.0),
       type_(info.type),
@@ -95,7 +88,7 @@ FileAsset::FileAsset(std::string path, FileId id, std::int64_t size, std::int64_
       height_(info.height) {}
 
 kit::Value FileAsset::valueForKey(std::string_view key) const {
-  if (key == "filename") return kit::Value(lastComponent(path_));
+  if (key == "filename") return kit::Value(lastComponent(file_.path));
   if (key == "localIdentifier") return kit::Value(identifier_);
   return {};
 }
@@ -246,16 +239,16 @@ platform::FetchResult FolderPhotoLibrary::fetch(std::optional<platform::MediaTyp
     }
     const MediaInfo& info = entries_.at(f.id).info;
     if (info.type == platform::MediaType::Unknown) {
-      report.issues.push_back({LibraryIssue::Kind::NotMedia, f.path,
-                               f.size == 0 ? "empty file" : "content of no known photo or video format"});
+      report.issues.push_back(
+          {LibraryIssue::Kind::NotMedia, f.path,
+           f.size == 0 ? "empty file" : "content of no known photo or video format"});
       continue;
     }
     if (!info.problem.empty())
       report.issues.push_back({LibraryIssue::Kind::Damaged, f.path, info.problem});
     (info.type == platform::MediaType::Video ? report.videos : report.photos) += 1;
     if (type && info.type != *type) continue;
-    assets.push_back(std::make_shared<FileAsset>(f.path, f.id, f.size, f.mtimeNs, info,
-                                                 creationDateOf(info, f.mtimeNs, *zone)));
+    assets.push_back(std::make_shared<FileAsset>(f, info, creationDateOf(info, f.mtimeNs, *zone)));
   }
   platform::sortAssets(assets, options);
   {
@@ -310,6 +303,16 @@ std::optional<platform::Error> FolderPhotoLibrary::applyChanges(
     if (auto error = changedSinceFetch(*file)) return error;
     std::string error;
     if (!options_.trash->moveToTrash(file->path(), &error)) return failure(error);
+    // The file's other names go too, so that it leaves the library; a name that no longer
+    // holds this file is left alone.
+    for (const auto& other : file->otherPaths()) {
+      struct stat st {};
+      if (::lstat(other.c_str(), &st) != 0 || !S_ISREG(st.st_mode) ||
+          fileIdOf(st) != file->fileId()) {
+        continue;
+      }
+      if (!options_.trash->moveToTrash(other, &error)) return failure(error);
+    }
   }
   return std::nullopt;
 }

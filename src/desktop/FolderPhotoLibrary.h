@@ -22,8 +22,8 @@ namespace desktop {
 // One file of the library. Immutable; any thread.
 class FileAsset : public platform::Asset {
  public:
-  FileAsset(std::string path, FileId id, std::int64_t size, std::int64_t mtimeNs,
-            const MediaInfo& info, kit::Date creationDate);
+  // The asset of `file` as walked, with what was read from it.
+  FileAsset(const WalkedFile& file, const MediaInfo& info, kit::Date creationDate);
 
   // "<device>:<inode>" in decimal: the same file has the same identifier in every run.
   const std::string& localIdentifier() const override { return identifier_; }
@@ -36,17 +36,16 @@ class FileAsset : public platform::Asset {
   // "filename": the file's name (its bytes as they are); "localIdentifier"; else null.
   kit::Value valueForKey(std::string_view key) const override;
 
-  // Desktop-only facts of the file as it was when fetched.
-  const std::string& path() const { return path_; }
-  FileId fileId() const { return id_; }
-  std::int64_t fileSize() const { return size_; }
-  std::int64_t modificationTimeNs() const { return mtimeNs_; }
+  // Desktop-only facts of the file as it was when fetched: its name (the first in walk
+  // order), its other names in the library (hard links), identity, size and file time.
+  const std::string& path() const { return file_.path; }
+  const std::vector<std::string>& otherPaths() const { return file_.otherNames; }
+  FileId fileId() const { return file_.id; }
+  std::int64_t fileSize() const { return file_.size; }
+  std::int64_t modificationTimeNs() const { return file_.mtimeNs; }
 
  private:
-  std::string path_;
-  FileId id_;
-  std::int64_t size_;
-  std::int64_t mtimeNs_;
+  WalkedFile file_;
   std::string identifier_;
   kit::Date creationDate_;
   double duration_;
@@ -123,7 +122,8 @@ class FolderPhotoLibrary : public platform::PhotoLibrary,
 
   // On the library's serial change queue: runs `changes`; when it asked for deletions (of
   // assets of this library), asks "Allow Solvanta to delete N items?" through the confirm
-  // prompt and moves every file to the Trash; then runs `completion` on the same queue. The
+  // prompt and moves every file to the Trash, under each of its names in the library; then
+  // runs `completion` on the same queue. The
   // completion reports failure with an error, and nothing is deleted, when access is not
   // authorized, the user refuses, an asset is not a file of this library, or a file changed
   // or vanished since it was fetched; a failure of the Trash midway stops there (files

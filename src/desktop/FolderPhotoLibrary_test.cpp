@@ -157,6 +157,7 @@ TEST_F(LibraryTest, EachFileOnceAndNeverThroughLinksHiddenNamesOrTheAppsOwnData)
 
   auto photos = fetch(*library, MediaType::Image);
   EXPECT_EQ(names(photos), std::vector<std::string>{"photo.jpg"});
+  EXPECT_EQ(file(photos[0]).otherPaths(), std::vector<std::string>{root + "/zz-second-name.jpg"});
   FetchReport report = library->lastFetchReport();
   EXPECT_EQ(report.files, 1);
   EXPECT_EQ(report.hardLinksSkipped, 1);
@@ -371,6 +372,22 @@ TEST_F(DeletionTest, DeletedFilesLandInTheTrashWithValidRecords) {
 
   // A later fetch no longer sees them.
   EXPECT_EQ(names(fetch(*library, MediaType::Image)), std::vector<std::string>{"keep.jpg"});
+}
+
+TEST_F(DeletionTest, AFileWithSeveralNamesLeavesTheLibraryUnderEach) {
+  testing::writePhoto(root + "/a.jpg", {"2023:06:10 12:00:00"});
+  ASSERT_EQ(::link((root + "/a.jpg").c_str(), (root + "/b.jpg").c_str()), 0);
+  ASSERT_EQ(::link((root + "/a.jpg").c_str(), (root + "/c.jpg").c_str()), 0);
+  auto library = makeLibrary();
+  auto photos = fetch(*library, MediaType::Image);
+  ASSERT_EQ(photos.size(), 1u);
+  // One name now holds another file: it stays.
+  ASSERT_EQ(::unlink((root + "/c.jpg").c_str()), 0);
+  testing::writePhoto(root + "/c.jpg", {"2023:06:11 12:00:00"});
+  ASSERT_TRUE(remove(*library, photos).first);
+  EXPECT_EQ(questions, std::vector<std::string>{"Allow Solvanta to delete 1 items?"});
+  EXPECT_EQ(testing::listFolder(trashFiles()), (std::vector<std::string>{"a.jpg", "b.jpg"}));
+  EXPECT_EQ(testing::listFolder(root), std::vector<std::string>{"c.jpg"});
 }
 
 TEST_F(DeletionTest, RefusalDeletesNothing) {

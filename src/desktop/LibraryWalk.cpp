@@ -8,18 +8,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <unordered_set>
+#include <unordered_map>
 
 namespace desktop {
 namespace {
-
-FileId idOf(const struct stat& st) {
-  return FileId{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
-}
-
-std::int64_t mtimeOf(const struct stat& st) {
-  return static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
-}
 
 std::string join(const std::string& folder, const std::string& name) {
   return folder.back() == '/' ? folder + name : folder + "/" + name;
@@ -27,10 +19,18 @@ std::string join(const std::string& folder, const std::string& name) {
 
 }  // namespace
 
+FileId fileIdOf(const struct stat& st) {
+  return FileId{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
+}
+
+std::int64_t mtimeNsOf(const struct stat& st) {
+  return static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
+}
+
 bool folderId(const std::string& path, FileId* id) {
   struct stat st {};
   if (::stat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return false;
-  *id = idOf(st);
+  *id = fileIdOf(st);
   return true;
 }
 
@@ -46,10 +46,10 @@ WalkResult walkLibrary(const std::string& root, const std::set<FileId>& excluded
     return result;
   }
 
-  std::set<FileId> visitedFolders{idOf(rootStat)};
-  std::unordered_set<FileId, FileIdHash> seenFiles;
+  std::set<FileId> visitedFolders{fileIdOf(rootStat)};
+  std::unordered_map<FileId, std::size_t, FileIdHash> seenFiles;  // position in result.files
   // Folders still to list, deepest last; each with the identity it had when found.
-  std::vector<std::pair<std::string, FileId>> pending{{root, idOf(rootStat)}};
+  std::vector<std::pair<std::string, FileId>> pending{{root, fileIdOf(rootStat)}};
   bool first = true;
   while (!pending.empty()) {
     auto [folder, expected] = std::move(pending.back());
@@ -58,7 +58,7 @@ WalkResult walkLibrary(const std::string& root, const std::set<FileId>& excluded
 
     int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (isRoot ? 0 : O_NOFOLLOW));
     struct stat st {};
-    if (fd >= 0 && (::fstat(fd, &st) != 0 || idOf(st) != expected)) {
+    if (fd >= 0 && (::fstat(fd, &st) != 0 || fileIdOf(st) != expected)) {
       // Replaced by something else between finding and opening it: leave it out.
       ::close(fd);
       fd = -1;
@@ -97,7 +97,7 @@ WalkResult walkLibrary(const std::string& root, const std::set<FileId>& excluded
       if (S_ISLNK(entrySt.st_mode)) {
         ++result.symlinksSkipped;
       } else if (S_ISDIR(entrySt.st_mode)) {
-        FileId id = idOf(entrySt);
+        FileId id = fileIdOf(entrySt);
         if (excludedFolders.count(id)) continue;
         if (!visitedFolders.insert(id).second) {
           result.problems.push_back(
@@ -106,13 +106,18 @@ WalkResult walkLibrary(const std::string& root, const std::set<FileId>& excluded
         }
         subfolders.emplace_back(std::move(path), id);
       } else if (S_ISREG(entrySt.st_mode)) {
-        FileId id = idOf(entrySt);
-        if (!seenFiles.insert(id).second) {
+        FileId id = fileIdOf(entrySt);
+        auto [seen, added] = seenFiles.emplace(id, result.files.size());
+        if (!added) {
           ++result.hardLinksSkipped;
+          result.files[seen->second].otherNames.push_back(std::move(path));
           continue;
         }
-        result.files.push_back(
-            {std::move(path), id, static_cast<std::int64_t>(entrySt.st_size), mtimeOf(entrySt)});
+        result.files.push_back({std::move(path),
+                                id,
+                                static_cast<std::int64_t>(entrySt.st_size),
+                                mtimeNsOf(entrySt),
+                                {}});
       }
     }
     ::closedir(dir);

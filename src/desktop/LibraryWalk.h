@@ -1,6 +1,7 @@
 // The walk over a library folder: every regular file under the root, each file once.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -29,6 +30,8 @@ struct WalkedFile {
   FileId id;
   std::int64_t size = 0;
   std::int64_t mtimeNs = 0;  // modification time, nanoseconds since 1970
+  // Further names of the same file under the root (hard links), in walk order.
+  std::vector<std::string> otherNames;
 };
 
 // Something the walk could not enter or read, or chose to leave out, with the reason.
@@ -61,6 +64,10 @@ struct WalkResult {
 // Never follows a link, never enters a folder twice, never blocks on a special file. Any
 // thread; touches no shared state.
 WalkResult walkLibrary(const std::string& root, const std::set<FileId>& excludedFolders);
+
+// The identity and the modification time (nanoseconds since 1970) of a stat result.
+FileId fileIdOf(const struct stat& st);
+std::int64_t mtimeNsOf(const struct stat& st);
 
 // The identity of the folder at `path` (following links), or nothing when it does not exist.
 bool folderId(const std::string& path, FileId* id);
