@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <string>
 
 #include "desktop/AppFolders.h"
@@ -100,45 +101,40 @@ bool generate(int count) {
   return true;
 }
 
-void BM_FirstFetchEmptyIndex(benchmark::State& state) {
+// Times `fetch` (which returns the number of photos it found) once per iteration, with
+// `prepare` run untimed before each, and keeps the best time in `best`.
+void measure(benchmark::State& state, double& best, const std::function<int()>& fetch,
+             const std::function<void()>& prepare = nullptr) {
   for (auto _ : state) {
-    state.PauseTiming();
-    removeIndex();
-    state.ResumeTiming();
+    if (prepare) {
+      state.PauseTiming();
+      prepare();
+      state.ResumeTiming();
+    }
     auto start = Clock::now();
-    auto library = makeLibrary();
-    int n = fetchAll(*library);
-    keepBest(gCold, std::chrono::duration<double>(Clock::now() - start).count());
+    int n = fetch();
+    keepBest(best, std::chrono::duration<double>(Clock::now() - start).count());
     if (n != setup().photos) state.SkipWithError("fetch found a different number of photos");
   }
   state.counters["files/s"] =
       benchmark::Counter(setup().photos, benchmark::Counter::kIsIterationInvariantRate);
 }
 
+void BM_FirstFetchEmptyIndex(benchmark::State& state) {
+  measure(
+      state, gCold, [] { return fetchAll(*makeLibrary()); }, removeIndex);
+}
+
 void BM_LaterFetchNewProcess(benchmark::State& state) {
   fetchAll(*makeLibrary());  // the index is complete
-  for (auto _ : state) {
-    auto start = Clock::now();
-    auto library = makeLibrary();  // as a new run: the index comes from its file
-    int n = fetchAll(*library);
-    keepBest(gWarmFresh, std::chrono::duration<double>(Clock::now() - start).count());
-    if (n != setup().photos) state.SkipWithError("fetch found a different number of photos");
-  }
-  state.counters["files/s"] =
-      benchmark::Counter(setup().photos, benchmark::Counter::kIsIterationInvariantRate);
+  // A new library object per fetch, as a new run makes: the index comes from its file.
+  measure(state, gWarmFresh, [] { return fetchAll(*makeLibrary()); });
 }
 
 void BM_LaterFetchSameLibrary(benchmark::State& state) {
   auto library = makeLibrary();
   fetchAll(*library);
-  for (auto _ : state) {
-    auto start = Clock::now();
-    int n = fetchAll(*library);
-    keepBest(gWarmSame, std::chrono::duration<double>(Clock::now() - start).count());
-    if (n != setup().photos) state.SkipWithError("fetch found a different number of photos");
-  }
-  state.counters["files/s"] =
-      benchmark::Counter(setup().photos, benchmark::Counter::kIsIterationInvariantRate);
+  measure(state, gWarmSame, [&] { return fetchAll(*library); });
 }
 
 void BM_ReferenceTool(benchmark::State& state) {
