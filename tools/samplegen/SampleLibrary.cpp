@@ -30,7 +30,7 @@ struct Photo {
 
 struct Video {
   std::string path;
-  VideoSpec spec;
+  VideoOptions clip;
   double fileTime = kContentFileTime;
   std::string group;
 };
@@ -92,9 +92,9 @@ std::vector<Video> videos() {
   auto clip = [](const char* path, double seconds, std::optional<std::string> created,
                  const char* container, std::string group) {
     Video v{path, {}, kContentFileTime, std::move(group)};
-    v.spec.seconds = seconds;
-    v.spec.creationTime = std::move(created);
-    v.spec.container = container;
+    v.clip.seconds = seconds;
+    v.clip.creationTime = std::move(created);
+    v.clip.container = container;
     return v;
   };
   std::vector<Video> list = {
@@ -194,7 +194,7 @@ bool writeSampleLibrary(const std::string& dir, std::string* error) {
   std::vector<Video> clips = videos();
   for (const Video& video : clips) {
     std::string path = dir + "/" + video.path;
-    if (!place(dir, video.path, error) || !writeVideo(path, video.spec, error) ||
+    if (!place(dir, video.path, error) || !writeVideo(path, video.clip, error) ||
         !setModificationTime(path, video.fileTime)) {
       if (error->empty()) *error = "cannot set the time of " + path;
       return false;

@@ -201,17 +201,17 @@ struct VideoWriter {
 
 }  // namespace
 
-bool writeVideo(const std::string& path, const VideoSpec& spec, std::string* error) {
-  double frames = spec.seconds * spec.fps;
-  if (spec.fps <= 0 || frames < 1 || std::floor(frames) != frames) {
+bool writeVideo(const std::string& path, const VideoOptions& clip, std::string* error) {
+  double frames = clip.seconds * clip.fps;
+  if (clip.fps <= 0 || frames < 1 || std::floor(frames) != frames) {
     fail(error, "the length must be a whole number of frames");
     return false;
   }
   if (av_log_get_level() > AV_LOG_ERROR) av_log_set_level(AV_LOG_ERROR);
   VideoWriter w;
-  int rc = avformat_alloc_output_context2(&w.format, nullptr, spec.container.c_str(), path.c_str());
+  int rc = avformat_alloc_output_context2(&w.format, nullptr, clip.container.c_str(), path.c_str());
   if (rc < 0 || !w.format) {
-    fail(error, "no muxer " + spec.container);
+    fail(error, "no muxer " + clip.container);
     return false;
   }
   const AVCodec* encoder = avcodec_find_encoder(AV_CODEC_ID_MPEG4);
@@ -221,11 +221,11 @@ bool writeVideo(const std::string& path, const VideoSpec& spec, std::string* err
   }
   w.stream = avformat_new_stream(w.format, nullptr);
   w.codec = avcodec_alloc_context3(encoder);
-  w.codec->width = spec.width;
-  w.codec->height = spec.height;
+  w.codec->width = clip.width;
+  w.codec->height = clip.height;
   w.codec->pix_fmt = AV_PIX_FMT_YUV420P;
-  w.codec->time_base = AVRational{1, spec.fps};
-  w.codec->framerate = AVRational{spec.fps, 1};
+  w.codec->time_base = AVRational{1, clip.fps};
+  w.codec->framerate = AVRational{clip.fps, 1};
   w.codec->gop_size = 10;
   w.codec->max_b_frames = 0;
   if (w.format->oformat->flags & AVFMT_GLOBALHEADER) w.codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
@@ -235,8 +235,8 @@ bool writeVideo(const std::string& path, const VideoSpec& spec, std::string* err
   }
   avcodec_parameters_from_context(w.stream->codecpar, w.codec);
   w.stream->time_base = w.codec->time_base;
-  if (spec.creationTime)
-    av_dict_set(&w.format->metadata, "creation_time", spec.creationTime->c_str(), 0);
+  if (clip.creationTime)
+    av_dict_set(&w.format->metadata, "creation_time", clip.creationTime->c_str(), 0);
   if ((rc = avio_open(&w.format->pb, path.c_str(), AVIO_FLAG_WRITE)) < 0) {
     fail(error, "cannot create " + path + ": " + averror(rc));
     return false;
@@ -248,21 +248,21 @@ bool writeVideo(const std::string& path, const VideoSpec& spec, std::string* err
   w.frame = av_frame_alloc();
   w.packet = av_packet_alloc();
   w.frame->format = w.codec->pix_fmt;
-  w.frame->width = spec.width;
-  w.frame->height = spec.height;
+  w.frame->width = clip.width;
+  w.frame->height = clip.height;
   av_frame_get_buffer(w.frame, 0);
   for (int i = 0; i < static_cast<int>(frames); ++i) {
     av_frame_make_writable(w.frame);
-    for (int y = 0; y < spec.height; ++y) {
-      for (int x = 0; x < spec.width; ++x) {
+    for (int y = 0; y < clip.height; ++y) {
+      for (int x = 0; x < clip.width; ++x) {
         w.frame->data[0][y * w.frame->linesize[0] + x] = static_cast<std::uint8_t>(x + y + i * 3);
       }
     }
-    for (int y = 0; y < spec.height / 2; ++y) {
+    for (int y = 0; y < clip.height / 2; ++y) {
       std::memset(w.frame->data[1] + y * w.frame->linesize[1], 128,
-                  static_cast<size_t>(spec.width / 2));
+                  static_cast<size_t>(clip.width / 2));
       std::memset(w.frame->data[2] + y * w.frame->linesize[2], 64 + i % 64,
-                  static_cast<size_t>(spec.width / 2));
+                  static_cast<size_t>(clip.width / 2));
     }
     w.frame->pts = i;
     if ((rc = w.encode(w.frame)) < 0) {

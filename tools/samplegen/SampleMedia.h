@@ -33,7 +33,7 @@ Bytes withExif(const Bytes& image, const ExifFields& fields, std::string* error 
 Bytes encodeHeic(int width, int height, std::uint32_t seed, const ExifFields* fields,
                  std::string* error = nullptr);
 
-struct VideoSpec {
+struct VideoOptions {
   // Length in seconds; seconds * fps must be a whole number of frames.
   double seconds = 1.0;
   int fps = 10;
@@ -46,8 +46,8 @@ struct VideoSpec {
   std::string container = "mov";
 };
 
-// Writes a video of `spec` to `path`. False on failure, with `error` filled when given.
-bool writeVideo(const std::string& path, const VideoSpec& spec, std::string* error = nullptr);
+// Writes a video of `clip` to `path`. False on failure, with `error` filled when given.
+bool writeVideo(const std::string& path, const VideoOptions& clip, std::string* error = nullptr);
 
 // Writes `bytes` to `path` (replacing it) and, when given, sets its modification time to
 // `mtime` seconds since 1970. False on failure, with `error` filled when given.

@@ -118,12 +118,12 @@ void writeBytes(const std::string& path, const std::vector<std::uint8_t>& bytes,
 void writeClip(const std::string& path, double seconds, std::optional<std::string> creationTime,
                const char* container) {
   makeParents(path);
-  samplegen::VideoSpec spec;
-  spec.seconds = seconds;
-  spec.creationTime = std::move(creationTime);
-  spec.container = container;
+  samplegen::VideoOptions clip;
+  clip.seconds = seconds;
+  clip.creationTime = std::move(creationTime);
+  clip.container = container;
   std::string error;
-  ASSERT_TRUE(samplegen::writeVideo(path, spec, &error)) << error;
+  ASSERT_TRUE(samplegen::writeVideo(path, clip, &error)) << error;
 }
 
 std::vector<std::string> listFolder(const std::string& folder) {
