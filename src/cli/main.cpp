@@ -2,6 +2,9 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
+
+#include "cli/ScanCommand.h"
 
 namespace {
 
@@ -11,6 +14,7 @@ const char* const kUsage =
     "Solvanta finds duplicate photos and videos in a photo library.\n"
     "\n"
     "Commands:\n"
+    "  scan       find duplicates in the photo library (solvanta scan --help)\n"
     "  help       show this text\n"
     "  version    print the version\n";
 
@@ -24,6 +28,9 @@ int main(int argc, char** argv) {
   if (std::strcmp(argv[1], "version") == 0 || std::strcmp(argv[1], "--version") == 0) {
     std::puts("solvanta 0.1.0");
     return 0;
+  }
+  if (std::strcmp(argv[1], "scan") == 0) {
+    return cli::runScan(std::vector<std::string>(argv + 2, argv + argc), stdout, stderr);
   }
   std::fprintf(stderr, "solvanta: unknown command '%s'\n\n%s", argv[1], kUsage);
   return 2;

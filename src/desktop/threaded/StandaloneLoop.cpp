@@ -29,6 +29,11 @@ bool StandaloneLoop::isLoopThread() const {
   return owner_ == std::this_thread::get_id();
 }
 
+std::size_t StandaloneLoop::pendingCount() const {
+  std::lock_guard lock(mu_);
+  return ready_.size() + timed_.size();
+}
+
 void StandaloneLoop::adoptCurrentThread() {
   std::lock_guard lock(mu_);
   owner_ = std::this_thread::get_id();

@@ -33,6 +33,9 @@ class StandaloneLoop : public MainLoop {
   bool runUntil(const std::function<bool()>& done, double timeoutSeconds);
   void quit();
 
+  // Tasks posted and not yet run, delayed ones included. Any thread.
+  std::size_t pendingCount() const;
+
   // Makes the calling thread the loop's thread without running (for set-up before run()).
   void adoptCurrentThread();
 

@@ -273,12 +273,30 @@ void ThreadedEnvironment::workerLoop() {
         if (!it->second.empty()) {
           task = std::move(it->second.front());
           it->second.pop_front();
+          ++running_;
           break;
         }
       }
     }
-    if (task) task();
+    if (!task) continue;
+    struct Done {
+      ThreadedEnvironment* env;
+      ~Done() {
+        std::lock_guard lock(env->poolMu_);
+        --env->running_;
+      }
+    } done{this};
+    task();
   }
+}
+
+bool ThreadedEnvironment::isBackgroundIdle() {
+  std::scoped_lock lock(poolMu_, schedMu_);
+  if (running_ > 0 || dispatching_ > 0 || !delayed_.empty()) return false;
+  for (const auto& [qos, tasks] : pool_) {
+    if (!tasks.empty()) return false;
+  }
+  return true;
 }
 
 void ThreadedEnvironment::schedulerLoop() {
@@ -288,9 +306,11 @@ void ThreadedEnvironment::schedulerLoop() {
     auto now = SteadyClock::now();
     if (!delayed_.empty() && delayed_.begin()->first.first <= now) {
       auto node = delayed_.extract(delayed_.begin());
+      ++dispatching_;
       lock.unlock();
       node.mapped().target->async(std::move(node.mapped().task));
       lock.lock();
+      --dispatching_;
       continue;
     }
     if (delayed_.empty()) {

@@ -45,6 +45,13 @@ class ThreadedEnvironment : public kit::Environment {
   double uptime() override;
   bool isMainThread() override { return loop_->isLoopThread(); }
 
+  // True when no background work is left: no task runs on a worker or waits for one (global
+  // and serial queues alike) and no delayed task is pending. The main loop is not counted.
+  // Any thread; the answer may be stale as soon as it is given unless the caller knows that
+  // nothing else starts work (the command line asks from the main loop once its own work is
+  // posted).
+  bool isBackgroundIdle();
+
   // Runs `task` on a worker (for queues of this environment).
   void submit(kit::QoS qos, kit::Task task);
   // Runs `task` on `target` once `seconds` have passed.
@@ -68,6 +75,7 @@ class ThreadedEnvironment : public kit::Environment {
   std::condition_variable poolCv_;
   std::map<kit::QoS, std::deque<kit::Task>> pool_;
   std::atomic<bool> stopping_{false};
+  int running_ = 0;  // tasks being run by workers; guarded by poolMu_
   std::vector<std::thread> workers_;
 
   std::mutex schedMu_;
@@ -77,6 +85,7 @@ class ThreadedEnvironment : public kit::Environment {
     kit::Task task;
   };
   std::map<std::pair<std::chrono::steady_clock::time_point, std::uint64_t>, Pending> delayed_;
+  int dispatching_ = 0;  // due tasks taken from delayed_ and not yet queued; guarded by schedMu_
   std::uint64_t seq_ = 0;
   std::thread scheduler_;
   std::chrono::steady_clock::time_point start_;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <mutex>
 #include <vector>
 
@@ -135,6 +136,36 @@ TEST_F(ThreadedTest, ClockIsTheSystemsWallClock) {
   EXPECT_GT(now, 1.7e9);
   double a = kit::uptime(), b = kit::uptime();
   EXPECT_LE(a, b);
+}
+
+TEST_F(ThreadedTest, BackgroundIsIdleOnlyOnceChainedWorkIsDone) {
+  EXPECT_TRUE(env.isBackgroundIdle());
+  // A global task that waits, then hands work to a serial queue, which hands delayed work
+  // back to a global queue: idle may be seen only after the last link ran.
+  std::promise<void> release;
+  std::shared_future<void> released = release.get_future().share();
+  auto serial = kit::makeSerialQueue("chain");
+  std::atomic<int> links{0};
+  kit::globalQueue(kit::QoS::Background).async([&, released] {
+    released.wait();
+    ++links;
+    serial->async([&] {
+      ++links;
+      kit::globalQueue(kit::QoS::Utility).asyncAfter(0.01, [&] { ++links; });
+    });
+  });
+  EXPECT_FALSE(env.isBackgroundIdle());
+  release.set_value();
+  ASSERT_TRUE(runUntil([&] { return env.isBackgroundIdle(); }));
+  EXPECT_EQ(links.load(), 3);
+}
+
+TEST_F(ThreadedTest, StandaloneLoopCountsWaitingTasks) {
+  EXPECT_EQ(loop.pendingCount(), 0u);
+  kit::mainQueue().async([] {});
+  kit::mainQueue().asyncAfter(30, [] {});
+  EXPECT_EQ(loop.pendingCount(), 2u);
+  ASSERT_TRUE(runUntil([&] { return loop.pendingCount() == 1; }));
 }
 
 }  // namespace

@@ -1,0 +1,57 @@
+#include "desktop/Platform.h"
+
+#include <climits>
+#include <cstdlib>
+
+#include "desktop/FileUtil.h"
+#include "desktop/MetadataIndex.h"
+#include "platform/Platform.h"
+
+namespace desktop {
+namespace {
+
+// `path` made absolute with links resolved, when it exists; else as given.
+std::string canonical(const std::string& path) {
+  char resolved[PATH_MAX];
+  return ::realpath(path.c_str(), resolved) ? std::string(resolved) : path;
+}
+
+}  // namespace
+
+Platform::Platform(PlatformOptions options)
+    : folders_(options.folders ? *options.folders : AppFolders::fromEnvironment()) {
+  for (const auto& folder : {folders_.config(), folders_.cache()}) {
+    std::string error;
+    if (!makeDirectories(folder, 0700, &error)) diagnose(error);
+  }
+  permissions_ = std::make_shared<PermissionStore>(folders_.config() + "/permissions.json",
+                                                   std::move(options.permissionPrompt));
+
+  FolderPhotoLibraryOptions library;
+  library.root =
+      canonical(options.libraryRoot.empty() ? defaultLibraryRoot(folders_) : options.libraryRoot);
+  library.indexPath = indexPathFor(folders_.cache(), library.root);
+  library.permissions = permissions_;
+  library.confirm = std::move(options.confirmPrompt);
+  library.trash = std::make_shared<Trash>(folders_.homeTrash());
+  library.reader = std::move(options.reader);
+  library.excludedFolders = folders_.ownFolders();
+  photos_ = std::make_shared<FolderPhotoLibrary>(std::move(library));
+
+  preferences_ = std::make_shared<JsonPreferenceStore>(folders_.config() + "/preferences.json");
+  files_ = std::make_shared<FileManager>(folders_);
+  application_ = std::make_shared<Application>(permissions_, std::move(options.launcher));
+  device_ = std::make_shared<Device>();
+
+  platform::Services services;
+  services.photoLibrary = photos_;
+  services.fileManager = files_;
+  services.preferences = preferences_;
+  services.application = application_;
+  services.device = device_;
+  platform::install(std::move(services));
+}
+
+Platform::~Platform() { platform::uninstall(); }
+
+}  // namespace desktop

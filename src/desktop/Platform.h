@@ -1,0 +1,63 @@
+// desktop::Platform: the real services on Linux, made from the process's environment and
+// installed while the object lives. Services this platform does not provide yet (images,
+// video frames, the ads network) stay uninstalled: using one is the platform's fatal error.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "desktop/AppFolders.h"
+#include "desktop/Application.h"
+#include "desktop/Device.h"
+#include "desktop/FileManager.h"
+#include "desktop/FolderPhotoLibrary.h"
+#include "desktop/JsonPreferenceStore.h"
+#include "desktop/PermissionStore.h"
+
+namespace desktop {
+
+struct PlatformOptions {
+  // The photo library's folder; empty: defaultLibraryRoot (SOLVANTA_LIBRARY, then the XDG
+  // pictures folder).
+  std::string libraryRoot;
+  // None: AppFolders::fromEnvironment().
+  std::optional<AppFolders> folders;
+  // How the user is asked for access and for deletions (the GUI's dialogs, the terminal).
+  PermissionPrompt permissionPrompt;
+  ConfirmPrompt confirmPrompt;
+  // None: a FileMediaReader.
+  std::shared_ptr<MediaReader> reader;
+  // None: runProgram.
+  Application::Launcher launcher;
+};
+
+class Platform {
+ public:
+  // Makes the config and cache folders (mode 0700), every service, and installs them. Needs
+  // an installed kit environment before any asynchronous call is made.
+  explicit Platform(PlatformOptions options = {});
+  // Uninstalls the services.
+  ~Platform();
+  Platform(const Platform&) = delete;
+  Platform& operator=(const Platform&) = delete;
+
+  FolderPhotoLibrary& photos() { return *photos_; }
+  PermissionStore& permissions() { return *permissions_; }
+  JsonPreferenceStore& preferences() { return *preferences_; }
+  FileManager& files() { return *files_; }
+  Application& application() { return *application_; }
+  Device& device() { return *device_; }
+  const AppFolders& folders() const { return folders_; }
+
+ private:
+  AppFolders folders_;
+  std::shared_ptr<PermissionStore> permissions_;
+  std::shared_ptr<FolderPhotoLibrary> photos_;
+  std::shared_ptr<JsonPreferenceStore> preferences_;
+  std::shared_ptr<FileManager> files_;
+  std::shared_ptr<Application> application_;
+  std::shared_ptr<Device> device_;
+};
+
+}  // namespace desktop

@@ -1,0 +1,139 @@
+#include "desktop/Platform.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+
+#include "desktop/testing/DesktopTesting.h"
+#include "desktop/threaded/ThreadedEnvironment.h"
+#include "platform/Platform.h"
+
+namespace desktop {
+namespace {
+
+struct PlatformTest : ::testing::Test {
+  ThreadedEnvironment env{nullptr, 2};
+  testing::IsolatedHome home;
+  std::mutex mu;
+  std::vector<std::vector<std::string>> launched;
+  std::unique_ptr<Platform> make(PlatformOptions options = {}) {
+    options.launcher = [this](const std::vector<std::string>& argv) {
+      std::lock_guard lock(mu);
+      launched.push_back(argv);
+      return argv.size() == 2 && argv[1].find("fail") == std::string::npos;
+    };
+    return std::make_unique<Platform>(std::move(options));
+  }
+};
+
+mode_t modeOf(const std::string& path) {
+  struct stat st {};
+  return ::stat(path.c_str(), &st) == 0 ? st.st_mode & 0777 : 0;
+}
+
+TEST_F(PlatformTest, InstallsItsServicesAndKeepsDataInTheXdgFolders) {
+  {
+    auto p = make();
+    EXPECT_EQ(&platform::photoLibrary(), &p->photos());
+    EXPECT_EQ(&platform::preferences(), &p->preferences());
+    EXPECT_EQ(p->photos().root(), home.folders().home + "/Pictures");
+    EXPECT_EQ(modeOf(home.folders().config()), 0700u);
+    EXPECT_EQ(modeOf(home.folders().cache()), 0700u);
+
+    platform::preferences().setBool(true, "IS_PIN_SET");
+    EXPECT_TRUE(testing::listFolder(home.folders().config()) ==
+                std::vector<std::string>{"preferences.json"});
+
+    auto& files = platform::fileManager();
+    EXPECT_EQ(files.searchPathForDirectoriesInDomains(platform::kDocumentDirectory,
+                                                      platform::kUserDomainMask, true),
+              std::vector<std::string>{home.folders().documents()});
+    EXPECT_EQ(modeOf(home.folders().documents()), 0700u);
+    EXPECT_EQ(modeOf(home.folders().data()), 0700u);
+    EXPECT_EQ(files.searchPathForDirectoriesInDomains(platform::kApplicationSupportDirectory,
+                                                      platform::kUserDomainMask, false),
+              std::vector<std::string>{"~/.local/share/solvanta/Application Support"});
+    EXPECT_EQ(modeOf(home.folders().applicationSupport()), 0700u);
+    EXPECT_TRUE(
+        files.searchPathForDirectoriesInDomains(platform::kDocumentDirectory, 8, true).empty());
+  }
+  EXPECT_FALSE(platform::services().photoLibrary);
+  // Preferences written in one run are there in the next.
+  auto again = make();
+  EXPECT_TRUE(platform::preferences().boolForKey("IS_PIN_SET"));
+}
+
+TEST_F(PlatformTest, FileSystemFiguresAreIntegersInBytes) {
+  auto p = make();
+  platform::Error error;
+  auto attributes =
+      platform::fileManager().attributesOfFileSystemForPath(home.dir().path(), &error);
+  ASSERT_TRUE(attributes);
+  auto size = attributes->at(platform::kFileSystemSize).asInteger();
+  auto free = attributes->at(platform::kFileSystemFreeSize).asInteger();
+  ASSERT_TRUE(size && free);
+  EXPECT_GT(*size, 0);
+  EXPECT_LE(*free, *size);
+  EXPECT_FALSE(
+      platform::fileManager().attributesOfFileSystemForPath(home.dir() / "missing", &error));
+  EXPECT_EQ(error.code, 260);
+}
+
+TEST_F(PlatformTest, LibraryRootFromOptionsOrVariable) {
+  std::string error;
+  ASSERT_TRUE(makeDirectories(home.dir() / "elsewhere", 0755, &error));
+  {
+    testing::ScopedEnv library("SOLVANTA_LIBRARY", home.dir() / "elsewhere");
+    EXPECT_EQ(make()->photos().root(), home.dir() / "elsewhere");
+  }
+  PlatformOptions options;
+  options.libraryRoot = home.dir() / "elsewhere/../elsewhere";
+  EXPECT_EQ(make(std::move(options))->photos().root(), home.dir() / "elsewhere");
+}
+
+TEST_F(PlatformTest, DeviceIsThisLinuxMachine) {
+  auto p = make();
+  auto& device = platform::device();
+  EXPECT_EQ(device.systemName(), "Linux");
+  EXPECT_GT(device.systemMajorVersion(), 0);
+  EXPECT_FALSE(device.name().empty());
+  EXPECT_FALSE(device.machineIdentifier().empty());
+  EXPECT_EQ(dottedVersion("6.1.0-18-amd64"), "6.1.0");
+  EXPECT_EQ(dottedVersion("5.15.90.1-microsoft-standard"), "5.15.90.1");
+  EXPECT_EQ(dottedVersion("6."), "6");
+  EXPECT_EQ(dottedVersion("custom"), "");
+}
+
+TEST_F(PlatformTest, WebAndMailLinksOpenThroughTheDesktopOpener) {
+  auto p = make();
+  auto& app = platform::application();
+  EXPECT_TRUE(app.canOpenURL("https://example.org/help"));
+  EXPECT_TRUE(app.canOpenURL("MAILTO:someone@example.org"));
+  EXPECT_FALSE(app.canOpenURL("itms-apps://x"));
+  EXPECT_FALSE(app.canOpenURL("no scheme"));
+  std::atomic<int> done{0};
+  std::vector<bool> results(3);
+  const char* urls[] = {"https://example.org/help", "https://example.org/fail",
+                        "ftp://example.org"};
+  for (int i = 0; i < 3; ++i) {
+    app.openURL(urls[i], {}, [&, i](bool ok) {
+      EXPECT_TRUE(kit::isMainThread());
+      results[static_cast<std::size_t>(i)] = ok;
+      ++done;
+    });
+  }
+  ASSERT_TRUE(env.standaloneLoop()->runUntil([&] { return done.load() == 3; }, 30));
+  EXPECT_EQ(results, (std::vector<bool>{true, false, false}));
+  // Links open on a global queue, so in no fixed order.
+  std::lock_guard lock(mu);
+  std::sort(launched.begin(), launched.end());
+  EXPECT_EQ(launched,
+            (std::vector<std::vector<std::string>>{{"xdg-open", "https://example.org/fail"},
+                                                   {"xdg-open", "https://example.org/help"}}));
+}
+
+}  // namespace
+}  // namespace desktop
