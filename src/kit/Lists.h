@@ -70,6 +70,8 @@ class ListView : public View {
   // Counts as of the last data-source query (queried now if a reload is pending).
   int numberOfSections();
   int numberOfItemsInSection(int section);
+  // Item counts per section as of the last query, without asking the data source.
+  const std::vector<int>& knownCounts() const { return counts_; }
 
   // The visible window, over all items in section order: `count` items from item `first`.
   void setVisibleRange(int first, int count);
