@@ -1,5 +1,7 @@
 #include "kit/AlertController.h"
 
+#include "kit/Dispatch.h"
+
 namespace kit {
 
 void AlertController::addTextFieldWithConfigurationHandler(std::function<void(TextField&)> configure) {
@@ -14,6 +16,7 @@ bool AlertController::chooseAction(std::size_t index) {
   auto action = actions_[index];
   dismissViewControllerAnimated(true);
   if (action->handler()) action->handler()(*action);
+  runLayoutPass();
   return true;
 }
 

@@ -1,24 +1,30 @@
 #include "kit/Controls.h"
 
+#include "kit/Dispatch.h"
 #include "kit/GestureRecognizer.h"
 
 namespace kit {
 
-void Control::addTarget(Action action, unsigned events) {
-  actions_.emplace_back(events, std::move(action));
+void Control::addTarget(Action action, unsigned events) { actions_.push_back({events, std::move(action)}); }
+
+void Control::addTarget(const void* target, const std::string& name, Action action, unsigned events) {
+  for (const Entry& e : actions_) {
+    if (e.target == target && e.name == name && e.events == events) return;
+  }
+  actions_.push_back({events, std::move(action), target, name});
 }
 
 void Control::sendActionsForControlEvents(unsigned events) {
   auto self = shared_from_this();
   auto actions = actions_;
-  for (auto& [mask, action] : actions) {
-    if (mask & events) action(this);
+  for (auto& e : actions) {
+    if (e.events & events) e.action(this);
   }
 }
 
 bool Control::hasActionsForControlEvents(unsigned events) const {
-  for (const auto& [mask, action] : actions_) {
-    if (mask & events) return true;
+  for (const Entry& e : actions_) {
+    if (e.events & events) return true;
   }
   return false;
 }
@@ -167,11 +173,13 @@ void TextField::typeText(const std::string& text) {
     setText(current + ch);
     sendActionsForControlEvents(kControlEventEditingChanged);
   }
+  runLayoutPass();
 }
 
 void TextField::pressReturn() {
   if (auto d = delegate()) d->textFieldShouldReturn(*this);
   sendActionsForControlEvents(kControlEventPrimaryActionTriggered);
+  runLayoutPass();
 }
 
 bool SearchBar::becomeFirstResponder() {
@@ -194,14 +202,17 @@ void SearchBar::userSetText(const std::string& text) {
   becomeFirstResponder();
   setText(text);
   if (auto d = delegate()) d->searchBarTextDidChange(*this, text);
+  runLayoutPass();
 }
 
 void SearchBar::tapSearchButton() {
   if (auto d = delegate()) d->searchBarSearchButtonClicked(*this);
+  runLayoutPass();
 }
 
 void SearchBar::tapCancelButton() {
   if (auto d = delegate()) d->searchBarCancelButtonClicked(*this);
+  runLayoutPass();
 }
 
 bool tap(View& view) {
@@ -210,6 +221,7 @@ bool tap(View& view) {
     if (!control->isEnabled()) return false;
     control->sendActionsForControlEvents(kControlEventTouchUpInside |
                                          kControlEventPrimaryActionTriggered);
+    runLayoutPass();
     return true;
   }
   for (auto& recognizer : view.gestureRecognizers()) {
@@ -225,6 +237,7 @@ bool toggle(Switch& sw) {
   if (!sw.isReachableByTouch() || !sw.isEnabled()) return false;
   sw.setOn(!sw.isOn(), true);
   sw.sendActionsForControlEvents(kControlEventValueChanged);
+  runLayoutPass();
   return true;
 }
 

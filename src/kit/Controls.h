@@ -40,6 +40,9 @@ class Control : public View {
   // Adds a target-action pair for `events`; `sendActionsForControlEvents` calls it with this
   // control as the sender.
   void addTarget(Action action, unsigned events);
+  // The same for a named action of `target`: adding the same target, name and events again
+  // changes nothing, as with the platform's controls.
+  void addTarget(const void* target, const std::string& name, Action action, unsigned events);
   // Calls, in registration order, every action registered for any of `events`.
   void sendActionsForControlEvents(unsigned events);
   bool hasActionsForControlEvents(unsigned events) const;
@@ -54,7 +57,13 @@ class Control : public View {
   unsigned state() const;
 
  private:
-  std::vector<std::pair<unsigned, Action>> actions_;
+  struct Entry {
+    unsigned events;
+    Action action;
+    const void* target = nullptr;
+    std::string name;
+  };
+  std::vector<Entry> actions_;
   bool enabled_ = true;
   bool selected_ = false;
   bool highlighted_ = false;

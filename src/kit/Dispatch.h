@@ -85,8 +85,9 @@ std::shared_ptr<Timer> scheduledTimer(double interval, bool repeats, TimerBlock 
 double uptime();
 bool isMainThread();
 
-// Runs the layout pass of the UI model; environments call it after each main-queue task and
-// each timer firing. Main thread only.
+// Runs the layout pass of the UI model. Environments call it after each main-queue task and
+// each timer firing, and the user-input entry points (kit::tap and the like) after each
+// event, as the platform's run loop does at the end of every turn. Main thread only.
 void runLayoutPass();
 
 }  // namespace kit

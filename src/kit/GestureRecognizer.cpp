@@ -1,5 +1,6 @@
 #include "kit/GestureRecognizer.h"
 
+#include "kit/Dispatch.h"
 #include "kit/View.h"
 
 namespace kit {
@@ -15,6 +16,7 @@ bool GestureRecognizer::recognize(GestureState state, Point location) {
       state == GestureState::Failed) {
     state_ = GestureState::Possible;
   }
+  runLayoutPass();
   return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "kit/Dispatch.h"
 #include "kit/Fatal.h"
 
 namespace kit {
@@ -203,6 +204,7 @@ double TableView::heightForRow(IndexPath indexPath) {
 void TableView::userSelectRow(IndexPath indexPath) {
   if (!allowsSelection_ || !isReachableByTouch()) return;
   if (auto d = delegate()) d->didSelectRowAtIndexPath(*this, indexPath);
+  runLayoutPass();
 }
 
 // ---- CollectionView ----
@@ -263,14 +265,17 @@ void CollectionView::deselectItemAtIndexPath(IndexPath p) {
 
 void CollectionView::userSelectItem(IndexPath indexPath) {
   if (!isReachableByTouch()) return;
+  auto self = shared_from_this();
+  if (auto d = delegate(); d && !d->shouldSelectItemAtIndexPath(*this, indexPath)) return;
   bool wasSelected = std::find(selected_.begin(), selected_.end(), indexPath) != selected_.end();
   if (allowsMultipleSelection_ && wasSelected) {
     deselectItemAtIndexPath(indexPath);
     if (auto d = delegate()) d->didDeselectItemAtIndexPath(*this, indexPath);
-    return;
+  } else {
+    selectItemAtIndexPath(indexPath);
+    if (auto d = delegate()) d->didSelectItemAtIndexPath(*this, indexPath);
   }
-  selectItemAtIndexPath(indexPath);
-  if (auto d = delegate()) d->didSelectItemAtIndexPath(*this, indexPath);
+  runLayoutPass();
 }
 
 }  // namespace kit

@@ -226,6 +226,8 @@ class CollectionViewDataSource {
 class CollectionViewDelegate {
  public:
   virtual ~CollectionViewDelegate() = default;
+  // Asked before a user's tap selects or deselects an item; false leaves it as it is.
+  virtual bool shouldSelectItemAtIndexPath(CollectionView&, IndexPath) { return true; }
   virtual void didSelectItemAtIndexPath(CollectionView&, IndexPath) {}
   virtual void didDeselectItemAtIndexPath(CollectionView&, IndexPath) {}
   // An item's size; nothing means the layout's itemSize.
@@ -257,8 +259,8 @@ class CollectionView : public ListView {
   std::vector<IndexPath> indexPathsForSelectedItems() const;
   void selectItemAtIndexPath(IndexPath p);
   void deselectItemAtIndexPath(IndexPath p);
-  // A user's tap on an item: selects it (or, with multiple selection, toggles it) and tells
-  // the delegate.
+  // A user's tap on an item: asks the delegate, then selects it (or, with multiple selection,
+  // toggles it) and tells the delegate.
   void userSelectItem(IndexPath indexPath);
 
  protected:

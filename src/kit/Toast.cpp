@@ -58,7 +58,10 @@ void ToastManager::finish(int id, bool didTap) {
 bool ToastManager::tapToast(int id) {
   if (!isTapToDismissEnabled) return false;
   bool shown = std::any_of(active_.begin(), active_.end(), [id](const Toast& t) { return t.id == id; });
-  if (shown) finish(id, true);
+  if (shown) {
+    finish(id, true);
+    runLayoutPass();
+  }
   return shown;
 }
 

@@ -138,7 +138,8 @@ std::vector<std::string> ViewController::actionNames() const {
 void ViewController::connect(Control& control, std::string name, unsigned events) {
   std::weak_ptr<ViewController> weak = weakAs<ViewController>();
   control.addTarget(
-      [weak, name = std::move(name)](Object* sender) {
+      this, name,
+      [weak, name](Object* sender) {
         if (auto vc = weak.lock()) {
           if (!vc->performAction(name, sender)) {
             fatal("unrecognized selector " + name + " sent to " + vc->outletOwnerName());

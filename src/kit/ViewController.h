@@ -110,7 +110,8 @@ class ViewController : public Object, public OutletContainer, public Observable 
   // Runs the action `name` with `sender`; false when there is no such action.
   bool performAction(std::string_view name, Object* sender = nullptr);
   std::vector<std::string> actionNames() const;
-  // Wires `control`'s `events` to the action `name` of this controller.
+  // Wires `control`'s `events` to the action `name` of this controller; wiring the same pair
+  // again changes nothing.
   void connect(Control& control, std::string name, unsigned events = kControlEventTouchUpInside);
 
   // 0 unspecified, 1 light, 2 dark.

@@ -8,11 +8,20 @@
 #include "media/Scan.h"
 #include "platform/Platform.h"
 #include "shared/CollectionViewFlowLayOut.h"
+#include "shared/AssetImages.h"
 #include "shared/ViewHelpers.h"
 
 namespace media {
 
-// ---- PhotosTableViewCell ----
+// ---- Cells ----
+
+PhotosTableViewCell::~PhotosTableViewCell() {
+  if (collectionViewObserver) {
+    if (auto strip = std::dynamic_pointer_cast<kit::CollectionView>(findOutlet("collectionView"))) {
+      strip->removeObserver(collectionViewObserver);
+    }
+  }
+}
 
 void PhotosTableViewCell::awakeFromNib() {
   auto header = kit::make<kit::Label>();
@@ -26,10 +35,34 @@ void PhotosTableViewCell::awakeFromNib() {
   contentView().addSubview(remove);
   registerOutlet("sectionDelete", remove);
   auto strip = kit::make<kit::CollectionView>();
-  strip->setCollectionViewLayout(std::make_shared<shared::CollectionViewFlowLayOut>());
+  strip->setFrame(kit::makeRect(0, 0, kit::Screen::mainBounds().width(), 140));
   contentView().addSubview(strip);
   registerOutlet("collectionView", strip);
   registerOutlet("collectionHeighContraint", std::make_shared<kit::LayoutConstraint>(140.0));
+
+  // The strip's contents decide its height.
+  kit::View* self = this;
+  collectionViewObserver = strip->addObserver([self](std::string_view property) {
+    if (property != "cells") return;
+    static_cast<PhotosTableViewCell*>(self)->collectionHeighContraint->setConstant(140.0);
+  });
+  strip->setCollectionViewLayout(std::make_shared<shared::CollectionViewFlowLayOut>());
+}
+
+void PhotosCollectionViewCell::awakeFromNib() {
+  auto image = kit::make<kit::ImageView>();
+  image->setCornerRadius(10);
+  image->setClipsToBounds(true);
+  image->setContentMode(kit::ContentMode::ScaleAspectFill);
+  contentView().addSubview(image);
+  registerOutlet("photosCollectionView", image);
+  auto badge = kit::make<kit::ImageView>();
+  badge->setImage(kit::Image::named("video"));
+  contentView().addSubview(badge);
+  registerOutlet("videoImage", badge);
+  auto check = kit::make<kit::Button>();
+  contentView().addSubview(check);
+  registerOutlet("checkButton", check);
 }
 
 // ---- DuplicatePhotoVC ----
@@ -39,6 +72,9 @@ DuplicatePhotoVC::DuplicatePhotoVC() {
   registerAction("allowButtonAction", [this](kit::Object*) { allowButtonAction(); });
   registerAction("backButtonAction", [this](kit::Object*) { backButtonAction(); });
   registerAction("okBtnBtnAction", [this](kit::Object*) { okBtnBtnAction(); });
+  registerAction("selectAllBtnAction", [this](kit::Object*) { selectAllBtnAction(); });
+  registerAction("selectButtonTappedWithSender:", [this](kit::Object* sender) { selectButtonTappedWithSender(sender); });
+  registerAction("selectedButtonWithSender:", [this](kit::Object* sender) { selectedButtonWithSender(sender); });
 }
 
 void DuplicatePhotoVC::loadView() {
@@ -55,6 +91,7 @@ void DuplicatePhotoVC::loadView() {
   addOutlet<kit::TableView>("tableView");
   auto selectAll = addOutlet<kit::Button>("totalSelectBtn");
   selectAll->setTitle("Select All", kit::kControlStateNormal);
+  connect(*selectAll, "selectAllBtnAction");
   addOutlet<kit::Label>("totalSelectedLbl")->setText(std::string("Selected"));
   addOutlet<kit::Label>("duplicatePhotoCount")->setText(std::string("0"));
 
@@ -435,11 +472,157 @@ int DuplicatePhotoVC::numberOfRowsInSection(kit::TableView&, int) {
   return 0;
 }
 
+namespace {
+
+// The member `item` of the section at `row`; out of range is a fatal error.
+template <class Sections>
+const auto& memberAt(const Sections& sections, std::size_t row, long item) {
+  const auto& members = sections[row]->image;
+  if (item < 0 || static_cast<std::size_t>(item) >= members.size()) {
+    kit::fatal("member " + std::to_string(item) + " out of range of " + std::to_string(members.size()));
+  }
+  return members[static_cast<std::size_t>(item)];
+}
+
+template <class Members>
+std::size_t countSelected(const Members& members) {
+  std::size_t n = 0;
+  for (const auto& m : members) n += m->isSelected ? 1 : 0;
+  return n;
+}
+
+void setCheck(kit::Button& button, bool checked) {
+  button.setSelected(checked);
+  button.setImage(kit::Image::named(checked ? "check" : "uncheck"), kit::kControlStateNormal);
+}
+
+}  // namespace
+
 std::shared_ptr<kit::TableViewCell> DuplicatePhotoVC::cellForRowAtIndexPath(kit::TableView& table,
                                                                           kit::IndexPath indexPath) {
-  // Rows show their sections once the review of results is in place; until then a row is the
-  // bare cell.
-  return table.dequeueReusableCellWithIdentifier(PhotosTableViewCell::kReuseIdentifier, indexPath);
+  auto cell = table.dequeueReusableCellWithIdentifier(PhotosTableViewCell::kReuseIdentifier, indexPath);
+  auto row = std::dynamic_pointer_cast<PhotosTableViewCell>(cell);
+  if (!row) kit::fatal("Could not cast value of type TableViewCell to PhotosTableViewCell");
+  auto configure = [&](const auto& sections, auto& scratch) {
+    if (indexPath.row < 0 || static_cast<std::size_t>(indexPath.row) >= sections.size()) return;
+    const auto& members = sections[static_cast<std::size_t>(indexPath.row)]->image;
+    std::size_t n = countSelected(members);
+    row->headerCell->setText("Selected: " + std::to_string(n));
+    kit::CollectionView& strip = *row->collectionView;
+    auto self = sharedAs<DuplicatePhotoVC>();
+    strip.setDataSource(std::static_pointer_cast<kit::CollectionViewDataSource>(self));
+    strip.setDelegate(std::static_pointer_cast<kit::CollectionViewDelegate>(self));
+    strip.setTag(indexPath.row);
+    setCheck(*row->crossSectionButton, n == members.size());
+    strip.registerCell(PhotosCollectionViewCell::kReuseIdentifier, [] { return kit::make<PhotosCollectionViewCell>(); });
+    strip.setAllowsMultipleSelection(true);
+    connect(*row->crossSectionButton, "selectButtonTappedWithSender:");
+    scratch = members;
+    strip.reloadData();
+    strip.layoutIfNeeded();
+  };
+  if (isPhotos()) configure(*photoSections_.load(), collectionArray);
+  else configure(*videoSections_.load(), collectionVideoArray);
+  return cell;
 }
+
+int DuplicatePhotoVC::numberOfItemsInSection(kit::CollectionView& strip, int) {
+  auto count = [&](const auto& sections) { return static_cast<int>(sections[static_cast<std::size_t>(strip.tag())]->image.size()); };
+  return isPhotos() ? count(*photoSections_.load()) : count(*videoSections_.load());
+}
+
+std::shared_ptr<kit::CollectionViewCell> DuplicatePhotoVC::cellForItemAtIndexPath(kit::CollectionView& strip,
+                                                                                kit::IndexPath indexPath) {
+  auto cell = strip.dequeueReusableCellWithReuseIdentifier(PhotosCollectionViewCell::kReuseIdentifier, indexPath);
+  auto thumb = std::dynamic_pointer_cast<PhotosCollectionViewCell>(cell);
+  if (!thumb) kit::fatal("Could not cast value of type CollectionViewCell to PhotosCollectionViewCell");
+  const bool photos = isPhotos();
+  const std::size_t scratchSize = photos ? collectionArray.size() : collectionVideoArray.size();
+  const long item = indexPath.item();
+  if (item < 0 || static_cast<std::size_t>(item) >= scratchSize) return cell;
+
+  // The thumbnail comes later, in a block that finds its member in the sections (not in the
+  // scratch list) and waits for the image.
+  auto self = sharedAs<DuplicatePhotoVC>();
+  const std::size_t row = static_cast<std::size_t>(strip.tag());
+  kit::mainQueue().async([self, thumb, row, item, photos] {
+    platform::AssetPtr asset = photos ? memberAt(*self->photoSections_.load(), row, item)->imagePath
+                                      : memberAt(*self->videoSections_.load(), row, item)->imagePath;
+    thumb->photosCollectionView->setImage(shared::thumbnailForAsset(asset));
+  });
+  thumb->videoImage->setHidden(photos);
+  refreshSelectAllTitle();
+  connect(*thumb->checkButton, "selectedButtonWithSender:");
+  if (isAutoSelect && scratchSize > 0) {
+    bool selected = photos ? collectionArray[static_cast<std::size_t>(item)]->isSelected.load()
+                           : collectionVideoArray[static_cast<std::size_t>(item)]->isSelected.load();
+    setCheck(*thumb->checkButton, selected);
+  }
+  return cell;
+}
+
+bool DuplicatePhotoVC::shouldSelectItemAtIndexPath(kit::CollectionView& strip, kit::IndexPath indexPath) {
+  const bool photos = isPhotos();
+  const std::size_t row = static_cast<std::size_t>(strip.tag());
+  auto flip = [&](const auto& sections, std::size_t scratchSize) {
+    const auto& member = memberAt(sections, row, indexPath.item());
+    if (indexPath.item() < 0 || static_cast<std::size_t>(indexPath.item()) >= scratchSize) return;
+    member->isSelected = !member->isSelected;
+    tableView->reloadRowsAtIndexPaths({{0, strip.tag()}});
+  };
+  if (photos) flip(*photoSections_.load(), collectionArray.size());
+  else flip(*videoSections_.load(), collectionVideoArray.size());
+  return true;
+}
+
+void DuplicatePhotoVC::refreshSelectAllTitle() {
+  auto sums = [](const auto& sections) {
+    std::size_t all = 0, selected = 0;
+    for (const auto& section : sections) {
+      all += section->image.size();
+      selected += countSelected(section->image);
+    }
+    return std::pair{all, selected};
+  };
+  auto [all, selected] = isPhotos() ? sums(*photoSections_.load()) : sums(*videoSections_.load());
+  if (all != selected) {
+    totalSelectBtn->setTitle("Select All", kit::kControlStateNormal);
+    return;
+  }
+  cleanButtonView->setHidden(false);
+  cleanHeightConstraint->setConstant(45);
+  totalSelectBtn->setTitle("Deselect All", kit::kControlStateNormal);
+}
+
+void DuplicatePhotoVC::selectAllBtnAction() {
+  bool clear = totalSelectBtn->title(kit::kControlStateNormal) == "Deselect All";
+  totalSelectBtn->setTitle(clear ? "Select All" : "Deselect All", kit::kControlStateNormal);
+  auto mark = [clear](const auto& sections) {
+    for (const auto& section : sections) {
+      for (const auto& member : section->image) member->isSelected = !clear;
+    }
+  };
+  if (isPhotos()) mark(*photoSections_.load());
+  else mark(*videoSections_.load());
+  tableView->reloadData();
+}
+
+void DuplicatePhotoVC::selectButtonTappedWithSender(kit::Object* sender) {
+  auto* button = dynamic_cast<kit::View*>(sender);
+  if (!button || !button->superview()) return;
+  auto* row = dynamic_cast<PhotosTableViewCell*>(button->superview()->superview());
+  if (!row) return;
+  if (!tableView->indexPathForCell(*row)) return;
+  const bool clear = row->crossSectionButton->isSelected();
+  const std::size_t section = static_cast<std::size_t>(row->collectionView->tag());
+  auto mark = [&](const auto& sections) {
+    for (const auto& member : sections[section]->image) member->isSelected = !clear;
+  };
+  if (isPhotos()) mark(*photoSections_.load());
+  else mark(*videoSections_.load());
+  tableView->reloadRowsAtIndexPaths({{0, row->collectionView->tag()}});
+}
+
+void DuplicatePhotoVC::selectedButtonWithSender(kit::Object*) {}
 
 }  // namespace media

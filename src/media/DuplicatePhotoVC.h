@@ -27,12 +27,40 @@ namespace media {
 class PhotosTableViewCell : public kit::TableViewCell {
  public:
   static constexpr const char* kReuseIdentifier = "PhotosTableViewCell";
+  ~PhotosTableViewCell() override;
+
+  kit::Outlet<kit::LayoutConstraint> collectionHeighContraint{this, "collectionHeighContraint"};
+  kit::Outlet<kit::Button> crossSectionButton{this, "crossSectionButton"};
+  kit::Outlet<kit::Button> sectionDelete{this, "sectionDelete"};
+  kit::Outlet<kit::Label> headerCell{this, "headerCell"};
+  kit::Outlet<kit::CollectionView> collectionView{this, "collectionView"};
+  // The observation of the strip's contents (a token of the strip's observers; 0 for none).
+  int collectionViewObserver = 0;
+  // Read by nobody.
+  std::vector<std::shared_ptr<ImageSets>> collectionSubArray;
+
+  // Builds the row, gives the strip a CollectionViewFlowLayOut and starts observing the
+  // strip's contents: each change sets the strip's height to 140.
+  void awakeFromNib() override;
+};
+
+// One thumbnail of a strip, with its check mark and, for a video, a badge.
+class PhotosCollectionViewCell : public kit::CollectionViewCell {
+ public:
+  static constexpr const char* kReuseIdentifier = "PhotosCollectionViewCell";
+  kit::Outlet<kit::Button> checkButton{this, "checkButton"};
+  // An image view, in spite of its name.
+  kit::Outlet<kit::ImageView> photosCollectionView{this, "photosCollectionView"};
+  kit::Outlet<kit::ImageView> videoImage{this, "videoImage"};
+  // Builds the cell; the image has corner radius 10 and clips to its bounds.
   void awakeFromNib() override;
 };
 
 class DuplicatePhotoVC : public kit::ViewController,
                          public kit::TableViewDataSource,
                          public kit::TableViewDelegate,
+                         public kit::CollectionViewDataSource,
+                         public kit::CollectionViewDelegate,
                          public PhotosCallBackDelegate,
                          public VideosCallBackDelegate,
                          public shared::PhotosPermissionCallbackDelegate {
@@ -48,6 +76,13 @@ class DuplicatePhotoVC : public kit::ViewController,
   std::int64_t totalPhotoSize = 0;
   // Always true.
   bool isAutoSelect = true;
+  // Members of the row configured last (its photos or its videos).
+  std::vector<std::shared_ptr<ImageSets>> collectionArray;
+  std::vector<std::shared_ptr<VideoSets>> collectionVideoArray;
+  // Declared and never used.
+  bool scrollViewReachedBottom = false;
+  int numbeOfItemsInRow = 2;
+  int counter = 0;
 
   const std::string noImageFoundText = "We have thoroughly checked your gallery and did not find any duplicate photos.";
   const std::string noVideoFoundText = "We have thoroughly checked your gallery and did not find any duplicate Videos. ";
@@ -105,6 +140,16 @@ class DuplicatePhotoVC : public kit::ViewController,
   void allowButtonAction();
   void backButtonAction();
   void okBtnBtnAction();
+  // Marks every member of every section, or clears every mark when the button reads
+  // "Deselect All"; then reloads the table.
+  void selectAllBtnAction();
+  // A section's own check mark: clears a fully marked section, marks any other one whole.
+  void selectButtonTappedWithSender(kit::Object* sender);
+  // The thumbnail's check button: wired, and does nothing (marks change by tapping the
+  // thumbnail).
+  void selectedButtonWithSender(kit::Object* sender);
+  // Titles the select-all button from a fresh count of all marks.
+  void refreshSelectAllTitle();
 
   // Queues reloadData of the table on the main queue.
   void reloadSections() override;
@@ -128,6 +173,13 @@ class DuplicatePhotoVC : public kit::ViewController,
   std::shared_ptr<kit::TableViewCell> cellForRowAtIndexPath(kit::TableView& tableView,
                                                             kit::IndexPath indexPath) override;
   std::optional<double> heightForRowAtIndexPath(kit::TableView&, kit::IndexPath) override { return 180.0; }
+
+  // --- The strips (tag: the table row, so the section) ---
+  int numberOfItemsInSection(kit::CollectionView& strip, int section) override;
+  std::shared_ptr<kit::CollectionViewCell> cellForItemAtIndexPath(kit::CollectionView& strip,
+                                                                  kit::IndexPath indexPath) override;
+  // A tap on a thumbnail flips its member's mark and reloads its row. Always true.
+  bool shouldSelectItemAtIndexPath(kit::CollectionView& strip, kit::IndexPath indexPath) override;
 
   // --- Named screen changes ---
   void showFindPrompt();
