@@ -37,6 +37,8 @@ function(solvanta_tests name)
   target_compile_options(${name}_tests PRIVATE ${SOLVANTA_WARNINGS})
   target_link_libraries(${name}_tests PRIVATE ${ARG_DEPS} solvanta::testmain GTest::gmock)
   set(_labels ${name} ${ARG_LABELS})
+  # A list value must reach CTest whole: escape its separators.
+  string(REPLACE ";" "\\;" _labels "${_labels}")
   gtest_discover_tests(${name}_tests
     TEST_PREFIX "${name}."
     PROPERTIES LABELS "${_labels}"

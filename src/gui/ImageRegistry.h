@@ -1,0 +1,44 @@
+// Image sources for QML: named images of the app's assets and decoded kit images, under
+// "image://kit/..." URLs, served by KitImageProvider. Thread-safe.
+#pragma once
+
+#include <QImage>
+#include <QQuickImageProvider>
+#include <QString>
+
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "kit/Image.h"
+
+namespace gui {
+
+class ImageRegistry {
+ public:
+  static ImageRegistry& shared();
+
+  // The URL of `image`: "" for none or the empty image, "image://kit/named/<name>" for a named
+  // one, "image://kit/pixels/<n>" for decoded pixels (kept until `kMaxPixelImages` newer ones
+  // have been registered).
+  QString urlFor(const kit::ImagePtr& image);
+  // The picture behind a URL's id ("named/check", "pixels/12"); a null image when unknown.
+  QImage imageFor(const QString& id);
+
+  static constexpr std::size_t kMaxPixelImages = 512;
+
+ private:
+  std::mutex mu_;
+  std::map<const kit::Image*, int> ids_;
+  std::map<int, kit::ImagePtr> images_;
+  int next_ = 1;
+};
+
+// Serves "image://kit/..." for QML.
+class KitImageProvider : public QQuickImageProvider {
+ public:
+  KitImageProvider() : QQuickImageProvider(QQuickImageProvider::Image) {}
+  QImage requestImage(const QString& id, QSize* size, const QSize& requestedSize) override;
+};
+
+}  // namespace gui

@@ -1,0 +1,51 @@
+// solvanta: the desktop app, and its command line (`solvanta scan`).
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "cli/ScanCommand.h"
+#include "gui/GuiMain.h"
+
+namespace {
+
+const char* const kUsage =
+    "Usage: solvanta [--library DIR]\n"
+    "       solvanta --screenshot DIR [--library DIR]\n"
+    "       solvanta <command> [options]\n"
+    "\n"
+    "Solvanta finds duplicate photos and videos in a photo library.\n"
+    "With no command it opens its window on the library (by default your pictures folder).\n"
+    "\n"
+    "Options:\n"
+    "  --library DIR      the photo library's folder (also SOLVANTA_LIBRARY)\n"
+    "  --screenshot DIR   run offscreen through home, the find prompt, scanning, results and an\n"
+    "                     interstitial, writing one PNG of each to DIR\n"
+    "\n"
+    "Commands:\n"
+    "  scan       find duplicates from the command line (solvanta scan --help)\n"
+    "  help       show this text\n"
+    "  version    print the version\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> args(argv + 1, argv + argc);
+  if (!args.empty()) {
+    const std::string& first = args.front();
+    if (first == "help" || first == "--help" || first == "-h") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    }
+    if (first == "version" || first == "--version") {
+      std::puts("solvanta 0.1.0");
+      return 0;
+    }
+    if (first == "scan") return cli::runScan(std::vector<std::string>(args.begin() + 1, args.end()), stdout, stderr);
+    if (first.rfind("-", 0) != 0) {
+      std::fprintf(stderr, "solvanta: unknown command '%s'\n\n%s", first.c_str(), kUsage);
+      return 2;
+    }
+  }
+  return gui::runApp(args, argv[0]);
+}
