@@ -21,6 +21,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/display.h>
 #include <libavutil/opt.h>
 }
 #include <libheif/heif.h>
@@ -50,6 +51,9 @@ void fillExif(Exiv2::ExifData& exif, const ExifFields& fields) {
     Exiv2::ExifKey key(0x9011, "Photo");
     Exiv2::AsciiValue value(fields.offsetTimeOriginal);
     exif.add(key, &value);
+  }
+  if (fields.orientation != 0) {
+    exif["Exif.Image.Orientation"] = static_cast<std::uint16_t>(fields.orientation);
   }
 }
 
@@ -235,6 +239,16 @@ bool writeVideo(const std::string& path, const VideoOptions& clip, std::string* 
   }
   avcodec_parameters_from_context(w.stream->codecpar, w.codec);
   w.stream->time_base = w.codec->time_base;
+  if (clip.rotation != 0) {
+    auto* matrix = reinterpret_cast<std::int32_t*>(
+        av_stream_new_side_data(w.stream, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(std::int32_t)));
+    if (!matrix) {
+      fail(error, "cannot add the display matrix");
+      return false;
+    }
+    // The angle is counterclockwise with y pointing up: clockwise on a screen.
+    av_display_rotation_set(matrix, clip.rotation);
+  }
   if (clip.creationTime)
     av_dict_set(&w.format->metadata, "creation_time", clip.creationTime->c_str(), 0);
   if ((rc = avio_open(&w.format->pb, path.c_str(), AVIO_FLAG_WRITE)) < 0) {

@@ -18,6 +18,9 @@ struct ExifFields {
   std::string dateTimeOriginal;    // "YYYY:MM:DD HH:MM:SS", local time of the camera
   std::string subSecTimeOriginal;  // "250" (fraction digits)
   std::string offsetTimeOriginal;  // "+02:00"
+  // Exif orientation (1..8: how a viewer turns the stored picture for display); 0 leaves the
+  // tag out.
+  int orientation = 0;
 };
 
 // A width x height picture (a gradient varied by `seed`) encoded as "JPEG" or "PNG". Empty on
@@ -44,6 +47,9 @@ struct VideoOptions {
   std::optional<std::string> creationTime;
   // Muxer name: "mov", "mp4" or "ipod" (.m4v).
   std::string container = "mov";
+  // Degrees a player turns the stored frames clockwise for display (0, 90, 180 or 270),
+  // written as the track's display matrix; 0 writes none.
+  int rotation = 0;
 };
 
 // Writes a video of `clip` to `path`. False on failure, with `error` filled when given.
