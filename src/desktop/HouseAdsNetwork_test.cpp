@@ -227,5 +227,12 @@ TEST(HouseAdCreatives, LoadFromAFolderInNameOrder) {
   EXPECT_NE(missing.problems[0].find("nowhere"), std::string::npos);
 }
 
+TEST(HouseAdCreatives, TheRepositorysCreativesLoad) {
+  HouseAdCreatives creatives = loadHouseAdCreatives(SOLVANTA_ASSETS_DIR "/ads");
+  EXPECT_TRUE(creatives.problems.empty()) << creatives.problems[0];
+  EXPECT_FALSE(creatives.interstitials.empty());
+  EXPECT_FALSE(creatives.banners.empty());
+}
+
 }  // namespace
 }  // namespace desktop
