@@ -36,6 +36,17 @@ Bytes withExif(const Bytes& image, const ExifFields& fields, std::string* error 
 Bytes encodeHeic(int width, int height, std::uint32_t seed, const ExifFields* fields,
                  std::string* error = nullptr);
 
+// An embedded thumbnail of a HEIC image: the picture of `seed` (which may differ from the
+// main image's, so that a test can tell which of the two a reader decoded), scaled to fit a
+// `size` x `size` box. `size` must be smaller than the image.
+struct HeicThumbnail {
+  int size = 0;
+  std::uint32_t seed = 0;
+};
+// A HEIC image as above with `thumbnail` embedded.
+Bytes encodeHeic(int width, int height, std::uint32_t seed, const ExifFields* fields,
+                 const HeicThumbnail& thumbnail, std::string* error = nullptr);
+
 struct VideoOptions {
   // Length in seconds; seconds * fps must be a whole number of frames.
   double seconds = 1.0;
