@@ -39,12 +39,11 @@ kit::ImagePtr toKitImage(const QImage& image) {
   return kit::Image::fromPixels(width, height, std::move(pixels));
 }
 
-// `image` at the size the request gives, smoothly scaled when it is not that size already.
-kit::ImagePtr scaledToRequest(const QImage& image, kit::Size target, int contentMode) {
-  PixelSize want = scaledPixelSize({image.width(), image.height()}, target, contentMode);
-  if (want == PixelSize{image.width(), image.height()}) return toKitImage(image);
-  return toKitImage(image.scaled(want.width, want.height, Qt::IgnoreAspectRatio,
-                                 Qt::SmoothTransformation));
+// `image` at `size`, smoothly scaled when it is not that size already.
+kit::ImagePtr scaledTo(const QImage& image, PixelSize size) {
+  if (size == PixelSize{image.width(), image.height()}) return toKitImage(image);
+  return toKitImage(
+      image.scaled(size.width, size.height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
 }
 
 // The short format name of the file's content ("heif", "jpeg", ...); empty when unknown.
@@ -91,7 +90,8 @@ kit::ImagePtr decodeWithQt(const std::string& path, kit::Size target, int conten
     fail(error, "cannot decode " + path + ": " + reader.errorString().toStdString());
     return nullptr;
   }
-  return scaledToRequest(image, target, contentMode);
+  // Readers that cannot scale while decoding, or cannot tell the size first, are scaled now.
+  return scaledTo(image, scaledPixelSize({image.width(), image.height()}, target, contentMode));
 }
 
 void initialiseHeif() {
@@ -104,6 +104,31 @@ struct HeifDeleter {
   void operator()(T* p) const { Release(p); }
 };
 
+using HeifHandle =
+    std::unique_ptr<heif_image_handle, HeifDeleter<heif_image_handle, heif_image_handle_release>>;
+
+// The smallest thumbnail embedded with `main` that is at least `want` in both directions (sizes
+// as shown, after the images' rotations), or null.
+HeifHandle thumbnailFor(const heif_image_handle* main, PixelSize want) {
+  int count = heif_image_handle_get_number_of_thumbnails(main);
+  if (count <= 0) return nullptr;
+  std::vector<heif_item_id> ids(static_cast<std::size_t>(count));
+  count = heif_image_handle_get_list_of_thumbnail_IDs(main, ids.data(), count);
+  HeifHandle best;
+  for (int i = 0; i < count; ++i) {
+    heif_image_handle* raw = nullptr;
+    if (heif_image_handle_get_thumbnail(main, ids[static_cast<std::size_t>(i)], &raw).code !=
+        heif_error_Ok) {
+      continue;
+    }
+    HeifHandle candidate(raw);
+    int width = heif_image_handle_get_width(candidate.get());
+    if (width < want.width || heif_image_handle_get_height(candidate.get()) < want.height) continue;
+    if (!best || width < heif_image_handle_get_width(best.get())) best = std::move(candidate);
+  }
+  return best;
+}
+
 kit::ImagePtr decodeHeif(const std::string& path, kit::Size target, int contentMode,
                          std::string* error) {
   initialiseHeif();
@@ -114,13 +139,22 @@ kit::ImagePtr decodeHeif(const std::string& path, kit::Size target, int contentM
   if (err.code == heif_error_Ok) {
     err = heif_context_get_primary_image_handle(context.get(), &rawHandle);
   }
-  std::unique_ptr<heif_image_handle, HeifDeleter<heif_image_handle, heif_image_handle_release>>
-      handle(rawHandle);
+  HeifHandle handle(rawHandle);
+  // Sizes of handles are as shown: after the image's rotation.
+  PixelSize want;
+  if (handle) {
+    want = scaledPixelSize({heif_image_handle_get_width(handle.get()),
+                            heif_image_handle_get_height(handle.get())},
+                           target, contentMode);
+  }
+  // Cameras embed a small version of the photo; when it is large enough, it saves decoding
+  // the whole picture.
+  HeifHandle thumbnail = handle ? thumbnailFor(handle.get(), want) : nullptr;
   heif_image* rawImage = nullptr;
   if (err.code == heif_error_Ok) {
     // The decoder applies the image's own rotation and mirroring.
-    err = heif_decode_image(handle.get(), &rawImage, heif_colorspace_RGB,
-                            heif_chroma_interleaved_RGBA, nullptr);
+    err = heif_decode_image(thumbnail ? thumbnail.get() : handle.get(), &rawImage,
+                            heif_colorspace_RGB, heif_chroma_interleaved_RGBA, nullptr);
   }
   std::unique_ptr<heif_image, HeifDeleter<heif_image, heif_image_release>> image(rawImage);
   if (err.code != heif_error_Ok) {
@@ -136,9 +170,8 @@ kit::ImagePtr decodeHeif(const std::string& path, kit::Size target, int contentM
     fail(error, "cannot decode " + path + ": no picture in the file");
     return nullptr;
   }
-  // A view of the decoder's plane; scaledToRequest copies it out.
-  QImage view(plane, width, height, stride, QImage::Format_RGBA8888);
-  return scaledToRequest(view, target, contentMode);
+  // A view of the decoder's plane; scaledTo copies it out.
+  return scaledTo(QImage(plane, width, height, stride, QImage::Format_RGBA8888), want);
 }
 
 }  // namespace

@@ -125,16 +125,34 @@ TEST_F(ThumbnailImageManagerTest, PhotosAreTurnedUprightByTheirOrientation) {
   EXPECT_EQ(sizeOf(fetch(images, asset, {10, 10}).image), (PixelSize{5, 10}));
 }
 
-TEST_F(ThumbnailImageManagerTest, HeicPhotosDecode) {
+TEST_F(ThumbnailImageManagerTest, HeicPhotosDecodeFromTheirThumbnailWhenItIsLargeEnough) {
+  // The sample picture's blue is 13 times its seed throughout: 39 in the main picture (seed
+  // 3), 195 in the embedded thumbnail (seed 15, 160 by 120). The mean blue tells which one
+  // was decoded.
   std::string why;
-  samplegen::Bytes heic = samplegen::encodeHeic(64, 48, 3, nullptr, &why);
+  samplegen::Bytes heic = samplegen::encodeHeic(640, 480, 3, nullptr, {160, 15}, &why);
   if (heic.empty()) GTEST_SKIP() << "no HEIC encoder on this machine: " << why;
   testing::writeBytes(dir / "h.heic", heic);
   auto asset = fileAsset(dir / "h.heic");
   ThumbnailImageManager images;
-  EXPECT_EQ(sizeOf(fetch(images, asset, {32, 32}).image), (PixelSize{32, 24}));
+  auto blue = [](const kit::ImagePtr& image) {
+    double sum = 0;
+    for (std::size_t i = 2; image && i < image->rgba().size(); i += 4) sum += image->rgba()[i];
+    return image ? sum / (image->rgba().size() / 4) : -1.0;
+  };
+
+  auto small = fetch(images, asset, {100, 100}).image;
+  EXPECT_EQ(sizeOf(small), (PixelSize{100, 75}));
+  EXPECT_NEAR(blue(small), 195, 25);
+  auto filled = fetch(images, asset, {160, 100}, platform::kImageContentModeAspectFill).image;
+  EXPECT_EQ(sizeOf(filled), (PixelSize{160, 120}));
+  EXPECT_NEAR(blue(filled), 195, 25);
+
+  auto large = fetch(images, asset, {200, 200}).image;
+  EXPECT_EQ(sizeOf(large), (PixelSize{200, 150}));
+  EXPECT_NEAR(blue(large), 39, 25);
   EXPECT_EQ(sizeOf(fetch(images, asset, platform::kImageManagerMaximumSize).image),
-            (PixelSize{64, 48}));
+            (PixelSize{640, 480}));
 }
 
 TEST_F(ThumbnailImageManagerTest, VideosShowAFrameScaledAndUpright) {
