@@ -150,8 +150,10 @@ kit::ImagePtr decodeVideoFrame(const std::string& path, double seconds, kit::Siz
   std::optional<std::int64_t> wanted;
   if (seconds > 0) {
     std::int64_t start = stream->start_time == AV_NOPTS_VALUE ? 0 : stream->start_time;
-    wanted = start + av_rescale_q(std::llround(seconds * AV_TIME_BASE), AV_TIME_BASE_Q,
-                                  stream->time_base);
+    // Rounded down: a frame that starts after the time is never taken for it.
+    double bounded = std::min(seconds, 1e9);
+    wanted = start + av_rescale_q_rnd(std::llround(bounded * AV_TIME_BASE), AV_TIME_BASE_Q,
+                                      stream->time_base, AV_ROUND_DOWN);
     // Back to the key frame before it; when seeking fails, decoding starts at the beginning.
     if (av_seek_frame(d.format, index, *wanted, AVSEEK_FLAG_BACKWARD) >= 0) {
       avcodec_flush_buffers(d.codec);
