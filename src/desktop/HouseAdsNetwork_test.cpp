@@ -193,14 +193,10 @@ TEST_F(HouseAdsNetworkTest, AnUnfilledBannerTellsItsDelegateAndStaysEmpty) {
 
 TEST_F(HouseAdsNetworkTest, TheAdaptiveHeightFollowsTheWidthWithinBounds) {
   HouseAdsNetwork network;
-  auto height = [&](double width) {
-    return network.currentOrientationAnchoredAdaptiveBannerAdSizeWithWidth(width).size.height;
-  };
-  EXPECT_EQ(height(320), 50);
-  EXPECT_EQ(height(480), 75);
-  EXPECT_EQ(height(200), 50);
-  EXPECT_EQ(height(1024), 90);
-  EXPECT_EQ(network.currentOrientationAnchoredAdaptiveBannerAdSizeWithWidth(480).size.width, 480);
+  for (auto [width, height] : {std::pair{200.0, 50.0}, {480.0, 75.0}, {1024.0, 90.0}}) {
+    EXPECT_EQ(network.currentOrientationAnchoredAdaptiveBannerAdSizeWithWidth(width).size,
+              (kit::Size{width, height}));
+  }
 }
 
 TEST(HouseAdCreatives, LoadFromAFolderInNameOrder) {
