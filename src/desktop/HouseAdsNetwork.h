@@ -40,7 +40,7 @@ class HouseBannerView : public platform::BannerView {
   HouseBannerView(platform::AdSize size, std::shared_ptr<HouseAdDealer> dealer);
 
   // Requests an ad. After the latency, on the main queue: when filled, the banner shows the
-  // creative in an kit::ImageView subview covering its bounds (replacing the one shown
+  // creative in a kit::ImageView subview covering its bounds (replacing the one shown
   // before) and tells its delegate bannerViewDidReceiveAd, then bannerViewDidRecordImpression;
   // otherwise it keeps what it showed and tells bannerViewDidFailToReceiveAdWithError. The
   // request keeps the banner alive until it is answered.
