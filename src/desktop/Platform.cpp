@@ -42,6 +42,9 @@ Platform::Platform(PlatformOptions options)
   files_ = std::make_shared<FileManager>(folders_);
   application_ = std::make_shared<Application>(permissions_, std::move(options.launcher));
   device_ = std::make_shared<Device>();
+  images_ = std::make_shared<ThumbnailImageManager>(options.images);
+  frames_ = std::make_shared<VideoFrameGenerator>();
+  ads_ = std::make_shared<HouseAdsNetwork>(std::move(options.houseAds));
 
   platform::Services services;
   services.photoLibrary = photos_;
@@ -49,6 +52,9 @@ Platform::Platform(PlatformOptions options)
   services.preferences = preferences_;
   services.application = application_;
   services.device = device_;
+  services.imageManager = images_;
+  services.assetImageGenerator = frames_;
+  services.adsNetwork = ads_;
   platform::install(std::move(services));
 }
 

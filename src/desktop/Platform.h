@@ -1,6 +1,5 @@
 // desktop::Platform: the real services on Linux, made from the process's environment and
-// installed while the object lives. Services this platform does not provide yet (images,
-// video frames, the ads network) stay uninstalled: using one is the platform's fatal error.
+// installed while the object lives: every service of the platform interface.
 #pragma once
 
 #include <memory>
@@ -12,8 +11,11 @@
 #include "desktop/Device.h"
 #include "desktop/FileManager.h"
 #include "desktop/FolderPhotoLibrary.h"
+#include "desktop/HouseAdsNetwork.h"
 #include "desktop/JsonPreferenceStore.h"
 #include "desktop/PermissionStore.h"
+#include "desktop/ThumbnailImageManager.h"
+#include "desktop/VideoFrameGenerator.h"
 
 namespace desktop {
 
@@ -30,6 +32,11 @@ struct PlatformOptions {
   std::shared_ptr<MediaReader> reader;
   // None: runProgram.
   Application::Launcher launcher;
+  // The ads network's creatives, fill rate, latency and seed (the GUI passes its creatives
+  // and the deployment file's fill rate and latency).
+  HouseAdsOptions houseAds;
+  // Bounds of the image manager's cache.
+  ThumbnailImageManagerOptions images;
 };
 
 class Platform {
@@ -48,6 +55,9 @@ class Platform {
   FileManager& files() { return *files_; }
   Application& application() { return *application_; }
   Device& device() { return *device_; }
+  ThumbnailImageManager& images() { return *images_; }
+  VideoFrameGenerator& frames() { return *frames_; }
+  HouseAdsNetwork& ads() { return *ads_; }
   const AppFolders& folders() const { return folders_; }
 
  private:
@@ -58,6 +68,9 @@ class Platform {
   std::shared_ptr<FileManager> files_;
   std::shared_ptr<Application> application_;
   std::shared_ptr<Device> device_;
+  std::shared_ptr<ThumbnailImageManager> images_;
+  std::shared_ptr<VideoFrameGenerator> frames_;
+  std::shared_ptr<HouseAdsNetwork> ads_;
 };
 
 }  // namespace desktop

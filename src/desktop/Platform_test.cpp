@@ -135,5 +135,32 @@ TEST_F(PlatformTest, WebAndMailLinksOpenThroughTheDesktopOpener) {
                                                    {"xdg-open", "https://example.org/help"}}));
 }
 
+TEST_F(PlatformTest, ImagesFramesAndHouseAdsAreInstalledWithTheirOptions) {
+  testing::writeClip(home.dir() / "Pictures/clip.mov", 1.0, std::nullopt);
+  PlatformOptions options;
+  auto creative = kit::Image::fromPixels(2, 2, std::vector<std::uint8_t>(16, 255));
+  options.houseAds.interstitialCreatives = {creative};
+  options.houseAds.latencySeconds = 0;
+  options.images.cacheCount = 1;
+  auto p = make(std::move(options));
+  EXPECT_EQ(&platform::imageManager(), &p->images());
+  EXPECT_EQ(&platform::assetImageGenerator(), &p->frames());
+  EXPECT_EQ(&platform::adsNetwork(), &p->ads());
+
+  platform::Error error;
+  EXPECT_TRUE(platform::assetImageGenerator().copyCGImageAtTime(
+      "file://" + home.dir().path() + "/Pictures/clip.mov", 0, &error))
+      << error.localizedDescription;
+
+  std::atomic<bool> loaded{false};
+  std::shared_ptr<platform::InterstitialAd> ad;
+  platform::adsNetwork().loadInterstitialWithAdUnitID("unit", {}, [&](auto a, auto) {
+    ad = a;
+    loaded = true;
+  });
+  ASSERT_TRUE(env.standaloneLoop()->runUntil([&] { return loaded.load(); }, 30));
+  EXPECT_TRUE(ad);
+}
+
 }  // namespace
 }  // namespace desktop

@@ -21,6 +21,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/display.h>
 #include <libavutil/opt.h>
 }
 #include <libheif/heif.h>
@@ -50,6 +51,9 @@ void fillExif(Exiv2::ExifData& exif, const ExifFields& fields) {
     Exiv2::ExifKey key(0x9011, "Photo");
     Exiv2::AsciiValue value(fields.offsetTimeOriginal);
     exif.add(key, &value);
+  }
+  if (fields.orientation != 0) {
+    exif["Exif.Image.Orientation"] = static_cast<std::uint16_t>(fields.orientation);
   }
 }
 
@@ -88,8 +92,43 @@ Bytes withExif(const Bytes& imageBytes, const ExifFields& fields, std::string* e
   }
 }
 
+namespace {
+
+using HeifImage = std::unique_ptr<heif_image, void (*)(const heif_image*)>;
+
+// The RGB picture of `seed`, width x height; null with `error` filled on failure.
+HeifImage heifPicture(int width, int height, std::uint32_t seed, std::string* error) {
+  heif_image* rawImage = nullptr;
+  heif_error err =
+      heif_image_create(width, height, heif_colorspace_RGB, heif_chroma_interleaved_RGB, &rawImage);
+  if (err.code != heif_error_Ok) {
+    fail(error, err.message);
+    return HeifImage(nullptr, heif_image_release);
+  }
+  HeifImage image(rawImage, heif_image_release);
+  heif_image_add_plane(image.get(), heif_channel_interleaved, width, height, 8);
+  int stride = 0;
+  std::uint8_t* plane = heif_image_get_plane(image.get(), heif_channel_interleaved, &stride);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      std::uint8_t* p = plane + y * stride + x * 3;
+      p[0] = static_cast<std::uint8_t>(seed * 37u + static_cast<unsigned>(x) * 4u);
+      p[1] = static_cast<std::uint8_t>(seed * 91u + static_cast<unsigned>(y) * 5u);
+      p[2] = static_cast<std::uint8_t>(seed * 13u);
+    }
+  }
+  return image;
+}
+
+}  // namespace
+
 Bytes encodeHeic(int width, int height, std::uint32_t seed, const ExifFields* fields,
                  std::string* error) {
+  return encodeHeic(width, height, seed, fields, HeicThumbnail{}, error);
+}
+
+Bytes encodeHeic(int width, int height, std::uint32_t seed, const ExifFields* fields,
+                 const HeicThumbnail& thumbnail, std::string* error) {
   std::unique_ptr<heif_context, void (*)(heif_context*)> ctx(heif_context_alloc(),
                                                              heif_context_free);
   heif_encoder* rawEncoder = nullptr;
@@ -103,25 +142,8 @@ Bytes encodeHeic(int width, int height, std::uint32_t seed, const ExifFields* fi
   heif_encoder_set_logging_level(encoder.get(), 0);
   heif_encoder_set_lossy_quality(encoder.get(), 50);
 
-  heif_image* rawImage = nullptr;
-  err =
-      heif_image_create(width, height, heif_colorspace_RGB, heif_chroma_interleaved_RGB, &rawImage);
-  if (err.code != heif_error_Ok) {
-    fail(error, err.message);
-    return {};
-  }
-  std::unique_ptr<heif_image, void (*)(const heif_image*)> image(rawImage, heif_image_release);
-  heif_image_add_plane(image.get(), heif_channel_interleaved, width, height, 8);
-  int stride = 0;
-  std::uint8_t* plane = heif_image_get_plane(image.get(), heif_channel_interleaved, &stride);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) {
-      std::uint8_t* p = plane + y * stride + x * 3;
-      p[0] = static_cast<std::uint8_t>(seed * 37u + static_cast<unsigned>(x) * 4u);
-      p[1] = static_cast<std::uint8_t>(seed * 91u + static_cast<unsigned>(y) * 5u);
-      p[2] = static_cast<std::uint8_t>(seed * 13u);
-    }
-  }
+  HeifImage image = heifPicture(width, height, seed, error);
+  if (!image) return {};
   heif_image_handle* rawHandle = nullptr;
   err = heif_context_encode_image(ctx.get(), image.get(), encoder.get(), nullptr, &rawHandle);
   if (err.code != heif_error_Ok) {
@@ -130,6 +152,18 @@ Bytes encodeHeic(int width, int height, std::uint32_t seed, const ExifFields* fi
   }
   std::unique_ptr<heif_image_handle, void (*)(const heif_image_handle*)> handle(
       rawHandle, heif_image_handle_release);
+  if (thumbnail.size > 0) {
+    HeifImage picture = heifPicture(width, height, thumbnail.seed, error);
+    if (!picture) return {};
+    heif_image_handle* thumbHandle = nullptr;
+    err = heif_context_encode_thumbnail(ctx.get(), picture.get(), handle.get(), encoder.get(),
+                                        nullptr, thumbnail.size, &thumbHandle);
+    if (thumbHandle) heif_image_handle_release(thumbHandle);
+    if (err.code != heif_error_Ok || !thumbHandle) {
+      fail(error, std::string("cannot add the thumbnail: ") + err.message);
+      return {};
+    }
+  }
   if (fields) {
     Exiv2::ExifData exif;
     fillExif(exif, *fields);
@@ -235,6 +269,16 @@ bool writeVideo(const std::string& path, const VideoOptions& clip, std::string* 
   }
   avcodec_parameters_from_context(w.stream->codecpar, w.codec);
   w.stream->time_base = w.codec->time_base;
+  if (clip.rotation != 0) {
+    auto* matrix = reinterpret_cast<std::int32_t*>(
+        av_stream_new_side_data(w.stream, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(std::int32_t)));
+    if (!matrix) {
+      fail(error, "cannot add the display matrix");
+      return false;
+    }
+    // The angle is counterclockwise with y pointing up: clockwise on a screen.
+    av_display_rotation_set(matrix, clip.rotation);
+  }
   if (clip.creationTime)
     av_dict_set(&w.format->metadata, "creation_time", clip.creationTime->c_str(), 0);
   if ((rc = avio_open(&w.format->pb, path.c_str(), AVIO_FLAG_WRITE)) < 0) {

@@ -18,6 +18,9 @@ struct ExifFields {
   std::string dateTimeOriginal;    // "YYYY:MM:DD HH:MM:SS", local time of the camera
   std::string subSecTimeOriginal;  // "250" (fraction digits)
   std::string offsetTimeOriginal;  // "+02:00"
+  // Exif orientation (1..8: how a viewer turns the stored picture for display); 0 leaves the
+  // tag out.
+  int orientation = 0;
 };
 
 // A width x height picture (a gradient varied by `seed`) encoded as "JPEG" or "PNG". Empty on
@@ -33,6 +36,17 @@ Bytes withExif(const Bytes& image, const ExifFields& fields, std::string* error 
 Bytes encodeHeic(int width, int height, std::uint32_t seed, const ExifFields* fields,
                  std::string* error = nullptr);
 
+// An embedded thumbnail of a HEIC image: the picture of `seed` (which may differ from the
+// main image's, so that a test can tell which of the two a reader decoded), scaled to fit a
+// `size` x `size` box. `size` must be smaller than the image.
+struct HeicThumbnail {
+  int size = 0;
+  std::uint32_t seed = 0;
+};
+// A HEIC image as above with `thumbnail` embedded.
+Bytes encodeHeic(int width, int height, std::uint32_t seed, const ExifFields* fields,
+                 const HeicThumbnail& thumbnail, std::string* error = nullptr);
+
 struct VideoOptions {
   // Length in seconds; seconds * fps must be a whole number of frames.
   double seconds = 1.0;
@@ -44,6 +58,9 @@ struct VideoOptions {
   std::optional<std::string> creationTime;
   // Muxer name: "mov", "mp4" or "ipod" (.m4v).
   std::string container = "mov";
+  // Degrees a player turns the stored frames clockwise for display (0, 90, 180 or 270),
+  // written as the track's display matrix; 0 writes none.
+  int rotation = 0;
 };
 
 // Writes a video of `clip` to `path`. False on failure, with `error` filled when given.

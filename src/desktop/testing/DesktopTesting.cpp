@@ -126,6 +126,21 @@ void writeClip(const std::string& path, double seconds, std::optional<std::strin
   ASSERT_TRUE(samplegen::writeVideo(path, clip, &error)) << error;
 }
 
+std::shared_ptr<FileAsset> fileAsset(const std::string& path) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) {
+    ADD_FAILURE() << "no file " << path;
+    return nullptr;
+  }
+  WalkedFile file;
+  file.path = path;
+  file.id = FileId{static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
+  file.size = st.st_size;
+  file.mtimeNs = static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+  MediaInfo info = FileMediaReader().read(path);
+  return std::make_shared<FileAsset>(file, info, kit::Date::fromSeconds(info.captureTime));
+}
+
 std::vector<std::string> listFolder(const std::string& folder) {
   std::vector<std::string> names;
   DIR* dir = ::opendir(folder.c_str());

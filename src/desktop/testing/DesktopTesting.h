@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "desktop/AppFolders.h"
+#include "desktop/FolderPhotoLibrary.h"
 #include "samplegen/SampleMedia.h"
 
 namespace desktop::testing {
@@ -80,6 +81,10 @@ void writeBytes(const std::string& path, const std::vector<std::uint8_t>& bytes,
 // Writes a short video. Fails the test on error.
 void writeClip(const std::string& path, double seconds, std::optional<std::string> creationTime,
                const char* container = "mov");
+
+// The asset a fetch makes of the file at `path`: identity, size and time from the file, the
+// rest read by a FileMediaReader. Fails the test and returns null when the file is missing.
+std::shared_ptr<FileAsset> fileAsset(const std::string& path);
 
 // Every name directly in `folder`, sorted ("." and ".." left out); empty when unreadable.
 std::vector<std::string> listFolder(const std::string& folder);
