@@ -21,6 +21,7 @@ AppBridge::AppBridge(std::shared_ptr<kit::Window> window, QObject* parent)
 }
 
 AppBridge::~AppBridge() {
+  cancelQuestions();
   kit::ScreenEvents::removeListener(screenToken_);
   kit::ToastManager::shared().removeObserver(toastToken_);
   kit::ProgressHUD::shared().removeObserver(hudToken_);
@@ -154,6 +155,15 @@ void AppBridge::answerPrompt(int index) {
   questions_.pop_front();
   emit promptChanged();
   if (q.answer) q.answer(index);
+}
+
+void AppBridge::cancelQuestions() {
+  auto questions = std::move(questions_);
+  questions_.clear();
+  emit promptChanged();
+  for (auto& q : questions) {
+    if (q.answer) q.answer(-1);
+  }
 }
 
 void AppBridge::tapToast(int id) { kit::ToastManager::shared().tapToast(id); }

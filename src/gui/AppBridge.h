@@ -56,6 +56,8 @@ class AppBridge : public QObject {
   void ask(QString title, QString message, QStringList buttons, std::function<void(int)> answer);
   QVariantMap prompt() const;
   Q_INVOKABLE void answerPrompt(int index);
+  // Answers every question waiting with -1 (the app is closing).
+  void cancelQuestions();
 
   // The proxy of `controller`, made on first use and kept while it is shown.
   OutletsProxy* proxyFor(const std::shared_ptr<kit::ViewController>& controller);

@@ -23,9 +23,11 @@ GuiApp::GuiApp()
   registerResources(engine_);
 }
 
-GuiApp::~GuiApp() {
-  engine_.clearComponentCache();
-  bridge_.reset();
+GuiApp::~GuiApp() { close(); }
+
+void GuiApp::close() {
+  closing_ = true;
+  if (bridge_) bridge_->cancelQuestions();
 }
 
 bool GuiApp::start(std::shared_ptr<kit::ViewController> root) {

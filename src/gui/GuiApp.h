@@ -6,6 +6,7 @@
 #include <QQmlApplicationEngine>
 #include <QQuickWindow>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -35,6 +36,11 @@ class GuiApp {
   const std::shared_ptr<kit::Window>& kitWindow() const { return kitWindow_; }
   desktop::ThreadedEnvironment& environment() { return *env_; }
 
+  // Marks the app as closing: questions waiting in the window are answered -1, and
+  // isClosing() turns true for askers still on their way.
+  void close();
+  bool isClosing() const { return closing_.load(); }
+
   // Processes Qt events until `done()` or `timeoutMs` pass; returns whether `done()` held.
   bool waitUntil(const std::function<bool()>& done, int timeoutMs);
   // Processes events until the main loop and the background queues have been idle for a
@@ -42,6 +48,7 @@ class GuiApp {
   void settle(int timeoutMs = 5000);
 
  private:
+  std::atomic<bool> closing_{false};
   std::shared_ptr<QtMainLoop> loop_;
   std::unique_ptr<desktop::ThreadedEnvironment> env_;
   std::shared_ptr<kit::Window> kitWindow_;

@@ -35,6 +35,7 @@ void HomeVC::loadView() {
                                 std::pair{"videoButton", "videoBtn:"}, std::pair{"secretButton", "secretBtn:"}}) {
     connect(*addOutlet<kit::Button>(button), action);
   }
+  outlet<kit::Button>("menuButton").setImage(kit::Image::named("settings"), kit::kControlStateNormal);
 }
 
 void HomeVC::viewDidLoad() {

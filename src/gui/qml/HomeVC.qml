@@ -63,9 +63,9 @@ Page {
         spacing: 14
         Repeater {
             model: [
-                { outlet: "photoButton", title: "Duplicate Photos", detail: "Photos taken within seconds of each other", icon: "photos" },
-                { outlet: "videoButton", title: "Duplicate Videos", detail: "Neighbouring videos of the same length", icon: "videos" },
-                { outlet: "secretButton", title: "Secret Space", detail: "Photos, videos and contacts behind a PIN", icon: "vault" }
+                { outlet: "photoButton", title: "Duplicate Photos", detail: "Shots taken seconds apart", icon: "photos" },
+                { outlet: "videoButton", title: "Duplicate Videos", detail: "Neighbours of the same length", icon: "videos" },
+                { outlet: "secretButton", title: "Secret Space", detail: "Hidden behind a PIN", icon: "vault" }
             ]
             delegate: Rectangle {
                 width: parent.width

@@ -30,7 +30,7 @@ Rectangle {
         }
         Text {
             id: label
-            text: root.view && root.view.title.length > 0 ? root.view.title : root.fallbackText
+            text: root.view && root.view.title.length > 0 ? root.view.title : (icon.visible ? "" : root.fallbackText)
             visible: text.length > 0
             color: root.filled ? "white" : Theme.accent
             font.pixelSize: root.fontSize

@@ -1,0 +1,267 @@
+#include "gui/GuiMain.h"
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QImage>
+#include <QQuickWindow>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <chrono>
+#include <future>
+#include <optional>
+
+#include "ads/AdConfig.h"
+#include "ads/Interstitial.h"
+#include "desktop/DeploymentConfig.h"
+#include "desktop/Platform.h"
+#include "gui/GuiApp.h"
+#include "kit/Console.h"
+#include "kit/Controls.h"
+#include "kit/NavigationController.h"
+#include "platform/Platform.h"
+#include "samplegen/SampleLibrary.h"
+#include "shared/PreferenceKeys.h"
+
+namespace gui {
+namespace {
+
+struct Options {
+  std::string library;
+  std::string screenshotDir;
+};
+
+std::optional<Options> parse(const std::vector<std::string>& args, std::string* error) {
+  Options o;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    auto value = [&](const char* name) -> std::optional<std::string> {
+      if (a.rfind(std::string(name) + "=", 0) == 0) return a.substr(std::string(name).size() + 1);
+      if (a == name && i + 1 < args.size()) return args[++i];
+      return std::nullopt;
+    };
+    if (auto v = value("--library")) {
+      o.library = *v;
+    } else if (auto w = value("--screenshot")) {
+      o.screenshotDir = *w;
+    } else {
+      *error = "unknown or incomplete option '" + a + "'";
+      return std::nullopt;
+    }
+  }
+  return o;
+}
+
+bool hasDisplay() {
+  for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) {
+    const char* v = std::getenv(name);
+    if (v && *v) return true;
+  }
+  return false;
+}
+
+// Asks the window's dialog from a background queue and waits for the answer; -1 when the app
+// closed first.
+int askInWindow(GuiApp& app, QString title, QString message, QStringList buttons) {
+  auto answer = std::make_shared<std::promise<int>>();
+  auto future = answer->get_future();
+  kit::mainQueue().async([&app, title, message, buttons, answer] {
+    if (app.isClosing()) {
+      answer->set_value(-1);
+      return;
+    }
+    app.bridge().ask(title, message, buttons, [answer](int index) { answer->set_value(index); });
+  });
+  while (future.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready) {
+    if (app.isClosing()) return -1;
+  }
+  return future.get();
+}
+
+// The house ads' pictures of one kind ("interstitial", "banner") from the app's resources.
+std::vector<kit::ImagePtr> creatives(const QString& kind) {
+  std::vector<kit::ImagePtr> images;
+  QDir dir(":/assets/ads");
+  for (const QString& name : dir.entryList({kind + "-*.png"}, QDir::Files, QDir::Name)) {
+    QImage image = QImage(dir.filePath(name)).convertToFormat(QImage::Format_RGBA8888);
+    if (image.isNull()) continue;
+    std::vector<std::uint8_t> rgba(static_cast<std::size_t>(image.width()) * image.height() * 4);
+    for (int y = 0; y < image.height(); ++y) {
+      std::memcpy(rgba.data() + static_cast<std::size_t>(y) * image.width() * 4, image.constScanLine(y),
+                  static_cast<std::size_t>(image.width()) * 4);
+    }
+    images.push_back(kit::Image::fromPixels(image.width(), image.height(), std::move(rgba)));
+  }
+  return images;
+}
+
+// The app's console lines go to standard error, as a desktop program's diagnostics do; its
+// standard output stays for what the program reports.
+class StderrConsole : public kit::ConsoleSink {
+ public:
+  void write(std::string_view line) override {
+    std::fwrite(line.data(), 1, line.size(), stderr);
+    std::fputc('\n', stderr);
+  }
+};
+
+// A fresh home for a scripted run, so that it touches none of the user's settings or data.
+std::string makeScratchHome() {
+  char pattern[] = "/tmp/solvanta-screenshots-XXXXXX";
+  const char* dir = mkdtemp(pattern);
+  if (!dir) return {};
+  std::string home = dir;
+  setenv("XDG_CONFIG_HOME", (home + "/config").c_str(), 1);
+  setenv("XDG_DATA_HOME", (home + "/data").c_str(), 1);
+  setenv("XDG_CACHE_HOME", (home + "/cache").c_str(), 1);
+  return home;
+}
+
+// ---- The scripted run ----
+
+class Screenshots {
+ public:
+  Screenshots(GuiApp& app, std::string dir) : app_(app), dir_(QString::fromStdString(dir)) {}
+
+  // Home, the find prompt, scanning, results and an interstitial, one PNG each. False (with
+  // a message) when a state is not reached.
+  bool run() {
+    QDir().mkpath(dir_);
+    auto nav = std::dynamic_pointer_cast<kit::NavigationController>(app_.kitWindow()->rootViewController());
+    if (!nav) return fail("the first screen has no navigation controller");
+    auto home = nav->viewControllers().front();
+    // The launch's first show would load an interstitial; do that here.
+    ads::AdsMobInitFullAds::shared()->loadFullAds(home, ads::AdConfig::current().interstitialAdUnitID);
+    app_.settle();
+    if (!shoot("1-home")) return false;
+
+    kit::tap(home->outlet<kit::Button>("photoButton"));
+    auto scan = nav->topViewController();
+    if (!waitFor([&] { return !scan->outlet<kit::View>("findPhotoView").isHidden(); }, "the find prompt")) return false;
+    if (!shoot("2-find-prompt")) return false;
+
+    kit::tap(scan->outlet<kit::Button>("findBtn"));
+    if (!shoot("3-scanning", /*settle=*/false)) return false;
+    if (!waitFor([&] { return !scan->outlet<kit::View>("tableView").isHidden() && scan->outlet<kit::View>("scanningView").isHidden(); },
+                 "the results")) {
+      return false;
+    }
+    if (!shoot("4-results")) return false;
+
+    // The fourth counted action shows an interstitial over the screen it opens.
+    kit::tap(scan->outlet<kit::Button>("backButton"));
+    platform::preferences().setInteger(3, shared::FULLSERVICECOUNT);
+    kit::tap(home->outlet<kit::Button>("photoButton"));
+    if (!waitFor([&] { return nav->presentedViewController() != nullptr; }, "the interstitial")) return false;
+    return shoot("5-interstitial");
+  }
+
+ private:
+  bool fail(const std::string& what) {
+    std::fprintf(stderr, "solvanta: screenshots: %s\n", what.c_str());
+    return false;
+  }
+  bool waitFor(const std::function<bool()>& done, const char* what) {
+    if (app_.waitUntil(done, 30000)) return true;
+    return fail(std::string("timed out waiting for ") + what);
+  }
+  bool shoot(const char* name, bool settle = true) {
+    if (settle) app_.settle();
+    QImage image = app_.window()->grabWindow();
+    QString path = dir_ + "/" + name + ".png";
+    if (image.isNull() || !image.save(path)) return fail("cannot write " + path.toStdString());
+    std::printf("%s\n", qPrintable(path));
+    return true;
+  }
+
+  GuiApp& app_;
+  QString dir_;
+};
+
+}  // namespace
+
+int runApp(const std::vector<std::string>& args, const char* programName) {
+  std::string error;
+  std::optional<Options> options = parse(args, &error);
+  if (!options) {
+    std::fprintf(stderr, "solvanta: %s (solvanta --help)\n", error.c_str());
+    return 2;
+  }
+  const bool scripted = !options->screenshotDir.empty();
+  static StderrConsole console;
+  kit::setConsoleSink(&console);
+  if (scripted) {
+    setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    setenv("QT_QUICK_BACKEND", "software", 1);
+    if (makeScratchHome().empty()) {
+      std::perror("solvanta: cannot make a scratch folder");
+      return 3;
+    }
+  } else if (!hasDisplay()) {
+    std::fprintf(stderr,
+                 "solvanta: no display found (DISPLAY and WAYLAND_DISPLAY are unset).\n"
+                 "  To see the screens without one: solvanta --screenshot DIR\n"
+                 "  To scan from the terminal:      solvanta scan --library DIR\n");
+    return 3;
+  }
+
+  desktop::AppFolders folders = desktop::AppFolders::fromEnvironment();
+  std::string library = options->library;
+  if (scripted && library.empty()) {
+    library = folders.cacheHome + "/sample-library";
+    if (!samplegen::writeSampleLibrary(library, &error)) {
+      std::fprintf(stderr, "solvanta: cannot write the sample library: %s\n", error.c_str());
+      return 3;
+    }
+  }
+
+  int argc = 1;
+  char* argv[] = {const_cast<char*>(programName), nullptr};
+  QGuiApplication qt(argc, argv);
+  qt.setApplicationName("Solvanta");
+  kit::Screen::setMainBounds(kit::makeRect(0, 0, 390, 844));
+  GuiApp app;
+
+  desktop::DeploymentConfigLoad deployment = desktop::loadDeploymentConfig(folders);
+  if (!deployment.problem.empty()) std::fprintf(stderr, "solvanta: %s\n", deployment.problem.c_str());
+  ads::AdConfig adConfig;
+  adConfig.interstitialAdUnitID = deployment.config.interstitialAdUnitID;
+  adConfig.appOpenAdUnitID = deployment.config.appOpenAdUnitID;
+  adConfig.bannerAdUnitID = deployment.config.bannerAdUnitID;
+  adConfig.testDeviceIdentifier = deployment.config.testDeviceIdentifier;
+  ads::AdConfig::setCurrent(adConfig);
+
+  desktop::PlatformOptions platformOptions;
+  platformOptions.libraryRoot = library;
+  platformOptions.folders = folders;
+  platformOptions.houseAds.interstitialCreatives = creatives("interstitial");
+  platformOptions.houseAds.bannerCreatives = creatives("banner");
+  // A scripted run shows an ad wherever the app asks for one, at once.
+  platformOptions.houseAds.fillRate = scripted ? 1.0 : deployment.config.houseAdsFillRate;
+  platformOptions.houseAds.latencySeconds = scripted ? 0.0 : deployment.config.houseAdsLatencySeconds;
+  platformOptions.permissionPrompt = [&app, library](desktop::PermissionKind) {
+    int answer = askInWindow(app, "Allow \xE2\x80\x9CSolvanta\xE2\x80\x9D to access your photos?",
+                             QString::fromStdString("Solvanta looks for duplicates in " +
+                                                    (library.empty() ? std::string("your pictures folder") : library) +
+                                                    ". Nothing leaves this computer."),
+                             {"Don't Allow", "Allow Access"});
+    if (answer < 0) return platform::AuthorizationStatus::NotDetermined;
+    return answer == 1 ? platform::AuthorizationStatus::Authorized : platform::AuthorizationStatus::Denied;
+  };
+  platformOptions.confirmPrompt = [&app](const std::string& question) {
+    return askInWindow(app, QString::fromStdString(question), "The files move to the Trash.", {"Don't Allow", "Delete"}) == 1;
+  };
+  desktop::Platform platform(platformOptions);
+  if (scripted) platform.permissions().set(desktop::PermissionKind::Photos, platform::AuthorizationStatus::Authorized);
+
+  if (!app.start()) {
+    std::fprintf(stderr, "solvanta: the window could not be loaded\n");
+    return 3;
+  }
+  int status = scripted ? (Screenshots(app, options->screenshotDir).run() ? 0 : 1) : qt.exec();
+  app.close();
+  return status;
+}
+
+}  // namespace gui
