@@ -54,7 +54,7 @@ Page {
                             KitImage { view: t.photosCollectionView; anchors.fill: parent; fillMode: Image.PreserveAspectCrop }
                             KitImage { view: t.videoImage; width: 22; height: 22; anchors.left: parent.left; anchors.bottom: parent.bottom; anchors.margins: 6 }
                             KitButton { view: t.checkButton; anchors.right: parent.right; anchors.top: parent.top }
-                            MouseArea { anchors.fill: parent; z: -1; onClicked: if (cell) parent.ListView.view.model.select(itemIndex) }
+                            MouseArea { anchors.fill: parent; z: -1; onClicked: if (cell) listModel.select(itemIndex) }
                         }
                     }
                 }

@@ -15,6 +15,7 @@ ListView {
         height: strip.height
         property var cell: model.cell
         property int itemIndex: index
+        property var listModel: strip.model
         sourceComponent: strip.itemDelegate
     }
     function reportWindow() {
