@@ -441,19 +441,9 @@ int DuplicatePhotoVC::numberOfRowsInSection(kit::TableView&, int) {
   }
 
   bool access = shared::checkPhotoPermission();
-  const char* heading = photos ? "Duplicate Photo" : "Duplicate Video";
   if (access) {
     noImageLabel->setText(photos ? noImageFoundText : noVideoFoundText);
     duplicatetext->setText(photos ? duplicatePhotos : duplicateVideos);
-    cleanButtonView->setHidden(true);
-    cleanHeightConstraint->setConstant(0);
-    cleanButton->setHidden(true);
-    headingLbl->setText(std::string(heading));
-    scanningView->setHidden(true);
-    tableView->setHidden(true);
-    totalSelectBtn->setHidden(true);
-    totalSelectedLbl->setHidden(true);
-    duplicatePhotoCount->setHidden(true);
   } else {
     duplicatetext->setText(std::string("Permission Needed"));
     noImageLabel->setText(std::string(
@@ -461,13 +451,17 @@ int DuplicatePhotoVC::numberOfRowsInSection(kit::TableView&, int) {
                : "Allow this feature to access all photos in your gallery in order to find all duplicate photos "
                  "hidden inside your iPhone."));
     noPhotoImageView->setImage(kit::Image::named("permission"));
-    cleanButtonView->setHidden(true);
-    cleanHeightConstraint->setConstant(0);
-    cleanButton->setHidden(true);
-    headingLbl->setText(std::string(heading));
-    scanningView->setHidden(true);
-    tableView->setHidden(true);
-    totalSelectBtn->setHidden(true);
+  }
+  cleanButtonView->setHidden(true);
+  cleanHeightConstraint->setConstant(0);
+  cleanButton->setHidden(true);
+  headingLbl->setText(std::string(photos ? "Duplicate Photo" : "Duplicate Video"));
+  scanningView->setHidden(true);
+  tableView->setHidden(true);
+  totalSelectBtn->setHidden(true);
+  if (access) {
+    totalSelectedLbl->setHidden(true);
+    duplicatePhotoCount->setHidden(true);
   }
   return 0;
 }

@@ -1,4 +1,5 @@
 #include "media/DuplicatePhotoVC.h"
+#include "media/ScanScreenFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -14,17 +15,7 @@ namespace {
 constexpr double T0 = sim::Environment::kDefaultStart;
 using Panels = std::set<std::string>;
 
-struct DuplicatePhotoVCTest : ::testing::Test {
-  sim::World world;
-  std::shared_ptr<kit::ViewController> home = std::make_shared<kit::ViewController>();
-  std::shared_ptr<kit::NavigationController> nav = std::make_shared<kit::NavigationController>(home);
-  std::shared_ptr<kit::Window> window = kit::make<kit::Window>();
-  std::shared_ptr<media::DuplicatePhotoVC> screen = std::make_shared<media::DuplicatePhotoVC>();
-
-  void SetUp() override {
-    window->setRootViewController(nav);
-    window->makeKeyAndVisible();
-  }
+struct DuplicatePhotoVCTest : media::ScanScreenFixture {
   void open(platform::AuthorizationStatus status, std::string type = "Photos") {
     world.platform.photos().setStatus(status);
     screen->selectedtype = std::move(type);

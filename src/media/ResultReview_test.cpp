@@ -4,26 +4,20 @@
 #include "kit/NavigationController.h"
 #include "kit/Window.h"
 #include "media/DuplicatePhotoVC.h"
+#include "media/ScanScreenFixture.h"
 #include "sim/World.h"
 
 namespace {
 
 constexpr double T0 = sim::Environment::kDefaultStart;
 
-struct ResultReviewTest : ::testing::Test {
-  sim::World world;
-  std::shared_ptr<kit::ViewController> home = std::make_shared<kit::ViewController>();
-  std::shared_ptr<kit::NavigationController> nav = std::make_shared<kit::NavigationController>(home);
-  std::shared_ptr<kit::Window> window = kit::make<kit::Window>();
-  std::shared_ptr<media::DuplicatePhotoVC> screen = std::make_shared<media::DuplicatePhotoVC>();
-
-  // Scans a library with sections of 3 and 2 members (and a single) to its results.
+struct ResultReviewTest : media::ScanScreenFixture {
   void SetUp() override {
-    window->setRootViewController(nav);
-    window->makeKeyAndVisible();
-    world.env.setEagerMain(true);
+    ScanScreenFixture::SetUp();
+    world.env.setEagerMain(true);  // the main thread keeps up with the scan
     world.platform.photos().setStatus(platform::AuthorizationStatus::Authorized);
   }
+  // Scans a library with sections of 3 and 2 members (and a single) to its results.
   void scanPhotos() {
     world.platform.photos().setAssets({sim::photo(T0), sim::photo(T0 + 1), sim::photo(T0 + 2), sim::photo(T0 + 60),
                                        sim::photo(T0 + 61), sim::photo(T0 + 500)});

@@ -151,6 +151,8 @@ void scanPhotos(Counters counters) {
     if (auto listener = slot->itemdelegates.load()) listener->totalPhotosCount(0);
   } else {
     if (auto listener = slot->itemdelegates.load()) listener->totalPhotosCount(count);
+    records.reserve(static_cast<std::size_t>(count));
+    keys.reserve(static_cast<std::size_t>(count));
     ScanCounters& c = *counters;
     for (int i = 0; i < count; ++i) {
       const platform::AssetPtr& asset = fetch.objectAtIndex(i);
@@ -255,6 +257,7 @@ void scanVideos(Counters counters) {
     kit::print("You got no Videos.");
   } else {
     if (auto listener = slot->itemdelegates.load()) listener->totalVideosCount(count);
+    records.reserve(static_cast<std::size_t>(count));
     ScanCounters& c = *counters;
     for (int i = 0; i < count; ++i) {
       const platform::AssetPtr& asset = fetch.objectAtIndex(i);

@@ -11,7 +11,12 @@ const AssetPtr& FetchResult::objectAtIndex(int index) const {
     kit::fatal("fetch result index " + std::to_string(index) + " beyond bounds " +
                std::to_string(count()));
   }
-  return assets_[static_cast<std::size_t>(index)];
+  return (*assets_)[static_cast<std::size_t>(index)];
+}
+
+const std::vector<AssetPtr>& FetchResult::assets() const {
+  static const std::vector<AssetPtr> kNone;
+  return assets_ ? *assets_ : kNone;
 }
 
 void sortAssets(std::vector<AssetPtr>& assets, const FetchOptions* options) {

@@ -46,18 +46,20 @@ struct FetchOptions {
   void setSortDescriptors(std::vector<SortDescriptor> d) { sortDescriptors = std::move(d); }
 };
 
-// The result of a fetch: a fixed, ordered list of assets.
+// The result of a fetch: a fixed, ordered list of assets. Copies share the list.
 class FetchResult {
  public:
   FetchResult() = default;
-  explicit FetchResult(std::vector<AssetPtr> assets) : assets_(std::move(assets)) {}
-  int count() const { return static_cast<int>(assets_.size()); }
+  explicit FetchResult(std::vector<AssetPtr> assets)
+      : assets_(std::make_shared<const std::vector<AssetPtr>>(std::move(assets))) {}
+  explicit FetchResult(std::shared_ptr<const std::vector<AssetPtr>> assets) : assets_(std::move(assets)) {}
+  int count() const { return assets_ ? static_cast<int>(assets_->size()) : 0; }
   // The asset at `index`; fatal error out of range, as the platform's.
   const AssetPtr& objectAtIndex(int index) const;
-  const std::vector<AssetPtr>& assets() const { return assets_; }
+  const std::vector<AssetPtr>& assets() const;
 
  private:
-  std::vector<AssetPtr> assets_;
+  std::shared_ptr<const std::vector<AssetPtr>> assets_;
 };
 
 // The changes a change block may ask for.

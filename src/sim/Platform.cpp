@@ -53,11 +53,13 @@ std::shared_ptr<Asset> video(std::optional<double> when, double duration, std::s
 
 void PhotoLibrary::setAssets(std::vector<std::shared_ptr<const platform::Asset>> assets) {
   std::lock_guard lock(mu_);
+  forgetFetches();
   assets_ = std::move(assets);
 }
 
 void PhotoLibrary::addAsset(std::shared_ptr<const platform::Asset> asset) {
   std::lock_guard lock(mu_);
+  forgetFetches();
   assets_.push_back(std::move(asset));
 }
 
@@ -70,11 +72,13 @@ void PhotoLibrary::setStatus(platform::AuthorizationStatus status) { setRawStatu
 
 void PhotoLibrary::setRawStatus(int status) {
   std::lock_guard lock(mu_);
+  forgetFetches();
   status_ = status;
 }
 
 void PhotoLibrary::setLimitedSelection(std::set<std::string> ids) {
   std::lock_guard lock(mu_);
+  forgetFetches();
   limited_ = std::move(ids);
 }
 
@@ -83,6 +87,7 @@ void PhotoLibrary::answerAuthorization(platform::AuthorizationStatus status) {
   {
     std::lock_guard lock(mu_);
     status_ = static_cast<int>(status);
+    forgetFetches();
     handlers.swap(pending_);
   }
   for (auto& handler : handlers) {
@@ -136,21 +141,39 @@ void PhotoLibrary::requestAuthorization(std::function<void(platform::Authorizati
 
 platform::FetchResult PhotoLibrary::fetch(std::optional<platform::MediaType> type,
                                           const platform::FetchOptions* options) {
-  std::vector<platform::AssetPtr> out;
-  {
-    std::lock_guard lock(mu_);
-    ++fetches_;
-    bool all = status_ == static_cast<int>(platform::AuthorizationStatus::Authorized);
-    bool limited = status_ == static_cast<int>(platform::AuthorizationStatus::Limited);
-    if (!all && !limited) return platform::FetchResult{};
-    for (const auto& a : assets_) {
-      if (type && a->mediaType() != *type) continue;
-      if (limited && !limited_.count(a->localIdentifier())) continue;
-      out.push_back(a);
-    }
+  std::lock_guard lock(mu_);
+  ++fetches_;
+  bool all = status_ == static_cast<int>(platform::AuthorizationStatus::Authorized);
+  bool limited = status_ == static_cast<int>(platform::AuthorizationStatus::Limited);
+  if (!all && !limited) return platform::FetchResult{};
+  std::string order;
+  if (options) {
+    for (const auto& d : options->sortDescriptors) order += d.key + (d.ascending ? "+" : "-");
   }
-  platform::sortAssets(out, options);
-  return platform::FetchResult(std::move(out));
+  auto key = std::make_pair(type ? static_cast<int>(*type) : -1, order);
+  if (auto it = fetches_cache_.find(key); it != fetches_cache_.end()) return it->second;
+  // One pass over the assets: filter, copy, and tell whether they are already in date order.
+  const bool byDateOnly = options && options->sortDescriptors.size() == 1 &&
+                          options->sortDescriptors[0].key == "creationDate";
+  const bool ascending = byDateOnly && options->sortDescriptors[0].ascending;
+  std::vector<platform::AssetPtr> out;
+  bool inOrder = true;
+  double previous = 0;
+  for (const auto& a : assets_) {
+    if (type && a->mediaType() != *type) continue;
+    if (limited && !limited_.count(a->localIdentifier())) continue;
+    if (byDateOnly) {
+      auto date = a->creationDate();
+      double t = date ? date->timeIntervalSince1970 : -1e300;
+      if (!out.empty() && (ascending ? t < previous : t > previous)) inOrder = false;
+      previous = t;
+    }
+    out.push_back(a);
+  }
+  if (!byDateOnly || !inOrder) platform::sortAssets(out, options);
+  platform::FetchResult result(std::move(out));
+  fetches_cache_[key] = result;
+  return result;
 }
 
 platform::FetchResult PhotoLibrary::fetchAssetsWithMediaType(platform::MediaType mediaType,
@@ -192,6 +215,7 @@ void PhotoLibrary::performChanges(std::function<void(platform::ChangeRequest&)> 
           if (it != assets_.end()) {
             deleted_.push_back((*it)->localIdentifier());
             assets_.erase(it);
+            forgetFetches();
           }
         }
       }

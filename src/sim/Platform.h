@@ -82,7 +82,11 @@ class PhotoLibrary : public platform::PhotoLibrary {
 
  private:
   platform::FetchResult fetch(std::optional<platform::MediaType> type, const platform::FetchOptions* options);
+  // Drops the remembered fetches (the assets or the access changed). Under mu_.
+  void forgetFetches() { fetches_cache_.clear(); }
   mutable std::mutex mu_;
+  // Fetch results by media type (-1 for all) and sort order, until the library changes.
+  std::map<std::pair<int, std::string>, platform::FetchResult> fetches_cache_;
   std::vector<platform::AssetPtr> assets_;
   int status_ = 0;
   std::set<std::string> limited_;
