@@ -1,10 +1,12 @@
 #include "media/DuplicatePhotoVC.h"
 
 #include "ads/ADNetAdaptiveBannerAd.h"
+#include "kit/AlertController.h"
 #include "kit/Console.h"
 #include "kit/NavigationController.h"
 #include "kit/NotificationCenter.h"
 #include "kit/ProgressHUD.h"
+#include "kit/Toast.h"
 #include "media/Scan.h"
 #include "platform/Platform.h"
 #include "shared/CollectionViewFlowLayOut.h"
@@ -75,6 +77,11 @@ DuplicatePhotoVC::DuplicatePhotoVC() {
   registerAction("selectAllBtnAction", [this](kit::Object*) { selectAllBtnAction(); });
   registerAction("selectButtonTappedWithSender:", [this](kit::Object* sender) { selectButtonTappedWithSender(sender); });
   registerAction("selectedButtonWithSender:", [this](kit::Object* sender) { selectedButtonWithSender(sender); });
+  registerAction("cleanButtonAction", [this](kit::Object*) { cleanButtonAction(); });
+  registerAction("deleteButtonAction", [this](kit::Object*) { deleteButtonAction(); });
+  registerAction("cancelBtnAction", [this](kit::Object*) { cancelBtnAction(); });
+  registerAction("popUpCancel", [this](kit::Object*) { popUpCancel(); });
+  registerAction("deleteButtonTappedWithSender:", [this](kit::Object* sender) { deleteButtonTappedWithSender(sender); });
 }
 
 void DuplicatePhotoVC::loadView() {
@@ -96,7 +103,7 @@ void DuplicatePhotoVC::loadView() {
   addOutlet<kit::Label>("duplicatePhotoCount")->setText(std::string("0"));
 
   auto cleanBar = addOutlet<kit::View>("cleanButtonView");
-  addOutlet<kit::Button>("cleanButton", cleanBar.get());
+  connect(*addOutlet<kit::Button>("cleanButton", cleanBar.get()), "cleanButtonAction");
   registerOutlet("cleanHeightConstraint", std::make_shared<kit::LayoutConstraint>(45.0));
 
   addOutlet<kit::ImageView>("noPhotoImageView");
@@ -120,11 +127,24 @@ void DuplicatePhotoVC::loadView() {
   connect(*findButton, "findDuplicateBtn");
 
   auto popup = addOutlet<kit::View>("deletePopView");
-  addOutlet<kit::View>("animationImageView", popup.get());
   addOutlet<kit::View>("deleteImgView", popup.get());
-  addOutlet<kit::Button>("cancelButton", popup.get())->setTitle("Cancel", kit::kControlStateNormal);
+  addOutlet<kit::Label>("deletePopTitle", popup.get())->setText(std::string("Delete the selected items?"));
+  auto remove = addOutlet<kit::Button>("deleteButton", popup.get());
+  remove->setTitle("Delete", kit::kControlStateNormal);
+  connect(*remove, "deleteButtonAction");
+  auto cancel = addOutlet<kit::Button>("cancelButton", popup.get());
+  cancel->setTitle("Cancel", kit::kControlStateNormal);
+  connect(*cancel, "cancelBtnAction");
+  addOutlet<kit::Button>("deleteAll", popup.get());
+  registerOutlet("popupHeightDeleteConstraint", std::make_shared<kit::LayoutConstraint>(200.0));
+  registerOutlet("popupHeightConstraint", std::make_shared<kit::LayoutConstraint>(200.0));
 
-  addOutlet<kit::View>("adsView");
+  auto finished = addOutlet<kit::View>("adsView");
+  addOutlet<kit::View>("animationImageView", finished.get());
+  addOutlet<kit::Label>("cleanDataLbl", finished.get());
+  auto ok = addOutlet<kit::Button>("okBtnOutlet", finished.get());
+  ok->setTitle("OK", kit::kControlStateNormal);
+  connect(*ok, "okBtnBtnAction");
   addOutlet<kit::View>("bannerAdsView");
   registerOutlet("bannerAdsViewHeight", std::make_shared<kit::LayoutConstraint>(0.0));
 
@@ -436,7 +456,7 @@ int DuplicatePhotoVC::numberOfRowsInSection(kit::TableView&, int) {
                                 : countMarks(*videoSections, isAutoSelect, *duplicatePhotoCount, *cleanButton,
                                              "Free up space (");
     totalImageCount = static_cast<std::int64_t>(listed);
-    totalPhotoSize = 0;
+    totalPhotoSize = 0.0f;
     return static_cast<int>(count);
   }
 
@@ -510,6 +530,7 @@ std::shared_ptr<kit::TableViewCell> DuplicatePhotoVC::cellForRowAtIndexPath(kit:
     setCheck(*row->crossSectionButton, n == members.size());
     strip.registerCell(PhotosCollectionViewCell::kReuseIdentifier, [] { return kit::make<PhotosCollectionViewCell>(); });
     strip.setAllowsMultipleSelection(true);
+    connect(*row->sectionDelete, "deleteButtonTappedWithSender:");
     connect(*row->crossSectionButton, "selectButtonTappedWithSender:");
     scratch = members;
     strip.reloadData();
@@ -618,5 +639,167 @@ void DuplicatePhotoVC::selectButtonTappedWithSender(kit::Object* sender) {
 }
 
 void DuplicatePhotoVC::selectedButtonWithSender(kit::Object*) {}
+
+// ---- Deletion ----
+
+namespace {
+
+std::string twoDecimals(float value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f", static_cast<double>(value));
+  return text;
+}
+
+}  // namespace
+
+void DuplicatePhotoVC::cleanButtonAction() {
+  std::optional<std::string> title = cleanButton->currentTitle();
+  if (title && title->find("(0)") != std::string::npos) {
+    kit::makeToast(view(), "Please select an item");
+    return;
+  }
+  popupHeightDeleteConstraint->setConstant(200);
+  if (sectionCount() > 0) {
+    hideView->setHidden(false);
+    deletePopView->setHidden(false);
+  } else {
+    cleanButton->setUserInteractionEnabled(false);
+  }
+}
+
+void DuplicatePhotoVC::cancelBtnAction() {
+  cleanButtonView->setHidden(false);
+  cleanHeightConstraint->setConstant(45);
+  hideView->setHidden(true);
+  deletePopView->setHidden(true);
+}
+
+void DuplicatePhotoVC::popUpCancel() { cleanButton->setHidden(false); }
+
+void DuplicatePhotoVC::deleteButtonAction() {
+  hideView->setHidden(true);
+  deletePopView->setHidden(true);
+  popupHeightConstraint->setConstant(200);
+  const bool photos = isPhotos();
+  if (sectionCount() == 0) {
+    kit::makeToast(view(), photos ? "No Duplicate Photos Found" : "No Duplicate Video Found");
+    cleanButtonView->setHidden(true);
+    cleanHeightConstraint->setConstant(0);
+    cleanButton->setHidden(true);
+    return;
+  }
+  auto collect = [this](const auto& sections) {
+    selected_.update([&](const std::shared_ptr<const std::vector<platform::AssetPtr>>& old) {
+      auto next = std::make_shared<std::vector<platform::AssetPtr>>(*old);
+      for (const auto& section : sections) {
+        if (countSelected(section->image) == 0) continue;
+        for (const auto& member : section->image) {
+          if (member->isSelected) next->push_back(member->imagePath);
+        }
+      }
+      return std::shared_ptr<const std::vector<platform::AssetPtr>>(std::move(next));
+    });
+  };
+  if (photos) collect(*photoSections_.load());
+  else collect(*videoSections_.load());
+
+  auto self = sharedAs<DuplicatePhotoVC>();
+  platform::photoLibrary().performChanges(
+      [self](platform::ChangeRequest& request) { request.deleteAssets(*self->selected_.load()); },
+      [self](bool success, std::optional<platform::Error>) {
+        if (!success) return;
+        kit::mainQueue().async([self] { self->finishCleaning(); });
+      });
+}
+
+void DuplicatePhotoVC::finishCleaning() {
+  tableView->setHidden(true);
+  totalSelectBtn->setHidden(true);
+  totalSelectedLbl->setHidden(true);
+  duplicatePhotoCount->setHidden(true);
+  if (isPhotos()) setSectionArray1({});
+  else setVideoSectionArray({});
+  cleanButtonView->setHidden(true);
+  cleanHeightConstraint->setConstant(0);
+  clearedDatainMb = twoDecimals(totalPhotoSize);
+  cleanDataLbl->setText(std::string("Congratulations! We are done."));
+  hideView->setHidden(false);
+  adsView->setHidden(false);
+  cleanButtonView->setHidden(true);
+  cleanHeightConstraint->setConstant(0);
+}
+
+void DuplicatePhotoVC::deleteButtonTappedWithSender(kit::Object* sender) {
+  if (!isPhotos()) return;
+  // The row under the button.
+  auto* button = dynamic_cast<kit::View*>(sender);
+  auto* cell = button ? button->ancestorOfType<kit::TableViewCell>() : nullptr;
+  std::optional<kit::IndexPath> path = cell ? tableView->indexPathForCell(*cell) : std::nullopt;
+  if (!path) return;
+  PhotoSections sections = sectionArray1();
+  if (sections.empty()) {
+    kit::makeToast(view(), "No Duplicate Photos Deleted");
+    return;
+  }
+  const std::size_t row = static_cast<std::size_t>(path->row);
+  std::size_t n = countSelected(sections[row]->image);
+  if (n == 0) return;
+  auto alert = kit::AlertController::make(
+      "Delete Duplicate Media",
+      "Are you sure you want to delete " + std::to_string(n) + " " +
+          "Media. You will not be able to restore them in the future.",
+      kit::AlertStyle::Alert);
+  std::weak_ptr<kit::AlertController> weakAlert = alert;
+  alert->addAction(std::make_shared<kit::AlertAction>("No", kit::AlertActionStyle::Default, [weakAlert](kit::AlertAction&) {
+    if (auto a = weakAlert.lock()) a->dismissViewControllerAnimated(true);
+  }));
+  auto self = sharedAs<DuplicatePhotoVC>();
+  alert->addAction(std::make_shared<kit::AlertAction>("Yes", kit::AlertActionStyle::Default,
+                                                      [self, row](kit::AlertAction&) { self->deleteSection(row); }));
+  presentViewController(alert, true);
+}
+
+void DuplicatePhotoVC::deleteSection(std::size_t row) {
+  std::vector<platform::AssetPtr> assets;
+  for (const auto& member : sectionArray1()[row]->image) {
+    if (isAutoSelect && !member->isBestPhoto && member->isSelected) assets.push_back(member->imagePath);
+  }
+  auto self = sharedAs<DuplicatePhotoVC>();
+  platform::photoLibrary().performChanges(
+      [assets](platform::ChangeRequest& request) { request.deleteAssets(assets); },
+      [self, row](bool success, std::optional<platform::Error>) {
+        if (!success) return;
+        kit::mainQueue().async([self, row] {
+          // The whole section leaves the list, its kept members too.
+          PhotoSections remaining = self->sectionArray1();
+          remaining.removeAt(row);
+          self->setSectionArray1(std::move(remaining));
+          self->reloadSections();
+          kit::ToastManager::shared().makeToast(self->view(), std::string("Deleted Successfully"), 3.0,
+                                                kit::ToastPosition::Bottom);
+          std::weak_ptr<DuplicatePhotoVC> weak = self;
+          self->popBackTimer_ = kit::scheduledTimer(1.0, false, [weak](kit::Timer&) {
+            if (auto screen = weak.lock()) screen->popBack();
+          });
+          self->clearedDatainMb = twoDecimals(self->totalPhotoSize);
+        });
+      });
+}
+
+void DuplicatePhotoVC::popBack() {
+  dismissViewControllerAnimated(false);
+  kit::mainQueue().async([] { kit::ProgressHUD::shared().show(); });
+  dateFromDayString("");
+  dateFromDayString("");
+  startScan(1);
+  if (sectionArray1().empty()) {
+    auto self = sharedAs<DuplicatePhotoVC>();
+    kit::mainQueue().async([self] {
+      self->noImageLabel->setHidden(false);
+      self->duplicatetext->setHidden(false);
+      self->noPhotoImageView->setHidden(false);
+    });
+  }
+}
 
 }  // namespace media

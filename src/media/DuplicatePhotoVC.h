@@ -10,7 +10,9 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "kit/AtomicShared.h"
 #include "kit/Lists.h"
@@ -72,8 +74,18 @@ class DuplicatePhotoVC : public kit::ViewController,
   std::string selectedtype = "Photos";
   // The progress label's denominator; written by the scan's thread.
   std::atomic<std::int64_t> totalImageCount{0};
-  // Set by the row pass; read by the deletion flow.
-  std::int64_t totalPhotoSize = 0;
+  // Set to 0 by the row pass; nothing adds to it, so no size is ever shown.
+  float totalPhotoSize = 0.0f;
+  // "%.2f" of totalPhotoSize after a deletion ("0.00"); read by nothing.
+  std::optional<std::string> clearedDatainMb;
+  // Read by nothing.
+  std::int64_t totalSelectedSize = 0;
+  std::vector<float> sizeList;
+  std::vector<platform::AssetPtr> imageArray;
+  std::vector<std::shared_ptr<ImageSets>> duplicateImage;
+  // The assets the clean road deletes: appended to and never cleared. Appended on the main
+  // queue, read by the platform's change block on its own queue.
+  std::vector<platform::AssetPtr> selectedArray() const { return *selected_.load(); }
   // Always true.
   bool isAutoSelect = true;
   // Members of the row configured last (its photos or its videos).
@@ -121,11 +133,19 @@ class DuplicatePhotoVC : public kit::ViewController,
   kit::Outlet<kit::Button> cleanButton{this, "cleanButton"};
   kit::Outlet<kit::LayoutConstraint> cleanHeightConstraint{this, "cleanHeightConstraint"};
   kit::Outlet<kit::Label> headingLbl{this, "headingLbl"};
+  // The confirmation popup.
   kit::Outlet<kit::View> deletePopView{this, "deletePopView"};
-  kit::Outlet<kit::View> animationImageView{this, "animationImageView"};
   kit::Outlet<kit::View> deleteImgView{this, "deleteImgView"};
+  kit::Outlet<kit::Button> deleteButton{this, "deleteButton"};
   kit::Outlet<kit::Button> cancelButton{this, "cancelButton"};
+  kit::Outlet<kit::Button> deleteAll{this, "deleteAll"};
+  kit::Outlet<kit::LayoutConstraint> popupHeightDeleteConstraint{this, "popupHeightDeleteConstraint"};
+  kit::Outlet<kit::LayoutConstraint> popupHeightConstraint{this, "popupHeightConstraint"};
+  // The finished popup, whatever its name says.
   kit::Outlet<kit::View> adsView{this, "adsView"};
+  kit::Outlet<kit::View> animationImageView{this, "animationImageView"};
+  kit::Outlet<kit::Label> cleanDataLbl{this, "cleanDataLbl"};
+  kit::Outlet<kit::Button> okBtnOutlet{this, "okBtnOutlet"};
   kit::Outlet<kit::View> bannerAdsView{this, "bannerAdsView"};
   kit::Outlet<kit::LayoutConstraint> bannerAdsViewHeight{this, "bannerAdsViewHeight"};
 
@@ -150,6 +170,21 @@ class DuplicatePhotoVC : public kit::ViewController,
   void selectedButtonWithSender(kit::Object* sender);
   // Titles the select-all button from a fresh count of all marks.
   void refreshSelectAllTitle();
+
+  // --- Deletion ---
+  // The clean bar: refuses a title with "(0)" (a toast), else opens the confirmation popup.
+  void cleanButtonAction();
+  // The popup's delete: deletes every marked member of every section through the platform
+  // (which asks the user first) and, on success, ends on the finished popup.
+  void deleteButtonAction();
+  // The popup's cancel: back to the results.
+  void cancelBtnAction();
+  void popUpCancel();
+  // A row's delete button (photos only): asks, then deletes the section's marked members and,
+  // on success, takes the whole section off the list and rescans a second later.
+  void deleteButtonTappedWithSender(kit::Object* sender);
+  // Dismisses what is presented and starts the photo scan again.
+  void popBack();
 
   // Queues reloadData of the table on the main queue.
   void reloadSections() override;
@@ -196,6 +231,12 @@ class DuplicatePhotoVC : public kit::ViewController,
   void scanFinished();
   void setupAnimation(kit::AnimationView& animation, const std::string& name, kit::View& holder);
 
+  void finishCleaning();
+  void deleteSection(std::size_t row);
+
+  kit::AtomicShared<const std::vector<platform::AssetPtr>> selected_{
+      std::make_shared<const std::vector<platform::AssetPtr>>()};
+  std::shared_ptr<kit::Timer> popBackTimer_;
   kit::AtomicShared<const PhotoSections> photoSections_{std::make_shared<const PhotoSections>()};
   kit::AtomicShared<const VideoSections> videoSections_{std::make_shared<const VideoSections>()};
 };

@@ -139,15 +139,54 @@ Page {
         }
     }
 
+    // The confirmation popup.
     KitPanel {
         view: o.deletePopView
         anchors.centerIn: parent
         width: parent.width - 60
-        height: 320
+        height: (o.popupHeightDeleteConstraint ? o.popupHeightDeleteConstraint.constant : 200) + 140
         color: "white"
         radius: 16
-        border.color: "#DDDDDD"
-        border.width: 1
-        KitButton { view: o.cancelButton; anchors.bottom: parent.bottom; anchors.horizontalCenter: parent.horizontalCenter; anchors.bottomMargin: 16 }
+        Column {
+            anchors.fill: parent
+            anchors.margins: 20
+            spacing: 12
+            Item {
+                width: 120; height: 120
+                anchors.horizontalCenter: parent.horizontalCenter
+                Repeater {
+                    model: o.deleteImgView ? o.deleteImgView.subviews : []
+                    delegate: KitAnimation { view: modelData; anchors.fill: parent }
+                }
+            }
+            KitLabel { view: o.deletePopTitle; width: parent.width; horizontalAlignment: Text.AlignHCenter; font.pixelSize: 18; font.weight: Font.Bold }
+            KitButton { view: o.deleteButton; filled: true; width: parent.width }
+            KitButton { view: o.cancelButton; width: parent.width }
+        }
+    }
+
+    // The finished popup (the outlet's name is the storyboard's).
+    KitPanel {
+        view: o.adsView
+        anchors.centerIn: parent
+        width: parent.width - 60
+        height: 340
+        color: "white"
+        radius: 16
+        Column {
+            anchors.fill: parent
+            anchors.margins: 20
+            spacing: 14
+            Item {
+                width: 160; height: 160
+                anchors.horizontalCenter: parent.horizontalCenter
+                Repeater {
+                    model: o.animationImageView ? o.animationImageView.subviews : []
+                    delegate: KitAnimation { view: modelData; anchors.fill: parent }
+                }
+            }
+            KitLabel { view: o.cleanDataLbl; width: parent.width; horizontalAlignment: Text.AlignHCenter; wrapMode: Text.WordWrap; font.pixelSize: 18; font.weight: Font.Bold }
+            KitButton { view: o.okBtnOutlet; filled: true; width: parent.width }
+        }
     }
 }
