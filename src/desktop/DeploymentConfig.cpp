@@ -13,7 +13,7 @@ using Json = nlohmann::json;
 
 // Copies the string under `key` of `object` into `out` when present; false (with `why`) when
 // it is there and not a string.
-bool readText(const Json& object, const char* key, std::string* out, std::string* why) {
+bool readText(const Json& object, const char* key, std::optional<std::string>* out, std::string* why) {
   auto it = object.find(key);
   if (it == object.end()) return true;
   if (!it->is_string()) {

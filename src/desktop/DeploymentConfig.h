@@ -10,6 +10,7 @@
 // Every key is optional; a key left out keeps its default.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "desktop/AppFolders.h"
@@ -17,11 +18,12 @@
 namespace desktop {
 
 struct DeploymentConfig {
-  // Clearly fake until a deployment file sets them.
-  std::string interstitialAdUnitID = "fake-interstitial-unit-0000000000000000";
-  std::string appOpenAdUnitID = "fake-app-open-unit-000000000000000000000";
-  std::string bannerAdUnitID = "fake-banner-unit-00000000000000000000000";
-  std::string testDeviceIdentifier = "fake-test-device-0000";
+  // The identifiers the file sets; nothing where it sets none (the app keeps its own, clearly
+  // fake, defaults then).
+  std::optional<std::string> interstitialAdUnitID;
+  std::optional<std::string> appOpenAdUnitID;
+  std::optional<std::string> bannerAdUnitID;
+  std::optional<std::string> testDeviceIdentifier;
   // Share of house-ad loads that fill (0..1), and seconds each load takes (0 or more).
   double houseAdsFillRate = 1.0;
   double houseAdsLatencySeconds = 0.5;

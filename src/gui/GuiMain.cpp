@@ -225,11 +225,11 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
 
   desktop::DeploymentConfigLoad deployment = desktop::loadDeploymentConfig(folders);
   if (!deployment.problem.empty()) std::fprintf(stderr, "solvanta: %s\n", deployment.problem.c_str());
-  ads::AdConfig adConfig;
-  adConfig.interstitialAdUnitID = deployment.config.interstitialAdUnitID;
-  adConfig.appOpenAdUnitID = deployment.config.appOpenAdUnitID;
-  adConfig.bannerAdUnitID = deployment.config.bannerAdUnitID;
-  adConfig.testDeviceIdentifier = deployment.config.testDeviceIdentifier;
+  ads::AdConfig adConfig = ads::AdConfig::current();
+  adConfig.interstitialAdUnitID = deployment.config.interstitialAdUnitID.value_or(adConfig.interstitialAdUnitID);
+  adConfig.appOpenAdUnitID = deployment.config.appOpenAdUnitID.value_or(adConfig.appOpenAdUnitID);
+  adConfig.bannerAdUnitID = deployment.config.bannerAdUnitID.value_or(adConfig.bannerAdUnitID);
+  adConfig.testDeviceIdentifier = deployment.config.testDeviceIdentifier.value_or(adConfig.testDeviceIdentifier);
   ads::AdConfig::setCurrent(adConfig);
 
   desktop::PlatformOptions platformOptions;
