@@ -202,7 +202,7 @@ TEST_F(BridgeTest, TheAppBridgeMirrorsNavigationPresentationAndToasts) {
 
 TEST_F(BridgeTest, EveryScreenFileLoads) {
   // Each screen's QML file compiles (with its components and imports).
-  for (const char* file : {"qrc:/qml/HomeVC.qml", "qrc:/qml/DuplicatePhotoVC.qml", "qrc:/qml/PlainPage.qml",
+  for (const char* file : {"qrc:/qml/Main.qml", "qrc:/qml/HomeVC.qml", "qrc:/qml/DuplicatePhotoVC.qml", "qrc:/qml/PlainPage.qml",
                            "qrc:/qml/FullScreenAd.qml", "qrc:/qml/Alert.qml", "qrc:/qml/PromptDialog.qml"}) {
     QQmlComponent component(&engine, QUrl(file));
     EXPECT_FALSE(component.isError()) << file << ": " << component.errorString().toStdString();

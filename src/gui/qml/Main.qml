@@ -64,30 +64,34 @@ ApplicationWindow {
         }
     }
 
-    // Toasts.
-    Column {
-        z: 100
-        spacing: 8
-        anchors.horizontalCenter: parent.horizontalCenter
-        anchors.bottom: parent.bottom
-        anchors.bottomMargin: 90
-        Repeater {
-            model: app.toasts
-            delegate: Rectangle {
-                radius: 10
-                color: "#CC000000"
-                width: Math.min(window.width - 40, toastText.implicitWidth + 32)
-                height: toastText.implicitHeight + 20
-                Text {
-                    id: toastText
-                    anchors.centerIn: parent
-                    width: Math.min(implicitWidth, window.width - 72)
-                    wrapMode: Text.WordWrap
-                    color: "white"
-                    font.pixelSize: 15
-                    text: (modelData.title ? modelData.title + "\n" : "") + modelData.message
+    // Toasts, in the column of their position.
+    Repeater {
+        model: ["top", "center", "bottom"]
+        delegate: Column {
+            id: toastColumn
+            readonly property string place: modelData
+            z: 100
+            spacing: 8
+            anchors.horizontalCenter: parent.horizontalCenter
+            y: place === "top" ? 70 : place === "center" ? (window.height - height) / 2 : window.height - height - 90
+            Repeater {
+                model: app.toasts.filter(function (t) { return t.position === toastColumn.place })
+                delegate: Rectangle {
+                    radius: 10
+                    color: "#CC000000"
+                    width: Math.min(window.width - 40, toastText.implicitWidth + 32)
+                    height: toastText.implicitHeight + 20
+                    Text {
+                        id: toastText
+                        anchors.centerIn: parent
+                        width: Math.min(implicitWidth, window.width - 72)
+                        wrapMode: Text.WordWrap
+                        color: "white"
+                        font.pixelSize: 15
+                        text: (modelData.title ? modelData.title + "\n" : "") + modelData.message
+                    }
+                    MouseArea { anchors.fill: parent; onClicked: app.tapToast(modelData.id) }
                 }
-                MouseArea { anchors.fill: parent; onClicked: app.tapToast(modelData.id) }
             }
         }
     }
