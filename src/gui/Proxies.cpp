@@ -1,5 +1,7 @@
 #include "gui/Proxies.h"
 
+#include <algorithm>
+
 #include "gui/ImageRegistry.h"
 #include "kit/AlertController.h"
 #include "kit/Controls.h"
@@ -45,12 +47,25 @@ T* as(const std::shared_ptr<kit::Object>& o) {
 ViewProxy::ViewProxy(std::shared_ptr<kit::Object> object, QObject* parent)
     : QObject(parent), object_(std::move(object)), kind_(kindOf(object_.get())) {
   observable_ = dynamic_cast<kit::Observable*>(object_.get());
-  if (observable_) token_ = observable_->addObserver([this](std::string_view) { emit changed(); });
+  if (observable_) token_ = observable_->addObserver([this](std::string_view) { scheduleChanged(); });
   if (auto list = std::dynamic_pointer_cast<kit::ListView>(object_)) model_ = new ListModel(list, this);
 }
 
 ViewProxy::~ViewProxy() {
   if (observable_) observable_->removeObserver(token_);
+}
+
+void ViewProxy::scheduleChanged() {
+  if (changePending_) return;
+  changePending_ = true;
+  // Dropped with the proxy, should it go first.
+  QMetaObject::invokeMethod(
+      this,
+      [this] {
+        changePending_ = false;
+        emit changed();
+      },
+      Qt::QueuedConnection);
 }
 
 bool ViewProxy::hidden() const {
@@ -244,13 +259,31 @@ QObject* OutletsProxy::outlet(const QString& name) const { return outlets_->valu
 
 // ---- ListModel ----
 
+namespace {
+
+std::vector<int> startsOf(const std::vector<int>& counts, int* total) {
+  std::vector<int> starts;
+  starts.reserve(counts.size());
+  int flat = 0;
+  for (int c : counts) {
+    starts.push_back(flat);
+    flat += c;
+  }
+  *total = flat;
+  return starts;
+}
+
+}  // namespace
+
 ListModel::ListModel(std::shared_ptr<kit::ListView> list, QObject* parent)
     : QAbstractListModel(parent), list_(std::move(list)) {
   token_ = list_->addObserver([this](std::string_view property) {
     if (property == "cells" || property == "selection") refresh();
   });
   counts_ = list_->knownCounts();
-  for (int c : counts_) total_ += c;
+  starts_ = startsOf(counts_, &total_);
+  windowFirst_ = list_->visibleFirst();
+  windowEnd_ = windowFirst_ + list_->visibleCount();
 }
 
 ListModel::~ListModel() { list_->removeObserver(token_); }
@@ -258,25 +291,43 @@ ListModel::~ListModel() { list_->removeObserver(token_); }
 void ListModel::refresh() {
   std::vector<int> counts = list_->knownCounts();
   int total = 0;
-  for (int c : counts) total += c;
-  if (total != total_) {
-    beginResetModel();
+  std::vector<int> starts = startsOf(counts, &total);
+  if (total > total_) {
+    beginInsertRows(QModelIndex(), total_, total - 1);
     counts_ = std::move(counts);
+    starts_ = std::move(starts);
     total_ = total;
-    endResetModel();
+    endInsertRows();
     emit countChanged();
-    return;
+  } else if (total < total_) {
+    beginRemoveRows(QModelIndex(), total, total_ - 1);
+    counts_ = std::move(counts);
+    starts_ = std::move(starts);
+    total_ = total;
+    endRemoveRows();
+    emit countChanged();
+  } else {
+    counts_ = std::move(counts);
+    starts_ = std::move(starts);
   }
-  counts_ = std::move(counts);
-  if (total_ > 0) emit dataChanged(index(0), index(total_ - 1));
+  // Rows outside the kit's window, before and after, have no cell and nothing else that changes
+  // with a reload; the rows of both windows are told.
+  const int first = list_->visibleFirst();
+  const int end = first + list_->visibleCount();
+  const int from = std::max(0, std::min(first, windowFirst_));
+  const int to = std::min(total_, std::max(end, windowEnd_));
+  windowFirst_ = first;
+  windowEnd_ = end;
+  if (from < to) emit dataChanged(index(from), index(to - 1));
 }
 
 kit::IndexPath ListModel::pathOf(int row) const {
-  for (int s = 0; s < static_cast<int>(counts_.size()); ++s) {
-    if (row < counts_[s]) return {s, row};
-    row -= counts_[s];
-  }
-  return {-1, -1};
+  if (row < 0 || row >= total_) return {-1, -1};
+  // The last section starting at or before `row`: the one holding it (empty sections before it
+  // start at the same row).
+  auto it = std::upper_bound(starts_.begin(), starts_.end(), row);
+  int section = static_cast<int>(it - starts_.begin()) - 1;
+  return {section, row - starts_[static_cast<std::size_t>(section)]};
 }
 
 OutletsProxy* ListModel::proxyFor(const std::shared_ptr<kit::ListCell>& cell) const {

@@ -99,10 +99,16 @@ class ViewProxy : public QObject {
   const std::shared_ptr<kit::Object>& object() const { return object_; }
 
  signals:
+  // The view changed. Changes made in one turn of the event loop come as one signal, in the
+  // next turn: a screen that rewrites a label many times over in one task costs QML one
+  // update.
   void changed();
 
  private:
+  void scheduleChanged();
+
   std::shared_ptr<kit::Object> object_;
+  bool changePending_ = false;
   kit::Observable* observable_ = nullptr;
   int token_ = 0;
   QString kind_;
@@ -155,7 +161,9 @@ class OutletsProxy : public QObject {
 
 // A table or collection as a flat list of items (sections one after another). An item's "cell"
 // is its cell's OutletsProxy while the kit shows it (the visible window), null otherwise; QML
-// reports what it shows with setVisibleRange.
+// reports what it shows with setVisibleRange. A reload becomes rows inserted or removed at the
+// end and a data change over the rows of the window (before and after), so its cost to QML
+// follows the rows on screen, not the length of the list.
 class ListModel : public QAbstractListModel {
   Q_OBJECT
   Q_PROPERTY(int count READ count NOTIFY countChanged)
@@ -187,7 +195,9 @@ class ListModel : public QAbstractListModel {
   std::shared_ptr<kit::ListView> list_;
   int token_ = 0;
   std::vector<int> counts_;
+  std::vector<int> starts_;  // the flat row of each section's first item
   int total_ = 0;
+  int windowFirst_ = 0, windowEnd_ = 0;  // the kit's window when last told to QML
   mutable std::map<const kit::ListCell*, OutletsProxy*> cells_;
 };
 

@@ -8,23 +8,38 @@ QtMainLoop::QtMainLoop() {
   timer_.setSingleShot(true);
   timer_.setTimerType(Qt::PreciseTimer);
   connect(&timer_, &QTimer::timeout, this, [this] { runDue(); });
+  continuation_.setSingleShot(true);
+  continuation_.setInterval(0);
+  connect(&continuation_, &QTimer::timeout, this, [this] { drain(); });
 }
 
 void QtMainLoop::post(kit::Task task) {
+  bool schedule;
   {
     std::lock_guard lock(mu_);
-    ++posted_;
+    tasks_.push_back(std::move(task));
+    schedule = !drainScheduled_;
+    drainScheduled_ = true;
   }
-  QMetaObject::invokeMethod(
-      this,
-      [this, task = std::move(task)] {
-        {
-          std::lock_guard lock(mu_);
-          --posted_;
-        }
-        task();
-      },
-      Qt::QueuedConnection);
+  if (schedule) QMetaObject::invokeMethod(this, [this] { drain(); }, Qt::QueuedConnection);
+}
+
+void QtMainLoop::drain() {
+  const auto end = Clock::now() + std::chrono::milliseconds(kSliceMs);
+  do {
+    kit::Task task;
+    {
+      std::lock_guard lock(mu_);
+      if (tasks_.empty()) {
+        drainScheduled_ = false;
+        return;
+      }
+      task = std::move(tasks_.front());
+      tasks_.pop_front();
+    }
+    task();
+  } while (Clock::now() < end);
+  continuation_.start();
 }
 
 void QtMainLoop::postAfter(double delaySeconds, kit::Task task) {
@@ -41,7 +56,7 @@ bool QtMainLoop::isLoopThread() const { return QThread::currentThread() == threa
 
 int QtMainLoop::pendingCount() const {
   std::lock_guard lock(mu_);
-  return posted_ + static_cast<int>(timed_.size());
+  return static_cast<int>(tasks_.size() + timed_.size());
 }
 
 void QtMainLoop::armTimer() {

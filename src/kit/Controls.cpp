@@ -80,6 +80,7 @@ std::optional<std::string> Button::currentTitle() const {
 }
 
 void Button::setTitleColor(std::optional<Color> color, unsigned state) {
+  if (titleColor(state) == color) return;
   if (color) titleColors_[state] = *color;
   else titleColors_.erase(state);
   notifyChanged("titleColor");
@@ -100,6 +101,7 @@ std::optional<Color> Button::currentTitleColor() const {
 }
 
 void Button::setImage(ImagePtr image, unsigned state) {
+  if (Image::same(this->image(state), image)) return;
   if (image) images_[state] = std::move(image);
   else images_.erase(state);
   notifyChanged("image");
@@ -113,6 +115,7 @@ ImagePtr Button::image(unsigned state) const {
 ImagePtr Button::currentImage() const { return lookup(images_, state()); }
 
 void Button::setBackgroundImage(ImagePtr image, unsigned state) {
+  if (Image::same(backgroundImage(state), image)) return;
   if (image) backgroundImages_[state] = std::move(image);
   else backgroundImages_.erase(state);
   notifyChanged("backgroundImage");

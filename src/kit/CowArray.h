@@ -122,6 +122,13 @@ class CowArray {
   }
   void removeAll() { *this = CowArray(); }
 
+  // True when the first `n` elements of this array and of `other` are known to be the same
+  // slots of one shared storage (so equal without looking at them): both hold at least `n`
+  // elements and neither has been changed apart from the other but by appending.
+  bool sharesPrefixWith(const CowArray& other, std::size_t n) const {
+    return storage_ && storage_ == other.storage_ && n <= count_ && n <= other.count_;
+  }
+
   bool operator==(const CowArray& other) const {
     return count_ == other.count_ && std::equal(begin(), end(), other.begin());
   }

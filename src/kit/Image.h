@@ -17,6 +17,13 @@ using ImagePtr = std::shared_ptr<const Image>;
 
 class Image {
  public:
+  // True when `a` and `b` show the same picture for certain: the same object, both none, or
+  // two named images of one name. Decoded pixels are compared by object only.
+  static bool same(const ImagePtr& a, const ImagePtr& b) {
+    if (a == b) return true;
+    return a && b && !a->name_.empty() && a->name_ == b->name_;
+  }
+
   // The empty image: no name, no pixels, size zero.
   static ImagePtr empty();
   // A named image from the app's assets. The name is not checked here; whoever renders

@@ -36,7 +36,12 @@ class ImageView : public View {
  public:
   ImageView() { setUserInteractionEnabled(false); }
   const ImagePtr& image() const { return image_; }
-  void setImage(ImagePtr image) { assign(image_, std::move(image), "image"); }
+  // Notifies "image" unless the new image is the same picture (Image::same).
+  void setImage(ImagePtr image) {
+    if (Image::same(image_, image)) return;
+    image_ = std::move(image);
+    notify("image");
+  }
 
  private:
   ImagePtr image_;

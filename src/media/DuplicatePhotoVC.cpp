@@ -421,22 +421,19 @@ std::size_t DuplicatePhotoVC::sectionCount() const {
 
 namespace {
 
-// Counts the marked members over `sections`, writing the counters and the clean button's title
-// after each section; returns the number of members.
-template <class Sections>
-std::size_t countMarks(const Sections& sections, bool isAutoSelect, kit::Label& count, kit::Button& clean,
-                       const char* titlePrefix) {
-  std::int64_t running = 0;
-  std::size_t listed = 0;
-  for (const auto& section : sections) {
-    for (const auto& member : section->image) running += member->isSelected ? 1 : 0;
-    for (const auto& member : section->image) {
-      if (isAutoSelect && !member->isBestPhoto) ++listed;
-    }
-    count.setText(std::to_string(running));
-    clean.setTitle(std::string(titlePrefix) + std::to_string(running) + ")", kit::kControlStateNormal);
+// The walk of the row pass over `sections`: the running count of marked members goes into the
+// counter and the clean button's title after each section, and every member that is not the
+// best photo is listed. Only the last section's writes can be seen (nothing runs between them),
+// so the counts come from `tally` and are written once. Returns the number listed.
+template <class Sections, class Tally>
+std::size_t countMarks(const Sections& sections, Tally& tally, bool isAutoSelect, kit::Label& count,
+                       kit::Button& clean, const char* titlePrefix) {
+  auto sums = tally.sums(sections);
+  if (!sections.empty()) {
+    count.setText(std::to_string(sums.selected));
+    clean.setTitle(std::string(titlePrefix) + std::to_string(sums.selected) + ")", kit::kControlStateNormal);
   }
-  return listed;
+  return isAutoSelect ? sums.listed : 0;
 }
 
 }  // namespace
@@ -451,10 +448,10 @@ int DuplicatePhotoVC::numberOfRowsInSection(kit::TableView&, int) {
     noImageLabel->setHidden(true);
     duplicatetext->setHidden(true);
     noPhotoImageView->setHidden(true);
-    std::size_t listed = photos ? countMarks(*photoSections, isAutoSelect, *duplicatePhotoCount, *cleanButton,
-                                             "Free up Space (")
-                                : countMarks(*videoSections, isAutoSelect, *duplicatePhotoCount, *cleanButton,
-                                             "Free up space (");
+    std::size_t listed = photos ? countMarks(*photoSections, photoTally_, isAutoSelect, *duplicatePhotoCount,
+                                             *cleanButton, "Free up Space (")
+                                : countMarks(*videoSections, videoTally_, isAutoSelect, *duplicatePhotoCount,
+                                             *cleanButton, "Free up space (");
     totalImageCount = static_cast<std::int64_t>(listed);
     totalPhotoSize = 0.0f;
     return static_cast<int>(count);
@@ -591,15 +588,8 @@ bool DuplicatePhotoVC::shouldSelectItemAtIndexPath(kit::CollectionView& strip, k
 }
 
 void DuplicatePhotoVC::refreshSelectAllTitle() {
-  auto sums = [](const auto& sections) {
-    std::size_t all = 0, selected = 0;
-    for (const auto& section : sections) {
-      all += section->image.size();
-      selected += countSelected(section->image);
-    }
-    return std::pair{all, selected};
-  };
-  auto [all, selected] = isPhotos() ? sums(*photoSections_.load()) : sums(*videoSections_.load());
+  auto sums = isPhotos() ? photoTally_.sums(*photoSections_.load()) : videoTally_.sums(*videoSections_.load());
+  const std::size_t all = sums.members, selected = sums.selected;
   if (all != selected) {
     totalSelectBtn->setTitle("Select All", kit::kControlStateNormal);
     return;

@@ -18,6 +18,7 @@
 #include "kit/Lists.h"
 #include "kit/ViewController.h"
 #include "kit/Views.h"
+#include "media/MarkTally.h"
 #include "media/PhotosCallBack.h"
 #include "media/VideosCallBackListner.h"
 #include "shared/PhotoPermission.h"
@@ -239,6 +240,9 @@ class DuplicatePhotoVC : public kit::ViewController,
   std::shared_ptr<kit::Timer> popBackTimer_;
   kit::AtomicShared<const PhotoSections> photoSections_{std::make_shared<const PhotoSections>()};
   kit::AtomicShared<const VideoSections> videoSections_{std::make_shared<const VideoSections>()};
+  // The counts of the row pass and of refreshSelectAllTitle, kept between reloads. Main queue.
+  MarkTally<PhotoSections> photoTally_;
+  MarkTally<VideoSections> videoTally_;
 };
 
 }  // namespace media

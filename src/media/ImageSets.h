@@ -13,6 +13,27 @@
 
 namespace media {
 
+// A record's mark: an atomic flag whose every change is counted in one process-wide epoch, so
+// that a sum over many marks can be kept and redone only after some mark has changed. Any
+// thread.
+class MarkFlag {
+ public:
+  bool load() const { return value_.load(); }
+  operator bool() const { return load(); }
+  // Stores `v`; a change moves the epoch on, after the store.
+  MarkFlag& operator=(bool v) {
+    if (value_.exchange(v) != v) epoch_.fetch_add(1, std::memory_order_release);
+    return *this;
+  }
+  // Moves on whenever any mark changes. A sum made after reading the epoch counts every change
+  // that moved the epoch up to the value read.
+  static std::uint64_t epoch() { return epoch_.load(std::memory_order_acquire); }
+
+ private:
+  std::atomic<bool> value_{false};
+  static inline std::atomic<std::uint64_t> epoch_{0};
+};
+
 // The fields and the constructor both record kinds share.
 class ScannedMedia {
  public:
@@ -39,7 +60,7 @@ class ScannedMedia {
   // Never set true.
   bool isBestPhoto = false;
   // Set by the scan and the grouping on a background queue, then owned by the screen.
-  std::atomic<bool> isSelected{false};
+  MarkFlag isSelected;
   // Seconds; 0 for a photo.
   double duration;
 };

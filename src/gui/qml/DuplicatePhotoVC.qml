@@ -29,6 +29,7 @@ Page {
 
     KitTable {
         id: table
+        objectName: "resultsTable"
         view: o.tableView
         anchors.top: counters.bottom; anchors.topMargin: 8
         anchors.left: parent.left; anchors.right: parent.right

@@ -8,6 +8,7 @@ ListView {
     orientation: ListView.Horizontal
     spacing: 1
     clip: true
+    reuseItems: true
     visible: !!view && !view.hidden
     model: view ? view.model : null
     delegate: Loader {
