@@ -8,6 +8,8 @@
 #include "kit/Geometry.h"
 #include "kit/Image.h"
 
+class QImage;
+
 namespace desktop {
 
 struct PixelSize {
@@ -22,6 +24,13 @@ struct PixelSize {
 // round to whole pixels (at least one) and never enlarge the source. A target with a
 // dimension of zero or less (kImageManagerMaximumSize) asks for the source size.
 PixelSize scaledPixelSize(PixelSize source, kit::Size target, int contentMode);
+
+// `image`'s pixels in the kit's layout: RGBA, 8 bits each, rows top to bottom, no padding.
+kit::ImagePtr toKitImage(const QImage& image);
+// `image` at `size`, smoothly scaled when it is not that size already.
+kit::ImagePtr scaledTo(const QImage& image, PixelSize size);
+// A QImage holding a copy of `image`'s pixels.
+QImage toQImage(const kit::Image& image);
 
 // Decodes the photo file at `path` (JPEG, PNG, GIF, WebP, TIFF and the other formats of Qt's
 // image plugins, HEIF/HEIC through libheif), turned upright by its orientation, at the size

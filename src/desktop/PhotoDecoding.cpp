@@ -26,26 +26,6 @@ void fail(std::string* error, std::string message) {
   if (error) *error = std::move(message);
 }
 
-// Pixels of `image` in the kit's layout: RGBA, 8 bits each, rows top to bottom, no padding.
-kit::ImagePtr toKitImage(const QImage& image) {
-  QImage rgba = image.convertToFormat(QImage::Format_RGBA8888);
-  const int width = rgba.width();
-  const int height = rgba.height();
-  const std::size_t row = static_cast<std::size_t>(width) * 4;
-  std::vector<std::uint8_t> pixels(row * static_cast<std::size_t>(height));
-  for (int y = 0; y < height; ++y) {
-    std::memcpy(pixels.data() + row * static_cast<std::size_t>(y), rgba.constScanLine(y), row);
-  }
-  return kit::Image::fromPixels(width, height, std::move(pixels));
-}
-
-// `image` at `size`, smoothly scaled when it is not that size already.
-kit::ImagePtr scaledTo(const QImage& image, PixelSize size) {
-  if (size == PixelSize{image.width(), image.height()}) return toKitImage(image);
-  return toKitImage(
-      image.scaled(size.width, size.height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
-}
-
 // The short format name of the file's content ("heif", "jpeg", ...); empty when unknown.
 bool sniffFormat(const std::string& path, std::string* format, std::string* error) {
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -176,6 +156,24 @@ kit::ImagePtr decodeHeif(const std::string& path, kit::Size target, int contentM
 
 }  // namespace
 
+kit::ImagePtr toKitImage(const QImage& image) {
+  QImage rgba = image.convertToFormat(QImage::Format_RGBA8888);
+  const int width = rgba.width();
+  const int height = rgba.height();
+  const std::size_t row = static_cast<std::size_t>(width) * 4;
+  std::vector<std::uint8_t> pixels(row * static_cast<std::size_t>(height));
+  for (int y = 0; y < height; ++y) {
+    std::memcpy(pixels.data() + row * static_cast<std::size_t>(y), rgba.constScanLine(y), row);
+  }
+  return kit::Image::fromPixels(width, height, std::move(pixels));
+}
+
+kit::ImagePtr scaledTo(const QImage& image, PixelSize size) {
+  if (size == PixelSize{image.width(), image.height()}) return toKitImage(image);
+  return toKitImage(
+      image.scaled(size.width, size.height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+}
+
 PixelSize scaledPixelSize(PixelSize source, kit::Size target, int contentMode) {
   if (source.width <= 0 || source.height <= 0 || !(target.width > 0) || !(target.height > 0)) {
     return source;
@@ -188,6 +186,12 @@ PixelSize scaledPixelSize(PixelSize source, kit::Size target, int contentMode) {
     return std::max(1, static_cast<int>(std::lround(pixels * scale)));
   };
   return {side(source.width), side(source.height)};
+}
+
+QImage toQImage(const kit::Image& image) {
+  QImage wrapped(image.rgba().data(), image.pixelWidth(), image.pixelHeight(), image.pixelWidth() * 4,
+                 QImage::Format_RGBA8888);
+  return wrapped.copy();
 }
 
 kit::ImagePtr decodePhotoFile(const std::string& path, kit::Size target, int contentMode,

@@ -42,6 +42,9 @@ Platform::Platform(PlatformOptions options)
   files_ = std::make_shared<FileManager>(folders_);
   application_ = std::make_shared<Application>(permissions_, std::move(options.launcher));
   device_ = std::make_shared<Device>();
+  if (options.images.sharedThumbnailsFolder.empty()) {
+    options.images.sharedThumbnailsFolder = folders_.cacheHome + "/thumbnails";
+  }
   images_ = std::make_shared<ThumbnailImageManager>(options.images);
   frames_ = std::make_shared<VideoFrameGenerator>();
   ads_ = std::make_shared<HouseAdsNetwork>(std::move(options.houseAds));

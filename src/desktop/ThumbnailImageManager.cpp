@@ -8,8 +8,11 @@
 #include <set>
 #include <string>
 
+#include <QImage>
+
 #include "desktop/FolderPhotoLibrary.h"
 #include "desktop/MediaDecoding.h"
+#include "desktop/SharedThumbnails.h"
 
 namespace desktop {
 namespace {
@@ -36,6 +39,32 @@ kit::Dictionary infoOf(const Outcome& outcome) {
 }
 
 std::size_t bytesOf(const kit::Image& image) { return image.rgba().size(); }
+
+// Decodes `file` (a photo, or a video's first frame) at the size of the request.
+kit::ImagePtr decodeFile(const FileAsset& file, kit::Size target, int contentMode, std::string* error) {
+  switch (file.mediaType()) {
+    case platform::MediaType::Image: return decodePhotoFile(file.path(), target, contentMode, error);
+    case platform::MediaType::Video: return decodeVideoFrame(file.path(), 0, target, contentMode, error);
+    default:
+      *error = file.path() + " is no photo or video";
+      return nullptr;
+  }
+}
+
+// Whether a large shared thumbnail of `file` holds the request in full: the image the request
+// asks for is no larger than 256 pixels a side.
+bool fitsLargeThumbnail(const FileAsset& file, kit::Size target, int contentMode) {
+  const int side = SharedThumbnails::kLarge;
+  if (file.pixelWidth() > 0 && file.pixelHeight() > 0) {
+    PixelSize want = scaledPixelSize({file.pixelWidth(), file.pixelHeight()}, target, contentMode);
+    return want.width <= side && want.height <= side;
+  }
+  return contentMode != platform::kImageContentModeAspectFill && target.width <= side && target.height <= side;
+}
+
+ThumbnailSource sourceOf(const FileAsset& file) {
+  return {file.path(), file.fileSize(), file.modificationTimeNs() / 1000000000};
+}
 
 }  // namespace
 
@@ -86,29 +115,79 @@ struct ThumbnailImageManager::State {
     return live.erase(id) > 0;
   }
 
-  // The image of the request, from the cache or decoded from `file` (and then cached).
-  Outcome resolve(const FileAsset& file, const CacheKey& key, kit::Size target, int contentMode) {
+  // Whether the cache can take another image without dropping one.
+  bool hasRoom() const {
+    std::lock_guard lock(mu);
+    return recent.size() < options.cacheCount && bytes < options.cacheBytes - options.cacheBytes / 8;
+  }
+
+  // How shared thumbnails are written: at once (on a background queue already) or later.
+  enum class Write { Now, Later };
+
+  // The image of the request: from the cache, else from the shared thumbnails, else decoded
+  // from `file`; kept in the cache when `keep`.
+  Outcome resolve(const FileAsset& file, const CacheKey& key, kit::Size target, int contentMode, bool keep = true,
+                  Write write = Write::Later) {
     if (kit::ImagePtr cached = lookup(key)) return {cached, {}};
-    decodes.fetch_add(1);
     Outcome outcome;
-    switch (file.mediaType()) {
-      case platform::MediaType::Image:
-        outcome.image = decodePhotoFile(file.path(), target, contentMode, &outcome.error);
-        break;
-      case platform::MediaType::Video:
-        outcome.image = decodeVideoFrame(file.path(), 0, target, contentMode, &outcome.error);
-        break;
-      default:
-        outcome.error = file.path() + " is no photo or video";
-        break;
+    if (shared && fitsLargeThumbnail(file, target, contentMode)) {
+      const ThumbnailSource source = sourceOf(file);
+      QImage thumb = shared->read(source, SharedThumbnails::kLarge);
+      if (thumb.isNull()) {
+        decodes.fetch_add(1);
+        const double side = SharedThumbnails::kLarge;
+        kit::ImagePtr large = decodeFile(file, {side, side}, platform::kImageContentModeAspectFit, &outcome.error);
+        if (large) {
+          thumb = toQImage(*large);
+          if (write == Write::Now) {
+            shared->write(source, thumb, SharedThumbnails::kLarge);
+          } else {
+            kit::globalQueue(kit::QoS::Background).async([shared = shared, source, thumb] {
+              shared->write(source, thumb, SharedThumbnails::kLarge);
+            });
+          }
+        }
+      }
+      if (!thumb.isNull()) {
+        outcome.image = scaledTo(thumb, scaledPixelSize({thumb.width(), thumb.height()}, target, contentMode));
+      }
+    } else {
+      decodes.fetch_add(1);
+      outcome.image = decodeFile(file, target, contentMode, &outcome.error);
     }
-    if (outcome.image) store(key, outcome.image);
+    if (outcome.image && keep) store(key, outcome.image);
     return outcome;
   }
+
+  // Shared with the thumbnail writes under way; null without a shared folder.
+  std::shared_ptr<const SharedThumbnails> shared;
+  // Preparations ahead of requests: their queue (made on first use) and the generation that
+  // stopCachingImagesForAllAssets moves on.
+  std::shared_ptr<kit::Queue> prefetchQueue;
+  std::atomic<std::uint64_t> prefetchGeneration{0};
 };
 
+namespace {
+
+// The cache key of a request for `file` (the mode and size as requestImageForAsset settles them).
+CacheKey keyOf(const FileAsset& file, kit::Size targetSize, int contentMode) {
+  return CacheKey{file.localIdentifier(), file.fileSize(), file.modificationTimeNs(),
+                  targetSize.width, targetSize.height, contentMode};
+}
+
+int settledMode(int contentMode) {
+  return contentMode == platform::kImageContentModeAspectFill ? platform::kImageContentModeAspectFill
+                                                              : platform::kImageContentModeAspectFit;
+}
+
+}  // namespace
+
 ThumbnailImageManager::ThumbnailImageManager(ThumbnailImageManagerOptions options)
-    : state_(std::make_shared<State>(options)) {}
+    : state_(std::make_shared<State>(options)) {
+  if (!options.sharedThumbnailsFolder.empty()) {
+    state_->shared = std::make_shared<const SharedThumbnails>(options.sharedThumbnailsFolder);
+  }
+}
 
 ThumbnailImageManager::~ThumbnailImageManager() = default;
 
@@ -117,9 +196,7 @@ int ThumbnailImageManager::requestImageForAsset(const platform::AssetPtr& asset,
                                                 const platform::ImageRequestOptions& options,
                                                 platform::ImageResultHandler handler) {
   const int id = state_->nextId.fetch_add(1);
-  contentMode = contentMode == platform::kImageContentModeAspectFill
-                    ? platform::kImageContentModeAspectFill
-                    : platform::kImageContentModeAspectFit;
+  contentMode = settledMode(contentMode);
   const bool fullSize = !(targetSize.width > 0) || !(targetSize.height > 0);  // NaN too
   if (fullSize) targetSize = platform::kImageManagerMaximumSize;
 
@@ -127,10 +204,7 @@ int ThumbnailImageManager::requestImageForAsset(const platform::AssetPtr& asset,
   auto file = std::dynamic_pointer_cast<const FileAsset>(asset);
   const Outcome notAFile{nullptr, "the asset is not a file of this photo library"};
   CacheKey key;
-  if (file) {
-    key = CacheKey{file->localIdentifier(), file->fileSize(), file->modificationTimeNs(),
-                   targetSize.width, targetSize.height, contentMode};
-  }
+  if (file) key = keyOf(*file, targetSize, contentMode);
 
   if (options.synchronous) {
     Outcome outcome = file ? state_->resolve(*file, key, targetSize, contentMode) : notAFile;
@@ -160,6 +234,36 @@ int ThumbnailImageManager::requestImageForAsset(const platform::AssetPtr& asset,
   }
   return id;
 }
+
+void ThumbnailImageManager::startCachingImagesForAssets(const std::vector<platform::AssetPtr>& assets,
+                                                        kit::Size targetSize, int contentMode) {
+  contentMode = settledMode(contentMode);
+  if (!(targetSize.width > 0) || !(targetSize.height > 0)) return;  // full-size images are not prepared
+  std::shared_ptr<kit::Queue> queue;
+  {
+    std::lock_guard lock(state_->mu);
+    if (!state_->prefetchQueue) state_->prefetchQueue = kit::makeSerialQueue("solvanta.thumbnails.prefetch");
+    queue = state_->prefetchQueue;
+  }
+  const std::uint64_t generation = state_->prefetchGeneration.load();
+  for (const auto& asset : assets) {
+    auto file = std::dynamic_pointer_cast<const FileAsset>(asset);
+    if (!file) continue;
+    queue->async([state = state_, file, targetSize, contentMode, generation] {
+      if (state->prefetchGeneration.load() != generation) return;
+      CacheKey key = keyOf(*file, targetSize, contentMode);
+      {
+        std::lock_guard lock(state->mu);
+        if (state->index.count(key)) return;
+      }
+      const bool room = state->hasRoom();
+      // With neither room nor a shared folder, the work would be thrown away.
+      if (room || state->shared) state->resolve(*file, key, targetSize, contentMode, room, State::Write::Now);
+    });
+  }
+}
+
+void ThumbnailImageManager::stopCachingImagesForAllAssets() { state_->prefetchGeneration.fetch_add(1); }
 
 void ThumbnailImageManager::cancelImageRequest(int requestId) {
   std::lock_guard lock(state_->mu);

@@ -1,10 +1,15 @@
 // The image manager on Linux: images of the photo library's files, decoded from the file
 // (photos through Qt's image I/O or libheif, videos by their first frame through FFmpeg),
-// scaled to the request, and kept in a bounded cache.
+// scaled to the request, and kept in a bounded cache. With a shared thumbnails folder, small
+// requests (up to 256 pixels a side) go through the desktop's thumbnails: one that a file
+// manager or an earlier run made is used without decoding the file, and one decoded here is
+// written there for the next time (in the background).
 #pragma once
 
 #include <cstddef>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "kit/Dispatch.h"
 #include "platform/ImageManager.h"
@@ -18,6 +23,9 @@ struct ThumbnailImageManagerOptions {
   std::size_t cacheBytes = std::size_t{96} << 20;
   // The global queue that asynchronous requests decode on.
   kit::QoS decodeQoS = kit::QoS::UserInitiated;
+  // The desktop's shared thumbnails ($XDG_CACHE_HOME/thumbnails); empty: none are read or
+  // written.
+  std::string sharedThumbnailsFolder;
 };
 
 class ThumbnailImageManager : public platform::ImageManager {
@@ -43,6 +51,13 @@ class ThumbnailImageManager : public platform::ImageManager {
   // The asynchronous request `requestId` delivers nothing from now on (a decode under way
   // finishes and is cached). Unknown or finished requests are ignored. Any thread.
   void cancelImageRequest(int requestId) override;
+  // Decodes the images of `assets` (files of the library) one after another on a background
+  // queue of its own: into the cache while it has room, and into the shared thumbnails (when
+  // there are any) whether or not. Assets already cached are skipped. Any thread.
+  void startCachingImagesForAssets(const std::vector<platform::AssetPtr>& assets, kit::Size targetSize,
+                                   int contentMode) override;
+  // Preparations still queued are skipped. Any thread.
+  void stopCachingImagesForAllAssets() override;
 
   // What the cache holds now, and how many files were decoded so far. Any thread.
   std::size_t cachedImageCount() const;

@@ -2,6 +2,8 @@
 // the kit, table reloads reach the list model.
 #include <gtest/gtest.h>
 
+#include <QSignalSpy>
+
 #include <QAbstractItemModelTester>
 #include <QGuiApplication>
 #include <QQmlComponent>
@@ -105,10 +107,15 @@ TEST_F(BridgeTest, KitChangesReachQmlBindings) {
   ASSERT_TRUE(object);
   EXPECT_EQ(object->property("label").toString(), "before");
   EXPECT_EQ(object->property("kind").toString(), "Button");
+  QSignalSpy changes(proxy.outlet("label"), SIGNAL(changed()));
   screen->outlet<kit::Label>("label").setText(std::string("after"));
   screen->outlet<kit::Label>("label").setHidden(true);
+  screen->outlet<kit::Label>("label").setHidden(true);  // no change
+  EXPECT_EQ(object->property("label").toString(), "before");  // until the loop turns
+  QCoreApplication::processEvents();
   EXPECT_EQ(object->property("label").toString(), "after");
   EXPECT_TRUE(object->property("labelHidden").toBool());
+  EXPECT_EQ(changes.count(), 1);  // the changes of one turn reach QML as one
 }
 
 TEST_F(BridgeTest, TapsAndActionsByNameReachTheController) {
@@ -157,6 +164,31 @@ TEST_F(BridgeTest, TableReloadsReachTheModelAndOnlyVisibleRowsHaveCells) {
   table.reloadData();
   kit::runLayoutPass();
   EXPECT_EQ(model->rowCount(), 5);
+
+  // A long list: a reload that adds a row is one insert at the end, and the data that changes
+  // is that of the window's rows only, whatever the length of the list.
+  screen->rows->rows = 10000;
+  table.reloadData();
+  kit::runLayoutPass();
+  QSignalSpy resets(model, &QAbstractItemModel::modelReset);
+  QSignalSpy inserts(model, &QAbstractItemModel::rowsInserted);
+  QSignalSpy changed(model, &QAbstractItemModel::dataChanged);
+  screen->rows->rows = 10001;
+  table.reloadData();
+  kit::runLayoutPass();
+  EXPECT_EQ(resets.count(), 0);
+  ASSERT_EQ(inserts.count(), 1);
+  EXPECT_EQ(inserts.front().at(1).toInt(), 10000);
+  ASSERT_EQ(changed.count(), 1);
+  EXPECT_EQ(changed.front().at(0).value<QModelIndex>().row(), 1);
+  EXPECT_EQ(changed.front().at(1).value<QModelIndex>().row(), 2);
+  EXPECT_EQ(model->rowCount(), 10001);
+  EXPECT_EQ(model->data(model->index(10000), gui::ListModel::ItemRole).toInt(), 10000);
+  screen->rows->rows = 2;
+  table.reloadData();
+  kit::runLayoutPass();
+  EXPECT_EQ(model->rowCount(), 2);
+  EXPECT_EQ(resets.count(), 0);
 }
 
 TEST_F(BridgeTest, TheAppBridgeMirrorsNavigationPresentationAndToasts) {

@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QThread>
 
 #include <atomic>
 #include <thread>
@@ -45,6 +46,23 @@ TEST(QtMainLoopTest, DelayedTasksKeepDueAndPostingOrder) {
   ASSERT_TRUE(spin([&] { return seen.size() == 11; }));
   EXPECT_EQ(seen.front(), -1);
   for (int i = 0; i < 10; ++i) EXPECT_EQ(seen[i + 1], i);
+}
+
+TEST(QtMainLoopTest, AFloodOfTasksLetsOtherEventsIn) {
+  gui::QtMainLoop loop;
+  std::vector<int> seen;
+  for (int i = 0; i < 40; ++i) {
+    loop.post([&, i] {
+      seen.push_back(i);
+      QThread::msleep(2);
+    });
+  }
+  // Posted after all forty, but not left waiting behind all of them.
+  int seenWhenOtherRan = -1;
+  QMetaObject::invokeMethod(qApp, [&] { seenWhenOtherRan = static_cast<int>(seen.size()); }, Qt::QueuedConnection);
+  ASSERT_TRUE(spin([&] { return seen.size() == 40 && seenWhenOtherRan >= 0; }));
+  EXPECT_LT(seenWhenOtherRan, 40);
+  for (int i = 0; i < 40; ++i) EXPECT_EQ(seen[i], i);
 }
 
 }  // namespace

@@ -378,7 +378,29 @@ void DuplicatePhotoVC::photoScanProgress(std::int64_t index) {
   });
 }
 
+namespace {
+
+// Asks the image manager to prepare the thumbnails of the sections after the first `prepared`
+// (they come one by one, and rows show them soon after); `prepared` moves to the end.
+template <class Sections>
+void prepareThumbnails(const Sections& sections, std::atomic<std::size_t>& prepared) {
+  std::size_t from = prepared.load();
+  if (from > sections.size()) from = 0;  // a new list
+  std::vector<platform::AssetPtr> assets;
+  for (std::size_t i = from; i < sections.size(); ++i) {
+    for (const auto& member : sections[i]->image) assets.push_back(member->imagePath);
+  }
+  prepared = sections.size();
+  if (!assets.empty()) {
+    platform::imageManager().startCachingImagesForAssets(assets, shared::kThumbnailSize,
+                                                         platform::kImageContentModeAspectFit);
+  }
+}
+
+}  // namespace
+
 void DuplicatePhotoVC::photoSectionsChanged(const PhotoSections& sections) {
+  prepareThumbnails(sections, photoSectionsPrepared_);
   std::weak_ptr<DuplicatePhotoVC> weak = sharedAs<DuplicatePhotoVC>();
   kit::mainQueue().async([weak, sections] {
     if (auto self = weak.lock()) {
@@ -393,6 +415,7 @@ void DuplicatePhotoVC::setSectionArray1(PhotoSections sections) {
 }
 
 void DuplicatePhotoVC::setVideoSectionArray(VideoSections sections) {
+  prepareThumbnails(sections, videoSectionsPrepared_);
   videoSections_.store(std::make_shared<const VideoSections>(std::move(sections)));
 }
 

@@ -240,6 +240,9 @@ class DuplicatePhotoVC : public kit::ViewController,
   std::shared_ptr<kit::Timer> popBackTimer_;
   kit::AtomicShared<const PhotoSections> photoSections_{std::make_shared<const PhotoSections>()};
   kit::AtomicShared<const VideoSections> videoSections_{std::make_shared<const VideoSections>()};
+  // Sections whose thumbnails the image manager was asked to prepare. The scan's thread.
+  std::atomic<std::size_t> photoSectionsPrepared_{0};
+  std::atomic<std::size_t> videoSectionsPrepared_{0};
   // The counts of the row pass and of refreshSelectAllTitle, kept between reloads. Main queue.
   MarkTally<PhotoSections> photoTally_;
   MarkTally<VideoSections> videoTally_;

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "kit/Geometry.h"
 #include "kit/Image.h"
@@ -46,6 +47,15 @@ class ImageManager {
   virtual int requestImageForAsset(const AssetPtr& asset, kit::Size targetSize, int contentMode,
                                    const ImageRequestOptions& options, ImageResultHandler handler) = 0;
   virtual void cancelImageRequest(int requestId) = 0;
+  // Prepares the images of `assets` at `targetSize` and `contentMode` ahead of their requests,
+  // off the calling thread, so that those requests are answered sooner. Delivers nothing; a
+  // manager may ignore it. Any thread.
+  virtual void startCachingImagesForAssets(const std::vector<AssetPtr>& assets, kit::Size targetSize,
+                                           int contentMode) {
+    (void)assets, (void)targetSize, (void)contentMode;
+  }
+  // Drops the preparations not yet under way. Any thread.
+  virtual void stopCachingImagesForAllAssets() {}
 };
 
 // Frames of video files by URL (AVAssetImageGenerator).

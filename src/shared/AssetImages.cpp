@@ -10,7 +10,7 @@ kit::ImagePtr thumbnailForAsset(const platform::AssetPtr& asset) {
   options.setSynchronous(true);
   kit::ImagePtr last;
   platform::imageManager().requestImageForAsset(
-      asset, kit::Size{200.0, 200.0}, platform::kImageContentModeAspectFit, options,
+      asset, kThumbnailSize, platform::kImageContentModeAspectFit, options,
       [&last](kit::ImagePtr image, const kit::Dictionary&) { last = std::move(image); });
   return last;
 }

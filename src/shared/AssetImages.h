@@ -4,10 +4,14 @@
 #include <optional>
 #include <string>
 
+#include "kit/Geometry.h"
 #include "kit/Image.h"
 #include "platform/PhotoLibrary.h"
 
 namespace shared {
+
+// The size of the thumbnails thumbnailForAsset asks for.
+inline constexpr kit::Size kThumbnailSize{200.0, 200.0};
 
 // A 200 by 200 aspect-fit image of `asset`, requested synchronously: the last image the image
 // manager delivered, or null. Blocks the calling thread.
