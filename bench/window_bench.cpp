@@ -13,7 +13,8 @@
 //   - rss_mb: resident memory at the end;
 //   - the reference: scan_s, the same scan's own time (Find tap to finished event), in the
 //     same run, and the time to results as a fraction of it.
-// Libraries are written once under build/release/bench-libraries (or $SOLVANTA_BENCH_LIBRARIES)
+// SOLVANTA_BENCH_PLATFORM=xcb shows the window on the display instead (for instance under
+// xvfb-run). Libraries are written once under build/release/bench-libraries (or $SOLVANTA_BENCH_LIBRARIES)
 // and reused; the home (settings, metadata index, thumbnail cache) is fresh for every size,
 // so every run is a first run.
 //
@@ -251,8 +252,10 @@ int runOne(int count, const char* program, const char* figuresPath) {
   setenv("XDG_CONFIG_HOME", (std::string(home) + "/config").c_str(), 1);
   setenv("XDG_DATA_HOME", (std::string(home) + "/data").c_str(), 1);
   setenv("XDG_CACHE_HOME", (std::string(home) + "/cache").c_str(), 1);
-  setenv("QT_QPA_PLATFORM", "offscreen", 1);
-  setenv("QT_QUICK_BACKEND", "software", 1);
+  // Offscreen by default; SOLVANTA_BENCH_PLATFORM=xcb runs it in a real window (under Xvfb, say).
+  const char* platformName = std::getenv("SOLVANTA_BENCH_PLATFORM");
+  setenv("QT_QPA_PLATFORM", platformName && *platformName ? platformName : "offscreen", 1);
+  if (!platformName || !*platformName) setenv("QT_QUICK_BACKEND", "software", 1);
 
   int argc = 1;
   char* argv[] = {const_cast<char*>(program), nullptr};
