@@ -341,7 +341,9 @@ int runOne(int count, const char* program, const char* figuresPath) {
               longestStallMs, fps, residentMb());
   std::fclose(out);
   app.close();
-  fs::remove_all(home);
+  platform.images().stopCachingImagesForAllAssets();
+  std::error_code ignored;  // a thumbnail may still be on its way into the scratch home
+  fs::remove_all(home, ignored);
   // The process ends here: the platform's queues may still hold decodes of the cache.
   std::_Exit(0);
 }

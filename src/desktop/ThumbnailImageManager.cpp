@@ -1,10 +1,13 @@
 #include "desktop/ThumbnailImageManager.h"
 
+#include <sys/stat.h>
+
 #include <atomic>
 #include <compare>
 #include <list>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -62,6 +65,14 @@ bool fitsLargeThumbnail(const FileAsset& file, kit::Size target, int contentMode
   return contentMode != platform::kImageContentModeAspectFill && target.width <= side && target.height <= side;
 }
 
+// Whether `file` is on disk as it was fetched: same size and modification time.
+bool unchangedOnDisk(const FileAsset& file) {
+  struct stat st;
+  if (::stat(file.path().c_str(), &st) != 0) return false;
+  return st.st_size == file.fileSize() &&
+         std::int64_t{st.st_mtim.tv_sec} * 1000000000 + st.st_mtim.tv_nsec == file.modificationTimeNs();
+}
+
 ThumbnailSource sourceOf(const FileAsset& file) {
   return {file.path(), file.fileSize(), file.modificationTimeNs() / 1000000000};
 }
@@ -81,6 +92,22 @@ struct ThumbnailImageManager::State {
   std::map<CacheKey, std::list<std::pair<CacheKey, kit::ImagePtr>>::iterator> index;
   std::size_t bytes = 0;
   std::set<int> live;  // asynchronous requests not yet delivered nor cancelled
+  // Files of the library that failed to decode, as they were: a row on screen asks again at
+  // every reload, and the answer is the same until the file changes.
+  std::map<CacheKey, std::string> failures;
+  static constexpr std::size_t kMaxFailures = 4096;
+
+  std::optional<std::string> knownFailure(const CacheKey& key) const {
+    std::lock_guard lock(mu);
+    auto it = failures.find(key);
+    if (it == failures.end()) return std::nullopt;
+    return it->second;
+  }
+  void noteFailure(const CacheKey& key, const std::string& error) {
+    std::lock_guard lock(mu);
+    if (failures.size() >= kMaxFailures) failures.clear();
+    failures[key] = error;
+  }
 
   kit::ImagePtr lookup(const CacheKey& key) {
     std::lock_guard lock(mu);
@@ -129,6 +156,7 @@ struct ThumbnailImageManager::State {
   Outcome resolve(const FileAsset& file, const CacheKey& key, kit::Size target, int contentMode, bool keep = true,
                   Write write = Write::Later) {
     if (kit::ImagePtr cached = lookup(key)) return {cached, {}};
+    if (auto error = knownFailure(key); error && unchangedOnDisk(file)) return {nullptr, *error};
     Outcome outcome;
     if (shared && fitsLargeThumbnail(file, target, contentMode)) {
       const ThumbnailSource source = sourceOf(file);
@@ -155,6 +183,7 @@ struct ThumbnailImageManager::State {
       decodes.fetch_add(1);
       outcome.image = decodeFile(file, target, contentMode, &outcome.error);
     }
+    if (!outcome.image) noteFailure(key, outcome.error);
     if (outcome.image && keep) store(key, outcome.image);
     return outcome;
   }

@@ -346,5 +346,19 @@ TEST(ThumbnailImageManagerThreads, ConcurrentRequestsAllGetTheirImage) {
   EXPECT_LE(images.cachedImageCount(), 4u);
 }
 
+TEST_F(ThumbnailImageManagerTest, AFileThatFailsIsNotDecodedAgainUntilItChanges) {
+  // A row on screen asks at every reload; a damaged file costs one decode, not one each time.
+  testing::writeBytes(dir / "bad.jpg", {0xFF, 0xD8, 0xFF, 0xE0, 'b', 'a', 'd'});
+  auto asset = fileAsset(dir / "bad.jpg");
+  ThumbnailImageManager images;
+  EXPECT_FALSE(fetch(images, asset, {200, 200}).image);
+  EXPECT_FALSE(fetch(images, asset, {200, 200}).image);
+  EXPECT_EQ(images.decodeCount(), 1);
+  // Mended on disk (the asset still describes the file as the scan saw it): tried again.
+  writeImage(dir / "bad.jpg", "JPEG", 40, 30);
+  EXPECT_TRUE(fetch(images, asset, {200, 200}).image);
+  EXPECT_EQ(images.decodeCount(), 2);
+}
+
 }  // namespace
 }  // namespace desktop
