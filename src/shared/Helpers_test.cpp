@@ -60,6 +60,14 @@ TEST_F(HelpersTest, ColorFromHexParsesLikeTheScanner) {
   EXPECT_EQ(shared::colorFromHex("##2485E"), kit::Color::black());  // scan stops at the second "#"
   EXPECT_EQ(shared::colorFromHex("12ZZ56"), shared::colorFromHex("000012"));  // scans as far as it can
   EXPECT_EQ(shared::colorFromHex("525252"), kit::Color::rgb(0x52, 0x52, 0x52));
+  // The scanner skips whitespace before the number, any the platform counts as such.
+  EXPECT_EQ(shared::colorFromHex("# 2485E"), kit::Color::rgb(0x02, 0x48, 0x5E));
+  EXPECT_EQ(shared::colorFromHex("#\u00A02485E"), kit::Color::rgb(0x02, 0x48, 0x5E));
+  EXPECT_EQ(shared::colorFromHex("\u20030x2485"), kit::Color::rgb(0x00, 0x24, 0x85));
+  // Lengths count characters (UTF-16 units), after a Unicode upper-casing that may grow them.
+  EXPECT_EQ(shared::colorFromHex("\u00E912345"), kit::Color::black());  // six, "É" stops the scan
+  EXPECT_EQ(shared::colorFromHex("\u00DF12345"), kit::Color::gray());    // "ß" becomes "SS": seven
+  EXPECT_EQ(shared::colorFromHex("\u2028#2485ef\u3000"), accent);       // trimmed at both ends
 }
 
 TEST_F(HelpersTest, RoundCornersMasksTopCornersWithAShadow) {

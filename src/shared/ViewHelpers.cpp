@@ -1,5 +1,9 @@
 #include "shared/ViewHelpers.h"
 
+#include <unicode/locid.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
+
 #include <cctype>
 #include <string>
 
@@ -7,23 +11,39 @@
 
 namespace shared {
 
+namespace {
+
+// The platform's "whitespace and newline" characters: space separators, line and paragraph
+// separators, tab, the four line-ending controls and NEL.
+bool isWhitespaceOrNewline(UChar32 c) {
+  if (c == 0x09 || (c >= 0x0A && c <= 0x0D) || c == 0x85) return true;
+  const std::int8_t type = u_charType(c);
+  return type == U_SPACE_SEPARATOR || type == U_LINE_SEPARATOR || type == U_PARAGRAPH_SEPARATOR;
+}
+
+}  // namespace
+
+// Lengths and positions are in UTF-16 units, as the platform's strings count them.
 kit::Color colorFromHex(std::string_view text) {
-  std::size_t begin = 0, end = text.size();
-  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; };
-  while (begin < end && blank(text[begin])) ++begin;
-  while (end > begin && blank(text[end - 1])) --end;
-  std::string s(text.substr(begin, end - begin));
-  for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  if (!s.empty() && s[0] == '#') s.erase(0, 1);
-  if (s.size() != 6) return kit::Color::gray();
-  // Scan hexadecimal digits (after an optional "0X") until the first other character, from 0.
+  icu::UnicodeString s = icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())));
+  std::int32_t begin = 0, end = s.length();
+  while (begin < end && isWhitespaceOrNewline(s.char32At(begin))) begin = s.moveIndex32(begin, 1);
+  while (end > begin && isWhitespaceOrNewline(s.char32At(s.moveIndex32(end, -1)))) end = s.moveIndex32(end, -1);
+  s = icu::UnicodeString(s, begin, end - begin);
+  s.toUpper(icu::Locale::getRoot());
+  if (s.startsWith(icu::UnicodeString(u"#"))) s.remove(0, 1);
+  if (s.length() != 6) return kit::Color::gray();
+  // The number scanner: it skips leading whitespace, takes an optional "0X", then hexadecimal
+  // digits until the first other character, from 0.
+  std::int32_t i = 0;
+  while (i < s.length() && isWhitespaceOrNewline(s.char32At(i))) i = s.moveIndex32(i, 1);
+  if (s.length() - i >= 2 && s[i] == u'0' && s[i + 1] == u'X') i += 2;
   std::uint32_t rgb = 0;
-  std::string_view digits = s;
-  if (digits.substr(0, 2) == "0X") digits.remove_prefix(2);
-  for (char c : digits) {
+  for (; i < s.length(); ++i) {
+    const char16_t c = s[i];
     int digit;
-    if (c >= '0' && c <= '9') digit = c - '0';
-    else if (c >= 'A' && c <= 'F') digit = c - 'A' + 10;
+    if (c >= u'0' && c <= u'9') digit = c - u'0';
+    else if (c >= u'A' && c <= u'F') digit = c - u'A' + 10;
     else break;
     rgb = (rgb << 4) | static_cast<std::uint32_t>(digit);
   }
