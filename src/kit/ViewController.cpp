@@ -1,5 +1,7 @@
 #include "kit/ViewController.h"
 
+#include <map>
+
 #include <utility>
 
 #include "kit/Console.h"
@@ -120,10 +122,29 @@ void ViewController::registerAction(std::string name, Action action) {
   actions_[std::move(name)] = std::move(action);
 }
 
+namespace {
+
+std::map<std::string, ViewController::SharedAction, std::less<>>& actionsOfEveryController() {
+  static std::map<std::string, ViewController::SharedAction, std::less<>> actions;
+  return actions;
+}
+
+}  // namespace
+
+void ViewController::registerActionOnEveryController(std::string name, SharedAction action) {
+  actionsOfEveryController()[std::move(name)] = std::move(action);
+}
+
 bool ViewController::performAction(std::string_view name, Object* sender) {
   auto it = actions_.find(name);
-  if (it == actions_.end()) return false;
   auto self = shared_from_this();
+  if (it == actions_.end()) {
+    auto shared = actionsOfEveryController().find(name);
+    if (shared == actionsOfEveryController().end()) return false;
+    auto action = shared->second;
+    action(*this, sender);
+    return true;
+  }
   auto action = it->second;
   action(sender);
   return true;

@@ -107,6 +107,11 @@ class ViewController : public Object, public OutletContainer, public Observable 
 
   // --- Actions by name (the storyboard's wiring) ---
   void registerAction(std::string name, Action action);
+  // Registers an action that every controller has (as a category adds a method to a class):
+  // performAction finds it on any controller that has no action of that name of its own.
+  // Main thread, before any controller performs it.
+  using SharedAction = std::function<void(ViewController& controller, Object* sender)>;
+  static void registerActionOnEveryController(std::string name, SharedAction action);
   // Runs the action `name` with `sender`; false when there is no such action.
   bool performAction(std::string_view name, Object* sender = nullptr);
   std::vector<std::string> actionNames() const;

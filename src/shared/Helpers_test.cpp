@@ -136,6 +136,10 @@ TEST_F(HelpersTest, DismissKeyboardEndsEditing) {
   field->becomeFirstResponder();
   shared::dismissKeyboard(*vc);
   EXPECT_FALSE(field->isFirstResponder());
+  // Also an action of every controller by name, as a tap recogniser's target names it.
+  field->becomeFirstResponder();
+  EXPECT_TRUE(vc->performAction("dismissKeyboard"));
+  EXPECT_FALSE(field->isFirstResponder());
 }
 
 }  // namespace

@@ -61,6 +61,17 @@ void roundCorners(kit::View& view, unsigned corners, double radius) {
 
 void dismissKeyboard(kit::ViewController& controller) { controller.view().endEditing(true); }
 
+namespace {
+
+// Every controller answers to "dismissKeyboard", so that a tap recogniser can target it.
+const bool kDismissKeyboardOnEveryController = [] {
+  kit::ViewController::registerActionOnEveryController(
+      "dismissKeyboard", [](kit::ViewController& controller, kit::Object*) { dismissKeyboard(controller); });
+  return true;
+}();
+
+}  // namespace
+
 void forceLightInterfaceStyle() {
   if (platform::device().systemMajorVersion() < 13) return;
   for (auto& window : platform::application().windows()) window->setOverrideUserInterfaceStyle(1);
