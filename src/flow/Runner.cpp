@@ -703,7 +703,7 @@ class Run {
     if (!options_.renderer || options_.screenshotDir.empty()) return "skipped (no --screenshots)";
     std::string path = options_.screenshotDir + "/" + name + ".png";
     std::string error;
-    if (!options_.renderer->renderPNG(window_, path, &error)) fail("cannot write " + path + ": " + error);
+    if (!options_.renderer->renderPNG(window_, path, [this] { settle(); }, &error)) fail("cannot write " + path + ": " + error);
     return path;
   }
 

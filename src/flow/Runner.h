@@ -31,8 +31,10 @@ class ScreenRenderer {
  public:
   virtual ~ScreenRenderer() = default;
   // Writes a PNG of `window` as it looks now to `path`. False, with `error` set, on failure.
-  // Called on the runner's thread, between commands.
-  virtual bool renderPNG(const std::shared_ptr<kit::Window>& window, const std::string& path, std::string* error) = 0;
+  // Called on the runner's thread, between commands. Drawing may ask the app for more (cells
+  // coming into view post their pictures); `settle` runs that work, as after a command.
+  virtual bool renderPNG(const std::shared_ptr<kit::Window>& window, const std::string& path,
+                         const std::function<void()>& settle, std::string* error) = 0;
 };
 
 // The outcome of one command.

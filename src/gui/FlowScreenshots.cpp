@@ -23,28 +23,29 @@ namespace gui {
 
 namespace {
 
-// The offscreen Qt application pictures need; made once per process.
-QGuiApplication& offscreenApplication(const char* programName) {
+// The offscreen Qt application pictures need, for the caller's scope.
+std::unique_ptr<QGuiApplication> offscreenApplication(const char* programName) {
   setenv("QT_QPA_PLATFORM", "offscreen", 1);
   setenv("QT_QUICK_BACKEND", "software", 1);
   static int argc = 1;
   static char* argv[] = {const_cast<char*>(programName), nullptr};
-  static QGuiApplication app(argc, argv);
-  app.setApplicationName("Solvanta");
+  auto app = std::make_unique<QGuiApplication>(argc, argv);
+  app->setApplicationName("Solvanta");
   return app;
 }
 
 }  // namespace
 
 bool QmlScreenRenderer::renderPNG(const std::shared_ptr<kit::Window>& window, const std::string& path,
-                                  std::string* error) {
+                                  const std::function<void()>& settle, std::string* error) {
   if (!window) {
     *error = "the app is not running";
     return false;
   }
+  // The bridge outlives the engine, whose QML reads it to the end.
+  AppBridge bridge(window);
   QQmlApplicationEngine engine;
   registerResources(engine);
-  AppBridge bridge(window);
   engine.rootContext()->setContextProperty("app", &bridge);
   engine.load(QUrl("qrc:/qml/Main.qml"));
   auto roots = engine.rootObjects();
@@ -53,11 +54,13 @@ bool QmlScreenRenderer::renderPNG(const std::shared_ptr<kit::Window>& window, co
     *error = "the window's QML did not load";
     return false;
   }
-  // Let the scene lay out, load its pictures and finish its first transitions.
+  // Let the scene lay out, the app answer what the scene asks of it (the pictures of cells
+  // coming into view), and the first transitions finish.
   QElapsedTimer timer;
   timer.start();
   while (timer.elapsed() < 250) {
     QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    if (settle) settle();
     QThread::msleep(2);
   }
   QImage image = quickWindow->grabWindow();
@@ -74,13 +77,13 @@ bool QmlScreenRenderer::renderPNG(const std::shared_ptr<kit::Window>& window, co
 
 int runFlows(const std::vector<std::string>& args, const char* programName) {
   if (!flow::wantsScreenshots(args)) return flow::runFlowCommand(args, stdout, stderr);
-  offscreenApplication(programName);
+  auto qt = offscreenApplication(programName);
   QmlScreenRenderer renderer;
   return flow::runFlowCommand(args, stdout, stderr, &renderer);
 }
 
 int runScreenshotFlow(const std::string& dir, const char* programName) {
-  offscreenApplication(programName);
+  auto qt = offscreenApplication(programName);
   QFile file(":/flows/screenshots.yaml");
   if (!file.open(QIODevice::ReadOnly)) {
     std::fprintf(stderr, "solvanta: the screenshot flow is missing from the program\n");

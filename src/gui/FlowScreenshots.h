@@ -14,7 +14,8 @@ namespace gui {
 // (390x844), into a PNG. Each picture loads the QML afresh over the window's current state.
 class QmlScreenRenderer : public flow::ScreenRenderer {
  public:
-  bool renderPNG(const std::shared_ptr<kit::Window>& window, const std::string& path, std::string* error) override;
+  bool renderPNG(const std::shared_ptr<kit::Window>& window, const std::string& path,
+                 const std::function<void()>& settle, std::string* error) override;
 };
 
 // `solvanta flow ARGS`: with --screenshots, sets up an offscreen Qt application and the
