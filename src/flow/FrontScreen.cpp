@@ -116,7 +116,10 @@ void FrontScreen::collect(kit::View& view, const std::map<const kit::Object*, st
     e.selected = c->isSelected();
     e.tappable = c->isEnabled() && view.isReachableByTouch();
   } else {
-    if (auto* cell = dynamic_cast<kit::ListCell*>(&view)) e.selected = cell->isCellSelected();
+    if (auto* cell = dynamic_cast<kit::ListCell*>(&view)) {
+      e.selected = cell->isCellSelected();
+      if (auto* list = dynamic_cast<kit::ListView*>(cell->superview())) e.indexPath = list->indexPathForCell(*cell);
+    }
     e.tappable = hasTapGesture(view) && view.isReachableByTouch();
   }
   elements_.push_back(e);
@@ -181,6 +184,7 @@ nlohmann::json FrontScreen::toJson() const {
     item["kind"] = e.kind;
     if (!e.id.empty()) item["id"] = e.id;
     if (e.text) item["text"] = *e.text;
+    if (e.indexPath) item["indexPath"] = {e.indexPath->section, e.indexPath->row};
     if (!e.enabled) item["enabled"] = false;
     if (e.selected) item["selected"] = true;
     if (auto* list_view = dynamic_cast<kit::ListView*>(e.view)) item["visibleCells"] = list_view->visibleCells().size();

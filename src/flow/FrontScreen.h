@@ -28,6 +28,8 @@ struct Element {
   bool selected = false;
   // A person can tap it: an enabled control that takes touches, or a view with a tap gesture.
   bool tappable = false;
+  // A cell's position in its list.
+  std::optional<kit::IndexPath> indexPath;
 };
 
 class FrontScreen {
