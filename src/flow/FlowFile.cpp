@@ -73,8 +73,9 @@ std::string wholeAtLeast(const YAML::Node& n, long long least, const char* what)
 }
 
 // A selector: a text, or a map of id, text, index, section, row and in (a selector of the
-// list cell to look in), plus `extra` keys.
-std::string selector(const YAML::Node& n, const std::vector<std::string>& extra) {
+// list cell to look in, at most kMaxDepth deep), plus `extra` keys.
+std::string selector(const YAML::Node& n, const std::vector<std::string>& extra, int depth = 0) {
+  if (depth > kMaxDepth) return "selectors nest too deeply";
   if (scalar(n)) return n.Scalar().empty() ? "expected a text that is not empty" : "";
   std::vector<std::string> keys = {"id", "text", "index", "section", "row", "in"};
   keys.insert(keys.end(), extra.begin(), extra.end());
@@ -90,7 +91,7 @@ std::string selector(const YAML::Node& n, const std::vector<std::string>& extra)
   }
   if (n["index"] && (n["section"] || n["row"])) return "index and section/row exclude each other";
   if (n["in"]) {
-    if (auto e = selector(n["in"], {}); !e.empty()) return "in: " + e;
+    if (auto e = selector(n["in"], {}, depth + 1); !e.empty()) return "in: " + e;
   }
   for (const char* k : {"enabled", "selected"}) {
     if (n[k] && (!scalar(n[k]) || (n[k].Scalar() != "true" && n[k].Scalar() != "false"))) {

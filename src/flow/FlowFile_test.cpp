@@ -114,6 +114,12 @@ TEST(FlowFileTest, WorldValuesOfTheWrongTypeOrRange) {
   EXPECT_EQ(world("timeZone: Mars/Base"), "2: world.timeZone: expected UTC or an offset like +02:00");
 }
 
+TEST(FlowFileTest, AliasesThatContainThemselvesAreRefused) {
+  EXPECT_EQ(errorOf("- tapOn: &s {id: x, in: *s}\n").substr(0, 20), "1: tapOn: in: in: in");
+  EXPECT_NE(errorOf("- tapOn: &s {id: x, in: *s}\n").find("selectors nest too deeply"), std::string::npos);
+  EXPECT_NE(errorOf("- &r {repeat: {times: 1, commands: [*r]}}\n").find("commands nest too deeply"), std::string::npos);
+}
+
 TEST(FlowFileTest, YamlThatDoesNotParseNamesItsLine) {
   EXPECT_EQ(errorOf("- launchApp\n- tapOn: {id: x\n- back\n").substr(0, 20), "4: not valid YAML: e");
   EXPECT_EQ(errorOf("a: 1\n---\n- b\n---\n- c\n").substr(0, 40), "5: a flow is a header, '---', and a list");

@@ -122,7 +122,9 @@ class Run {
     report.line = step.line;
     report.command = step.command;
     try {
-      ++result.commands;
+      if (++result.commands > kCommandCap) {
+        fail("the flow ran more than " + std::to_string(kCommandCap) + " commands");
+      }
       report.message = perform(step, result);
     } catch (const Failure& f) {
       report.ok = false;

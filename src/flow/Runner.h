@@ -4,8 +4,8 @@
 // After each command every ready task runs (main and background queues, in the environment's
 // order, the platform's questions answered as the world says) until nothing is ready; the
 // clock moves only by `advance` and `waitFor`. A flow may move its clock by at most
-// kVirtualTimeCap seconds in all, and one settling may run at most kTaskCap tasks: beyond
-// either the flow fails rather than hangs. A fatal error of the app fails the flow.
+// kVirtualTimeCap seconds in all, one settling may run at most kTaskCap tasks, and the flow
+// at most kCommandCap commands: beyond any of them the flow fails rather than hangs. A fatal error of the app fails the flow.
 //
 // Main thread of the process; one flow at a time (the world is process-wide state).
 #pragma once
@@ -24,6 +24,8 @@ namespace flow {
 
 constexpr double kVirtualTimeCap = 3600.0;
 constexpr long kTaskCap = 1000000;
+// Commands one flow may run in all (repeats and runFlow counted).
+constexpr int kCommandCap = 100000;
 
 // Draws the app's window as a picture, for `takeScreenshot`. Implemented by the GUI; the
 // runner itself knows nothing of how pictures are made.

@@ -129,6 +129,8 @@ TEST(RunnerTest, WaitsMoveTheVirtualClockAndGiveUpAtTheirTimeout) {
             "11: waitFor: waited 3 virtual seconds for \"Never shown\" to be visible, found no such");
   EXPECT_NEAR(p.result.virtualTime, 5.5, 1e-3);
   EXPECT_NEAR(p.steps[1].virtualTime, 2.5, 1e-3);
+  Played many = play("- repeat: {times: 10000, commands: [{repeat: {times: 10000, commands: [{assertAd: {shown: none}}]}}]}\n");
+  EXPECT_EQ(failure(many), "9: assertAd: the flow ran more than 100000 commands");
   Played cap = play("- advance: 3000\n- advance: 601\n");
   EXPECT_EQ(failure(cap), "10: advance: the flow would move its clock past 3600 virtual seconds in all");
 }
