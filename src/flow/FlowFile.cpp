@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -19,6 +20,9 @@ namespace {
 // How deep runFlow and repeat may nest, and how many times a repeat may run.
 constexpr int kMaxDepth = 16;
 constexpr long long kMaxTimes = 10000;
+// How many commands a flow may write out, repeats' and other files' included (aliases could
+// otherwise multiply a few lines into millions).
+constexpr long kMaxSteps = 100000;
 
 using Check = std::function<std::string(const YAML::Node&)>;
 
@@ -233,7 +237,15 @@ std::string folderOf(const std::string& file) {
   return slash == std::string::npos ? "" : file.substr(0, slash + 1);
 }
 
+// Flow files are small: a regular file of at most this many bytes (never a device or a pipe).
+constexpr std::uintmax_t kMaxFileSize = 1 << 20;
+
 std::string readText(const std::string& path, bool* ok) {
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec) || std::filesystem::file_size(path, ec) > kMaxFileSize || ec) {
+    *ok = false;
+    return {};
+  }
   std::ifstream in(path, std::ios::binary);
   std::ostringstream s;
   s << in.rdbuf();
@@ -244,7 +256,7 @@ std::string readText(const std::string& path, bool* ok) {
 
 class Parser {
  public:
-  explicit Parser(std::vector<std::string> chain) : chain_(std::move(chain)) {}
+  Parser(std::vector<std::string> chain, long* steps) : chain_(std::move(chain)), steps_(steps) {}
 
   Flow parse(const std::string& file, const std::string& text) {
     Flow flow;
@@ -301,6 +313,9 @@ class Parser {
   }
 
   Step readStep(const std::string& file, const YAML::Node& item, int depth) {
+    if (++*steps_ > kMaxSteps) {
+      throw FlowSyntaxError(file, lineOf(item), "more than " + std::to_string(kMaxSteps) + " commands in all");
+    }
     Step step;
     step.file = file;
     step.line = lineOf(item);
@@ -338,12 +353,13 @@ class Parser {
       if (!ok) throw FlowSyntaxError(file, step.line, "runFlow: cannot read " + path);
       std::vector<std::string> chain = chain_;
       chain.push_back(path);
-      step.steps = Parser(chain).parse(path, text).steps;
+      step.steps = Parser(chain, steps_).parse(path, text).steps;
     }
     return step;
   }
 
   std::vector<std::string> chain_;
+  long* steps_;
 };
 
 }  // namespace
@@ -356,7 +372,8 @@ std::vector<std::string> commandNames() {
 
 Flow parseFlow(const std::string& file, const std::string& text) {
   try {
-    return Parser({file}).parse(file, text);
+    long steps = 0;
+    return Parser({file}, &steps).parse(file, text);
   } catch (const YAML::Exception& e) {
     // A node of an unexpected kind deep in the argument: still the file's fault.
     throw FlowSyntaxError(file, e.mark.line < 0 ? 0 : e.mark.line + 1, "unexpected YAML: " + e.msg);

@@ -118,6 +118,19 @@ TEST(FlowFileTest, AliasesThatContainThemselvesAreRefused) {
   EXPECT_EQ(errorOf("- tapOn: &s {id: x, in: *s}\n").substr(0, 20), "1: tapOn: in: in: in");
   EXPECT_NE(errorOf("- tapOn: &s {id: x, in: *s}\n").find("selectors nest too deeply"), std::string::npos);
   EXPECT_NE(errorOf("- &r {repeat: {times: 1, commands: [*r]}}\n").find("commands nest too deeply"), std::string::npos);
+  // Aliases that multiply: three to the sixteenth commands from three lines.
+  EXPECT_EQ(errorOf("- &a {repeat: {times: 1, commands: [back, back, back]}}\n"
+                    "- &b {repeat: {times: 1, commands: [*a, *a, *a]}}\n"
+                    "- &c {repeat: {times: 1, commands: [*b, *b, *b]}}\n"
+                    "- &d {repeat: {times: 1, commands: [*c, *c, *c]}}\n"
+                    "- &e {repeat: {times: 1, commands: [*d, *d, *d]}}\n"
+                    "- &f {repeat: {times: 1, commands: [*e, *e, *e]}}\n"
+                    "- &g {repeat: {times: 1, commands: [*f, *f, *f]}}\n"
+                    "- &h {repeat: {times: 1, commands: [*g, *g, *g]}}\n"
+                    "- &i {repeat: {times: 1, commands: [*h, *h, *h]}}\n"
+                    "- &j {repeat: {times: 1, commands: [*i, *i, *i]}}\n"
+                    "- &k {repeat: {times: 1, commands: [*j, *j, *j]}}\n"),
+            "1: more than 100000 commands in all");
 }
 
 TEST(FlowFileTest, YamlThatDoesNotParseNamesItsLine) {
@@ -154,6 +167,8 @@ TEST(FlowFileTest, RunFlowReadsItsFileRelativeToTheFlowAndRefusesCycles) {
   } catch (const FlowSyntaxError& e) {
     EXPECT_EQ(e.located(), (dir / "missing.yaml").string() + ":1: runFlow: cannot read " + (dir / "nowhere.yaml").string());
   }
+  // Only regular files are read: a device would never end.
+  EXPECT_NE(errorOf("- runFlow: /dev/zero\n").find("runFlow: cannot read /dev/zero"), std::string::npos);
   std::filesystem::remove_all(dir);
 }
 
