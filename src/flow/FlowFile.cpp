@@ -9,6 +9,8 @@
 #include <set>
 #include <sstream>
 
+#include <yaml-cpp/eventhandler.h>
+
 namespace flow {
 
 std::string FlowSyntaxError::located() const {
@@ -254,6 +256,37 @@ std::string readText(const std::string& path, bool* ok) {
   return s.str();
 }
 
+// Counts the documents of a YAML stream without building them. The YAML reader can report
+// documents without end for some malformed streams (a stray ',' after the last node); a flow
+// has at most two, so counting stops at the third, with its line.
+class DocumentCounter : public YAML::EventHandler {
+ public:
+  explicit DocumentCounter(std::string file) : file_(std::move(file)) {}
+  void OnDocumentStart(const YAML::Mark& mark) override { line_ = mark.line < 0 ? 0 : mark.line + 1; }
+  void OnDocumentEnd() override {}
+  void OnNull(const YAML::Mark&, YAML::anchor_t) override {}
+  void OnAlias(const YAML::Mark&, YAML::anchor_t) override {}
+  void OnScalar(const YAML::Mark&, const std::string&, YAML::anchor_t, const std::string&) override {}
+  void OnSequenceStart(const YAML::Mark&, const std::string&, YAML::anchor_t, YAML::EmitterStyle::value) override {}
+  void OnSequenceEnd() override {}
+  void OnMapStart(const YAML::Mark&, const std::string&, YAML::anchor_t, YAML::EmitterStyle::value) override {}
+  void OnMapEnd() override {}
+
+  void count(const std::string& text) {
+    std::istringstream in(text);
+    YAML::Parser parser(in);
+    for (int documents = 1; parser.HandleNextDocument(*this); ++documents) {
+      if (documents > 2) {
+        throw FlowSyntaxError(file_, line_, "a flow is a header, '---', and a list of commands; found more documents");
+      }
+    }
+  }
+
+ private:
+  std::string file_;
+  int line_ = 0;
+};
+
 class Parser {
  public:
   Parser(std::vector<std::string> chain, long* steps) : chain_(std::move(chain)), steps_(steps) {}
@@ -263,6 +296,7 @@ class Parser {
     flow.file = file;
     std::vector<YAML::Node> docs;
     try {
+      DocumentCounter(file).count(text);
       docs = YAML::LoadAll(text);
     } catch (const YAML::Exception& e) {
       throw FlowSyntaxError(file, e.mark.line < 0 ? 0 : e.mark.line + 1, "not valid YAML: " + e.msg);
@@ -274,10 +308,6 @@ class Parser {
     } else if (docs.size() == 2) {
       header = docs[0];
       commands = docs[1];
-    } else if (docs.size() > 2) {
-      throw FlowSyntaxError(file, lineOf(docs[2]),
-                            "a flow is a header, '---', and a list of commands; found " + std::to_string(docs.size()) +
-                                " documents");
     }
     if (header && !header.IsNull()) readHeader(file, header, flow);
     if (commands && !commands.IsNull()) {

@@ -135,7 +135,10 @@ TEST(FlowFileTest, AliasesThatContainThemselvesAreRefused) {
 
 TEST(FlowFileTest, YamlThatDoesNotParseNamesItsLine) {
   EXPECT_EQ(errorOf("- launchApp\n- tapOn: {id: x\n- back\n").substr(0, 20), "4: not valid YAML: e");
-  EXPECT_EQ(errorOf("a: 1\n---\n- b\n---\n- c\n").substr(0, 40), "5: a flow is a header, '---', and a list");
+  EXPECT_EQ(errorOf("a: 1\n---\n- b\n---\n- c\n").substr(0, 40), "4: a flow is a header, '---', and a list");
+  // A stray comma after the last node: the reader would find documents without end.
+  EXPECT_EQ(errorOf(",").substr(0, 40), "1: a flow is a header, '---', and a list");
+  EXPECT_EQ(errorOf("- launchApp\n,\n").substr(0, 40), "2: a flow is a header, '---', and a list");
   EXPECT_EQ(errorOf("appId: solvanta\n---\nlaunchApp: {}\n"), "3: expected a list of commands");
 }
 
