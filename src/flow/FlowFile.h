@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "flow/WorldSpec.h"
+#include "flow/WorldSetup.h"
 
 namespace flow {
 
@@ -56,7 +56,7 @@ struct Step {
 struct Flow {
   std::string file;
   std::string appId = "solvanta";
-  WorldSpec world;
+  WorldSetup world;
   std::vector<Step> steps;
 };
 

@@ -1,4 +1,4 @@
-#include "flow/WorldSpec.h"
+#include "flow/WorldSetup.h"
 
 #include <cmath>
 #include <cstdio>
@@ -143,14 +143,14 @@ std::string readAssets(const YAML::Node& n, std::vector<WorldAsset>* out, bool v
   return {};
 }
 
-std::string readNow(const YAML::Node& n, WorldSpec& s) {
+std::string readNow(const YAML::Node& n, WorldSetup& s) {
   auto when = isScalar(n) ? parseTimestamp(n.Scalar()) : std::nullopt;
   if (!when) return "expected a time like \"2026-01-01T12:00:00Z\"";
   s.now = *when;
   return {};
 }
 
-std::string readTimeZone(const YAML::Node& n, WorldSpec& s) {
+std::string readTimeZone(const YAML::Node& n, WorldSetup& s) {
   if (!isScalar(n)) return "expected UTC or an offset like +02:00";
   const std::string& z = n.Scalar();
   if (z == "UTC" || z == "GMT") {
@@ -168,14 +168,14 @@ std::string readTimeZone(const YAML::Node& n, WorldSpec& s) {
   return "expected UTC or an offset like +02:00";
 }
 
-std::string readPhotos(const YAML::Node& n, WorldSpec& s) { return readAssets(n, &s.photos, false); }
-std::string readVideos(const YAML::Node& n, WorldSpec& s) { return readAssets(n, &s.videos, true); }
+std::string readPhotos(const YAML::Node& n, WorldSetup& s) { return readAssets(n, &s.photos, false); }
+std::string readVideos(const YAML::Node& n, WorldSetup& s) { return readAssets(n, &s.videos, true); }
 
-std::string readPhotoAccess(const YAML::Node& n, WorldSpec& s) {
+std::string readPhotoAccess(const YAML::Node& n, WorldSetup& s) {
   return choice(n, {"notDetermined", "restricted", "denied", "authorized", "limited"}, &s.photoAccess);
 }
 
-std::string readAnswers(const YAML::Node& n, WorldSpec& s) {
+std::string readAnswers(const YAML::Node& n, WorldSetup& s) {
   if (auto e = knownKeys(n, {"photos", "delete"}); !e.empty()) return e;
   if (n["photos"]) {
     if (auto e = readAnswer(n["photos"], &s.photosAnswer); !e.empty()) return "photos: " + e;
@@ -188,11 +188,11 @@ std::string readAnswers(const YAML::Node& n, WorldSpec& s) {
   return {};
 }
 
-std::string readDeletion(const YAML::Node& n, WorldSpec& s) {
+std::string readDeletion(const YAML::Node& n, WorldSetup& s) {
   return choice(n, {"succeed", "decline", "fail"}, &s.deletion);
 }
 
-std::string readAds(const YAML::Node& n, WorldSpec& s) {
+std::string readAds(const YAML::Node& n, WorldSetup& s) {
   if (auto e = knownKeys(n, {"interstitial", "appOpen", "banner", "latency"}); !e.empty()) return e;
   for (const char* kind : {"interstitial", "appOpen", "banner"}) {
     if (!n[kind]) continue;
@@ -208,7 +208,7 @@ std::string readAds(const YAML::Node& n, WorldSpec& s) {
   return {};
 }
 
-std::string readPreferences(const YAML::Node& n, WorldSpec& s) {
+std::string readPreferences(const YAML::Node& n, WorldSetup& s) {
   if (!n.IsMap()) return "expected a map of keys to values";
   for (const auto& kv : n) {
     if (!isScalar(kv.second)) return kv.first.Scalar() + ": expected a number, true/false or a text";
@@ -217,7 +217,7 @@ std::string readPreferences(const YAML::Node& n, WorldSpec& s) {
   return {};
 }
 
-std::string readDisk(const YAML::Node& n, WorldSpec& s) {
+std::string readDisk(const YAML::Node& n, WorldSetup& s) {
   if (auto e = knownKeys(n, {"totalBytes", "freeBytes"}); !e.empty()) return e;
   for (auto [key, field] : {std::pair{"totalBytes", &s.diskTotalBytes}, std::pair{"freeBytes", &s.diskFreeBytes}}) {
     if (!n[key]) continue;
@@ -228,7 +228,7 @@ std::string readDisk(const YAML::Node& n, WorldSpec& s) {
   return {};
 }
 
-std::string readEagerMain(const YAML::Node& n, WorldSpec& s) {
+std::string readEagerMain(const YAML::Node& n, WorldSetup& s) {
   auto b = boolean(n);
   if (!b) return "expected true or false";
   s.eagerMain = *b;
@@ -310,7 +310,7 @@ const std::vector<WorldKey>& worldKeys() {
   return keys;
 }
 
-std::string readWorld(const YAML::Node& world, WorldSpec& spec, int* line) {
+std::string readWorld(const YAML::Node& world, WorldSetup& setup, int* line) {
   *line = lineOf(world);
   if (world.IsNull()) return {};
   if (!world.IsMap()) return "world: expected a map of world keys";
@@ -324,13 +324,13 @@ std::string readWorld(const YAML::Node& world, WorldSpec& spec, int* line) {
       if (key == k.name) found = &k;
     }
     if (!found) return "world: unknown key '" + key + "' (known: " + known + ")";
-    if (std::string e = found->read(kv.second, spec); !e.empty()) {
+    if (std::string e = found->read(kv.second, setup); !e.empty()) {
       *line = lineOf(kv.second) ? lineOf(kv.second) : *line;
       return "world." + key + ": " + e;
     }
   }
   std::set<std::string> names;
-  for (const auto* list : {&spec.photos, &spec.videos}) {
+  for (const auto* list : {&setup.photos, &setup.videos}) {
     for (const auto& a : *list) {
       if (!names.insert(a.name).second) {
         *line = lineOf(world);
@@ -341,7 +341,7 @@ std::string readWorld(const YAML::Node& world, WorldSpec& spec, int* line) {
   return {};
 }
 
-void WorldSpec::applyTo(sim::World& world) const {
+void WorldSetup::applyTo(sim::World& world) const {
   world.env.setNow(now);
   world.env.setTimeZone(timeZoneOffset == 0 ? kit::TimeZone::utc() : kit::TimeZone::fixed(timeZoneOffset, timeZone));
   world.env.setEagerMain(eagerMain);

@@ -1,6 +1,6 @@
-// WorldSpec: the simulated phone a flow runs on, as its header's `world` map describes it.
+// WorldSetup: the simulated phone a flow runs on, as its header's `world` map describes it.
 // Every key is optional and has a default (the README lists them). Each key is one entry of a
-// table in WorldSpec.cpp: its name, its default as text, and a reader that checks the value
+// table in WorldSetup.cpp: its name, its default as text, and a reader that checks the value
 // and stores it here; adding a key is one field, one entry and one line in applyTo.
 // Pure data; any thread.
 #pragma once
@@ -30,7 +30,7 @@ struct WorldAsset {
   double duration = 0;            // videos
 };
 
-struct WorldSpec {
+struct WorldSetup {
   double now = 1767268800.0;  // 2026-01-01T12:00:00Z
   std::string timeZone = "UTC";
   long timeZoneOffset = 0;  // seconds east of Greenwich
@@ -57,15 +57,15 @@ struct WorldSpec {
 struct WorldKey {
   const char* name;
   const char* defaultText;
-  std::string (*read)(const YAML::Node& value, WorldSpec& spec);
+  std::string (*read)(const YAML::Node& value, WorldSetup& setup);
 };
 
 // The table of keys, in the order the README lists them.
 const std::vector<WorldKey>& worldKeys();
 
-// Reads a `world` map into `spec`. Returns an error text (prefixed by the key at fault), and
+// Reads a `world` map into `setup`. Returns an error text (prefixed by the key at fault), and
 // sets `*line` to the 1-based line of the fault; empty on success.
-std::string readWorld(const YAML::Node& world, WorldSpec& spec, int* line);
+std::string readWorld(const YAML::Node& world, WorldSetup& setup, int* line);
 
 // Seconds since 1970 of "YYYY-MM-DDTHH:MM:SS[.fff](Z|+HH:MM|-HH:MM)" (a date alone, or a
 // time without a zone, is read as UTC); nothing for another text.
