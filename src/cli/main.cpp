@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/ScanCommand.h"
+#include "flow/FlowCommand.h"
 
 namespace {
 
@@ -15,6 +16,7 @@ const char* const kUsage =
     "\n"
     "Commands:\n"
     "  scan       find duplicates in the photo library (solvanta scan --help)\n"
+    "  flow       run flow files: scripted journeys on a simulated phone (solvanta flow --help)\n"
     "  help       show this text\n"
     "  version    print the version\n";
 
@@ -31,6 +33,9 @@ int main(int argc, char** argv) {
   }
   if (std::strcmp(argv[1], "scan") == 0) {
     return cli::runScan(std::vector<std::string>(argv + 2, argv + argc), stdout, stderr);
+  }
+  if (std::strcmp(argv[1], "flow") == 0) {
+    return flow::runFlowCommand(std::vector<std::string>(argv + 2, argv + argc), stdout, stderr);
   }
   std::fprintf(stderr, "solvanta: unknown command '%s'\n\n%s", argv[1], kUsage);
   return 2;

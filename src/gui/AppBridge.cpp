@@ -18,6 +18,11 @@ AppBridge::AppBridge(std::shared_ptr<kit::Window> window, QObject* parent)
     if (p == "rootViewController") rebuildStack(2, false);
   });
   rebuildStack(2, false);
+  // Controllers already presented when the bridge comes (a window drawn mid-journey).
+  auto root = window_->rootViewController();
+  for (auto vc = root ? root->presentedViewController() : nullptr; vc; vc = vc->presentedViewController()) {
+    overlays_.push_back(vc);
+  }
 }
 
 AppBridge::~AppBridge() {

@@ -13,16 +13,12 @@
 #include <optional>
 
 #include "ads/AdConfig.h"
-#include "ads/Interstitial.h"
 #include "desktop/DeploymentConfig.h"
 #include "desktop/Platform.h"
+#include "gui/FlowScreenshots.h"
 #include "gui/GuiApp.h"
 #include "kit/Console.h"
-#include "kit/Controls.h"
-#include "kit/NavigationController.h"
 #include "platform/Platform.h"
-#include "samplegen/SampleLibrary.h"
-#include "shared/PreferenceKeys.h"
 
 namespace gui {
 namespace {
@@ -106,79 +102,6 @@ class StderrConsole : public kit::ConsoleSink {
   }
 };
 
-// A fresh home for a scripted run, so that it touches none of the user's settings or data.
-std::string makeScratchHome() {
-  char pattern[] = "/tmp/solvanta-screenshots-XXXXXX";
-  const char* dir = mkdtemp(pattern);
-  if (!dir) return {};
-  std::string home = dir;
-  setenv("XDG_CONFIG_HOME", (home + "/config").c_str(), 1);
-  setenv("XDG_DATA_HOME", (home + "/data").c_str(), 1);
-  setenv("XDG_CACHE_HOME", (home + "/cache").c_str(), 1);
-  return home;
-}
-
-// ---- The scripted run ----
-
-class Screenshots {
- public:
-  Screenshots(GuiApp& app, std::string dir) : app_(app), dir_(QString::fromStdString(dir)) {}
-
-  // Home, the find prompt, scanning, results and an interstitial, one PNG each. False (with
-  // a message) when a state is not reached.
-  bool run() {
-    QDir().mkpath(dir_);
-    auto nav = std::dynamic_pointer_cast<kit::NavigationController>(app_.kitWindow()->rootViewController());
-    if (!nav) return fail("the first screen has no navigation controller");
-    auto home = nav->viewControllers().front();
-    // The launch's first show would load an interstitial; do that here.
-    ads::AdsMobInitFullAds::shared()->loadFullAds(home, ads::AdConfig::current().interstitialAdUnitID);
-    app_.settle();
-    if (!shoot("1-home")) return false;
-
-    kit::tap(home->outlet<kit::Button>("photoButton"));
-    auto scan = nav->topViewController();
-    if (!waitFor([&] { return !scan->outlet<kit::View>("findPhotoView").isHidden(); }, "the find prompt")) return false;
-    if (!shoot("2-find-prompt")) return false;
-
-    kit::tap(scan->outlet<kit::Button>("findBtn"));
-    if (!shoot("3-scanning", /*settle=*/false)) return false;
-    if (!waitFor([&] { return !scan->outlet<kit::View>("tableView").isHidden() && scan->outlet<kit::View>("scanningView").isHidden(); },
-                 "the results")) {
-      return false;
-    }
-    if (!shoot("4-results")) return false;
-
-    // The fourth counted action shows an interstitial over the screen it opens.
-    kit::tap(scan->outlet<kit::Button>("backButton"));
-    platform::preferences().setInteger(3, shared::FULLSERVICECOUNT);
-    kit::tap(home->outlet<kit::Button>("photoButton"));
-    if (!waitFor([&] { return nav->presentedViewController() != nullptr; }, "the interstitial")) return false;
-    return shoot("5-interstitial");
-  }
-
- private:
-  bool fail(const std::string& what) {
-    std::fprintf(stderr, "solvanta: screenshots: %s\n", what.c_str());
-    return false;
-  }
-  bool waitFor(const std::function<bool()>& done, const char* what) {
-    if (app_.waitUntil(done, 30000)) return true;
-    return fail(std::string("timed out waiting for ") + what);
-  }
-  bool shoot(const char* name, bool settle = true) {
-    if (settle) app_.settle();
-    QImage image = app_.window()->grabWindow();
-    QString path = dir_ + "/" + name + ".png";
-    if (image.isNull() || !image.save(path)) return fail("cannot write " + path.toStdString());
-    std::printf("%s\n", qPrintable(path));
-    return true;
-  }
-
-  GuiApp& app_;
-  QString dir_;
-};
-
 }  // namespace
 
 int runApp(const std::vector<std::string>& args, const char* programName) {
@@ -188,17 +111,17 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
     std::fprintf(stderr, "solvanta: %s (solvanta --help)\n", error.c_str());
     return 2;
   }
-  const bool scripted = !options->screenshotDir.empty();
+  if (!options->screenshotDir.empty()) {
+    // The screenshot journey runs on a simulated phone, not on a library.
+    if (!options->library.empty()) {
+      std::fprintf(stderr, "solvanta: --screenshot draws a simulated library; --library does not apply\n");
+      return 2;
+    }
+    return runScreenshotFlow(options->screenshotDir, programName);
+  }
   static StderrConsole console;
   kit::setConsoleSink(&console);
-  if (scripted) {
-    setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    setenv("QT_QUICK_BACKEND", "software", 1);
-    if (makeScratchHome().empty()) {
-      std::perror("solvanta: cannot make a scratch folder");
-      return 3;
-    }
-  } else if (!hasDisplay()) {
+  if (!hasDisplay()) {
     std::fprintf(stderr,
                  "solvanta: no display found (DISPLAY and WAYLAND_DISPLAY are unset).\n"
                  "  To see the screens without one: solvanta --screenshot DIR\n"
@@ -208,13 +131,6 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
 
   desktop::AppFolders folders = desktop::AppFolders::fromEnvironment();
   std::string library = options->library;
-  if (scripted && library.empty()) {
-    library = folders.cacheHome + "/sample-library";
-    if (!samplegen::writeSampleLibrary(library, &error)) {
-      std::fprintf(stderr, "solvanta: cannot write the sample library: %s\n", error.c_str());
-      return 3;
-    }
-  }
 
   int argc = 1;
   char* argv[] = {const_cast<char*>(programName), nullptr};
@@ -237,9 +153,8 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
   platformOptions.folders = folders;
   platformOptions.houseAds.interstitialCreatives = creatives("interstitial");
   platformOptions.houseAds.bannerCreatives = creatives("banner");
-  // A scripted run shows an ad wherever the app asks for one, at once.
-  platformOptions.houseAds.fillRate = scripted ? 1.0 : deployment.config.houseAdsFillRate;
-  platformOptions.houseAds.latencySeconds = scripted ? 0.0 : deployment.config.houseAdsLatencySeconds;
+  platformOptions.houseAds.fillRate = deployment.config.houseAdsFillRate;
+  platformOptions.houseAds.latencySeconds = deployment.config.houseAdsLatencySeconds;
   platformOptions.permissionPrompt = [&app, library](desktop::PermissionKind) {
     int answer = askInWindow(app, "Allow \xE2\x80\x9CSolvanta\xE2\x80\x9D to access your photos?",
                              QString::fromStdString("Solvanta looks for duplicates in " +
@@ -253,13 +168,12 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
     return askInWindow(app, QString::fromStdString(question), "The files move to the Trash.", {"Don't Allow", "Delete"}) == 1;
   };
   desktop::Platform platform(platformOptions);
-  if (scripted) platform.permissions().set(desktop::PermissionKind::Photos, platform::AuthorizationStatus::Authorized);
 
   if (!app.start()) {
     std::fprintf(stderr, "solvanta: the window could not be loaded\n");
     return 3;
   }
-  int status = scripted ? (Screenshots(app, options->screenshotDir).run() ? 0 : 1) : qt.exec();
+  int status = qt.exec();
   app.close();
   return status;
 }

@@ -5,13 +5,15 @@
 #include <vector>
 
 #include "cli/ScanCommand.h"
+#include "flow/FlowCommand.h"
+#include "gui/FlowScreenshots.h"
 #include "gui/GuiMain.h"
 
 namespace {
 
 const char* const kUsage =
     "Usage: solvanta [--library DIR]\n"
-    "       solvanta --screenshot DIR [--library DIR]\n"
+    "       solvanta --screenshot DIR\n"
     "       solvanta <command> [options]\n"
     "\n"
     "Solvanta finds duplicate photos and videos in a photo library.\n"
@@ -19,11 +21,12 @@ const char* const kUsage =
     "\n"
     "Options:\n"
     "  --library DIR      the photo library's folder (also SOLVANTA_LIBRARY)\n"
-    "  --screenshot DIR   run offscreen through home, the find prompt, scanning, results and an\n"
-    "                     interstitial, writing one PNG of each to DIR\n"
+    "  --screenshot DIR   run the screenshot journey (flows/screenshots.yaml) offscreen on a\n"
+    "                     simulated phone, writing its PNGs to DIR\n"
     "\n"
     "Commands:\n"
     "  scan       find duplicates from the command line (solvanta scan --help)\n"
+    "  flow       run flow files: scripted journeys on a simulated phone (solvanta flow --help)\n"
     "  help       show this text\n"
     "  version    print the version\n";
 
@@ -42,6 +45,7 @@ int main(int argc, char** argv) {
       return 0;
     }
     if (first == "scan") return cli::runScan(std::vector<std::string>(args.begin() + 1, args.end()), stdout, stderr);
+    if (first == "flow") return gui::runFlows(std::vector<std::string>(args.begin() + 1, args.end()), argv[0]);
     if (first.rfind("-", 0) != 0) {
       std::fprintf(stderr, "solvanta: unknown command '%s'\n\n%s", first.c_str(), kUsage);
       return 2;

@@ -433,6 +433,8 @@ void AdsNetwork::queueOutcomes(std::vector<Outcome> outcomes) {
 }
 
 void AdsNetwork::setDefaultOutcome(Outcome outcome) { default_ = outcome; }
+
+void AdsNetwork::setDefaultOutcome(const std::string& kind, Outcome outcome) { kindDefaults_[kind] = outcome; }
 void AdsNetwork::setLatency(double seconds) { latency_ = seconds; }
 void AdsNetwork::failNextPresentation() { failNextPresentation_ = true; }
 void AdsNetwork::setBannerHeight(double height) { bannerHeight_ = height; }
@@ -443,7 +445,10 @@ int AdsNetwork::loadCount(const std::string& kind) const {
 
 AdsNetwork::Outcome AdsNetwork::nextOutcome(const std::string& kind, const std::string& adUnitID) {
   loads_.push_back({kind, adUnitID});
-  if (queued_.empty()) return default_;
+  if (queued_.empty()) {
+    auto it = kindDefaults_.find(kind);
+    return it == kindDefaults_.end() ? default_ : it->second;
+  }
   Outcome o = queued_.front();
   queued_.pop_front();
   return o;

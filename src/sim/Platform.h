@@ -199,6 +199,9 @@ class AdsNetwork : public platform::AdsNetwork {
   // Outcomes of the next loads, in order; when none is queued, `setDefaultOutcome` decides.
   void queueOutcomes(std::vector<Outcome> outcomes);
   void setDefaultOutcome(Outcome outcome);
+  // The default for one kind of ad ("interstitial", "appOpen" or "banner"), over the general
+  // default.
+  void setDefaultOutcome(const std::string& kind, Outcome outcome);
   // Seconds a load takes on the environment's clock (0: the completion is queued at once).
   void setLatency(double seconds);
   // The next presentation of a full-screen ad fails.
@@ -243,6 +246,7 @@ class AdsNetwork : public platform::AdsNetwork {
  private:
   std::deque<Outcome> queued_;
   Outcome default_ = Outcome::Fill;
+  std::map<std::string, Outcome> kindDefaults_;
   double latency_ = 0;
   bool failNextPresentation_ = false;
   double bannerHeight_ = 50;
