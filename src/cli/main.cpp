@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/MeasurementCommand.h"
 #include "cli/ScanCommand.h"
 
 namespace {
@@ -15,6 +16,7 @@ const char* const kUsage =
     "\n"
     "Commands:\n"
     "  scan       find duplicates in the photo library (solvanta scan --help)\n"
+    "  measurement  show what the app's measurement records (solvanta measurement --help)\n"
     "  help       show this text\n"
     "  version    print the version\n";
 
@@ -31,6 +33,9 @@ int main(int argc, char** argv) {
   }
   if (std::strcmp(argv[1], "scan") == 0) {
     return cli::runScan(std::vector<std::string>(argv + 2, argv + argc), stdout, stderr);
+  }
+  if (std::strcmp(argv[1], "measurement") == 0) {
+    return cli::runMeasurement(std::vector<std::string>(argv + 2, argv + argc), stdout, stderr);
   }
   std::fprintf(stderr, "solvanta: unknown command '%s'\n\n%s", argv[1], kUsage);
   return 2;
