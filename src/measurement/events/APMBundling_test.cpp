@@ -64,6 +64,7 @@ class APMBundlingTest : public APMEventsTest {
     return out;
   }
   static std::optional<APMEvent> eventAt(const APMQueuedBundle& b, std::size_t i) {
+    if (i >= b.bundle->events_count) return std::nullopt;
     return APMEvent::fromProto(b.bundle->events[i]);
   }
 };
@@ -230,11 +231,13 @@ TEST_F(APMBundlingTest, ConversionsOverTheDailyLimitLoseTheirMark) {
   m().settings().maxConversionsPerDay = 1;
   log(event("purchase", {{"value", Int(1)}, {"currency", APMValue::fromString("EUR")}}));
   log(event("purchase", {{"value", Int(2)}, {"currency", APMValue::fromString("EUR")}}));
+  // Each purchase changes the lifetime value property, so each has its own header.
+  ASSERT_TRUE(bundleOnce());
   ASSERT_TRUE(bundleOnce());
   auto queued = bundles();
-  ASSERT_EQ(queued.size(), 1u);
+  ASSERT_EQ(queued.size(), 2u);
   auto first = eventAt(queued[0], 0);
-  auto second = eventAt(queued[0], 1);
+  auto second = eventAt(queued[1], 0);
   ASSERT_TRUE(first && second);
   EXPECT_EQ(*first->parameter("_c"), Int(1));
   EXPECT_EQ(second->parameter("_c"), nullptr);

@@ -60,6 +60,7 @@ enum : int {
   kCodeBundleQuery = 6012,
   kCodeIndexOverflow = 6013,
   kCodeLifetimeOverflow = 6014,
+  kCodeLifetimeValue = 5027,
 };
 
 constexpr const char* kKeychainService = "com.stuvop.app.measurement";
@@ -410,6 +411,7 @@ bool APMMeasurement::writeFilteredEventOnWorkerQueue(APMEvent event) {
   bool written = false;
   bool ok = database_->performTransaction(
       [&] {
+        updateLifetimeValueWithEvent(event);
         auto counts = database_->dailyCounts(&error);
         if (!counts) {
           APMMonitor::log(kAPMMonitorLevelError, kCodeCountsFailed,
@@ -602,7 +604,15 @@ bool APMMeasurement::writeEvent(const APMEvent& event, bool isPublicEvent, bool 
                     "Data loss. Cannot record event metadata. Error", error.localizedDescription);
     return false;
   }
-  auto deleted = database_->deleteRawEventsOverAbsoluteLimit(settings_.maxEventsStored, &error);
+  // The cap deletes nothing while the span of row ids fits under it (the count can only be
+  // smaller than the span); the span takes two index lookups, the cap a walk of the table.
+  auto span = database_->store().numberForQuery(
+      "SELECT (SELECT max(rowid) FROM raw_events) - (SELECT min(rowid) FROM raw_events) + 1", {},
+      &error);
+  std::optional<std::int64_t> deleted = std::int64_t{0};
+  if (!span || span->numberAsInteger().value_or(0) > settings_.maxEventsStored - 1) {
+    deleted = database_->deleteRawEventsOverAbsoluteLimit(settings_.maxEventsStored, &error);
+  }
   if (!deleted) {
     APMMonitor::log(kAPMMonitorLevelError, kCodeStorageLimitCheck,
                     "Data loss. Unable to check raw event storage limit. Error",
@@ -632,6 +642,56 @@ bool APMMeasurement::writeEvent(const APMEvent& event, bool isPublicEvent, bool 
   APMMonitor::log(kAPMMonitorLevelDebug, kCodeEventLogged, "Event logged. Event name, event params",
                   event.name(), APMDescribeParameters(event.parameters()));
   return true;
+}
+
+// ---- lifetime value ----
+
+void APMMeasurement::updateLifetimeValueWithEvent(const APMEvent& event) {
+  static const std::set<std::string> kTransactions{"ecommerce_purchase", "purchase", "refund",
+                                                   "_iap"};
+  if (!kTransactions.count(event.name())) return;
+  const APMValue* currency = event.parameter("currency");
+  const APMValue* value = event.parameter("value");
+  if (!value) return;
+  bool letters = currency && currency->isString() && currency->stringValue().size() == 3 &&
+                 std::all_of(currency->stringValue().begin(), currency->stringValue().end(),
+                             [](char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); });
+  if (!letters) {
+    APMMonitor::log(kAPMMonitorLevelWarning, kCodeLifetimeValue,
+                    "Cannot record transaction with invalid currency code");
+    return;
+  }
+  double amount;
+  if (value->isInt64()) {
+    amount = static_cast<double>(value->int64Value());
+  } else if (value->isDouble() && std::isfinite(value->doubleValue())) {
+    amount = value->doubleValue();
+  } else {
+    APMMonitor::log(kAPMMonitorLevelWarning, kCodeLifetimeValue,
+                    "Cannot record transaction with invalid transaction value");
+    return;
+  }
+  double micros = std::round(amount * 1000000.0);
+  if (!(std::fabs(micros) < 9.2e18)) {
+    APMMonitor::log(kAPMMonitorLevelWarning, kCodeLifetimeValue,
+                    "Cannot record transaction with value that is out of bounds");
+    return;
+  }
+  auto delta = static_cast<std::int64_t>(micros);
+  if (event.name() == "refund") delta = -delta;
+  std::string name = "_ltv_" + currency->stringValue();
+  if (!addToUserPropertyNumber(name, delta, event.timestamp())) return;
+  platform::Error error;
+  auto all = database_->queryUserAttributesWithNamePrefix("_ltv_", &error);
+  if (!all) return;
+  for (std::size_t i = static_cast<std::size_t>(std::max<std::int64_t>(settings_.maxTrackedCurrencies, 0));
+       i < all->size(); ++i) {
+    if (!database_->deleteUserAttributeWithName((*all)[i].name, &error)) {
+      APMMonitor::log(kAPMMonitorLevelWarning, kCodeLifetimeValue,
+                      "Unable to delete Lifetime Value User property. Name, error",
+                      (*all)[i].name, error.localizedDescription);
+    }
+  }
 }
 
 // ---- user properties ----

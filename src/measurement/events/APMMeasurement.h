@@ -89,6 +89,10 @@ class APMMeasurement {
   bool isRealtimeEvent(APMEvent& event, APMDailyCounts& counts);
   bool writeEvent(const APMEvent& event, bool isPublicEvent, bool isRealtime);
   bool isEventBlocklisted(const std::string& name) const;
+  // For a purchase, refund or in-app purchase with a numeric `value` and a three-letter
+  // `currency`: adds the value in micro-units (subtracts for `refund`) to the user property
+  // "_ltv_<currency>", keeping only the newest maxTrackedCurrencies such properties.
+  void updateLifetimeValueWithEvent(const APMEvent& event);
 
   // Turns the oldest contiguous run of raw events of one header into a bundle in `queue`, in
   // one transaction. True when rows were consumed (a bundle made, or every event rejected or

@@ -247,6 +247,48 @@ TEST_F(APMWritePathTest, HeaderFieldsAndConsentGates) {
   EXPECT_FALSE(none->has_tracking_authorization_status);
 }
 
+TEST_F(APMWritePathTest, LifetimeValuePerCurrencyKeepsTheNewestCurrencies) {
+  m().settings().maxTrackedCurrencies = 2;
+  auto ltv = [&](const char* name) {
+    std::optional<APMValue> value;
+    onWorker([&] {
+      auto found = m().database()->queryUserAttributeWithName(name, nullptr);
+      if (found && *found) value = (*found)->value;
+    });
+    return value;
+  };
+  log(event("purchase", {{"value", APMValue::fromDouble(9.99)}, {"currency", Str("EUR")}}));
+  env_.advance(1);
+  log(event("refund", {{"value", Int(2)}, {"currency", Str("EUR")}}));
+  EXPECT_EQ(ltv("_ltv_EUR"), Int(7990000));
+  env_.advance(1);
+  log(event("purchase", {{"value", Int(1)}, {"currency", Str("USD")}}));
+  env_.advance(1);
+  log(event("purchase", {{"value", Int(1)}, {"currency", Str("GBP")}}));
+  EXPECT_EQ(ltv("_ltv_EUR"), std::nullopt);  // the oldest of three
+  EXPECT_EQ(ltv("_ltv_GBP"), Int(1000000));
+  log(event("purchase", {{"value", Int(1)}, {"currency", Str("E1")}}));
+  EXPECT_TRUE(monitor_.contains("Cannot record transaction with invalid currency code"));
+  // The purchases themselves are all stored.
+  EXPECT_EQ(rawEventsNamed("purchase").size(), 4u);
+}
+
+TEST_F(APMWritePathTest, StoredEventsAreCappedNewestFirst) {
+  m().settings().maxEventsStored = 3;
+  for (const char* name : {"e1", "e2", "e3", "e4", "e5"}) log(event(name));
+  EXPECT_EQ(rawEventNames(), (std::vector<std::string>{"e3", "e4", "e5"}));
+  EXPECT_EQ(monitor_.count("Data loss. Too many events stored on disk. Deleted count"), 2);
+}
+
+TEST_F(APMWritePathTest, ARepeatedSubscriptionIsDropped) {
+  APMParameters subscription{{"_did", Str("sub-1")}, {"product_id", Str("pro")}};
+  log(event("_iap", subscription, "auto"));
+  log(event("_iap", subscription, "auto"));
+  EXPECT_EQ(rawEventsNamed("_iap").size(), 1u);
+  EXPECT_TRUE(monitor_.contains(
+      "Event dropped. Reason: Subscription purchase is a duplicate. Product ID"));
+}
+
 using APMSessionTest = APMEventsTest;
 
 TEST_F(APMSessionTest, BecomingActiveAfterTheTimeoutStartsASession) {
