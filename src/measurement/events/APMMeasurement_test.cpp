@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <cmath>
@@ -278,6 +279,34 @@ TEST_F(APMWritePathTest, StoredEventsAreCappedNewestFirst) {
   for (const char* name : {"e1", "e2", "e3", "e4", "e5"}) log(event(name));
   EXPECT_EQ(rawEventNames(), (std::vector<std::string>{"e3", "e4", "e5"}));
   EXPECT_EQ(monitor_.count("Data loss. Too many events stored on disk. Deleted count"), 2);
+}
+
+TEST_F(APMWritePathTest, ADatabaseLockedByAnotherProcessLosesTheEventAndRecovers) {
+  log(event("before"));
+  sqlite3* other = nullptr;
+  ASSERT_EQ(sqlite3_open((folder_.path() + "/Stuvop/Measurement/test.sql").c_str(), &other),
+            SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+  log(event("during"));
+  ASSERT_EQ(sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(other);
+  log(event("after"));
+  EXPECT_EQ(rawEventNames(), (std::vector<std::string>{"before", "after"}));
+  bool reported = false;
+  for (const auto& entry : monitor_.entries()) {
+    reported |= entry.message.rfind("Transaction failed.", 0) == 0;
+  }
+  EXPECT_TRUE(reported);
+}
+
+TEST_F(APMWritePathTest, TheClockGoingBackwardsStoresEventsAndStartsTheDayAgain) {
+  log(event("today"));
+  env_.setNow(env_.now() - 3 * 86400);
+  log(event("earlier"));
+  auto rows = rawRows();
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_LT(rows[1].event.timestamp(), rows[0].event.timestamp());
+  EXPECT_EQ(dailyCounts().allEventsCount, 1);  // the earlier day's own count
 }
 
 TEST_F(APMWritePathTest, ARepeatedSubscriptionIsDropped) {
