@@ -392,8 +392,11 @@ bool APMMeasurement::isEventBlocklisted(const std::string& name) const {
 
 bool APMMeasurement::writeEventOnWorkerQueue(const APMEvent& event) {
   scheduler_.checkOnBackgroundThreadWithMethodName("writeEventOnWorkerQueue:");
-  APMMonitor::log(kAPMMonitorLevelDebug, kCodeLoggingEvent, "Logging event: origin, name, params",
-                  event.origin(), event.name(), APMDescribeParameters(event.parameters()));
+  if (APMMonitor::isLoggable(kAPMMonitorLevelDebug)) {
+    APMMonitor::log(kAPMMonitorLevelDebug, kCodeLoggingEvent,
+                    "Logging event: origin, name, params", event.origin(), event.name(),
+                    APMDescribeParameters(event.parameters()));
+  }
   if (isEventBlocklisted(event.name())) {
     APMMonitor::log(kAPMMonitorLevelNotice, kCodeRejectedEvent, "Rejected event. Event name",
                     event.name());
@@ -639,8 +642,11 @@ bool APMMeasurement::writeEvent(const APMEvent& event, bool isPublicEvent, bool 
     return false;
   }
   if (event.name() == "_f") storePreviousFirstOpenCount(previousFirstOpenCount() + 1);
-  APMMonitor::log(kAPMMonitorLevelDebug, kCodeEventLogged, "Event logged. Event name, event params",
-                  event.name(), APMDescribeParameters(event.parameters()));
+  if (APMMonitor::isLoggable(kAPMMonitorLevelDebug)) {
+    APMMonitor::log(kAPMMonitorLevelDebug, kCodeEventLogged,
+                    "Event logged. Event name, event params", event.name(),
+                    APMDescribeParameters(event.parameters()));
+  }
   return true;
 }
 
