@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/MeasurementCommand.h"
 #include "cli/ScanCommand.h"
 #include "flow/FlowCommand.h"
 
@@ -15,10 +16,11 @@ const char* const kUsage =
     "Solvanta finds duplicate photos and videos in a photo library.\n"
     "\n"
     "Commands:\n"
-    "  scan       find duplicates in the photo library (solvanta scan --help)\n"
-    "  flow       run flow files: scripted journeys on a simulated phone (solvanta flow --help)\n"
-    "  help       show this text\n"
-    "  version    print the version\n";
+    "  scan         find duplicates in the photo library (solvanta scan --help)\n"
+    "  flow         run flow files: scripted journeys on a simulated phone (solvanta flow --help)\n"
+    "  measurement  show what the app's measurement records (solvanta measurement --help)\n"
+    "  help         show this text\n"
+    "  version      print the version\n";
 
 }  // namespace
 
@@ -36,6 +38,9 @@ int main(int argc, char** argv) {
   }
   if (std::strcmp(argv[1], "flow") == 0) {
     return flow::runFlowCommand(std::vector<std::string>(argv + 2, argv + argc), stdout, stderr);
+  }
+  if (std::strcmp(argv[1], "measurement") == 0) {
+    return cli::runMeasurement(std::vector<std::string>(argv + 2, argv + argc), stdout, stderr);
   }
   std::fprintf(stderr, "solvanta: unknown command '%s'\n\n%s", argv[1], kUsage);
   return 2;

@@ -48,6 +48,8 @@ Platform::Platform(PlatformOptions options)
   images_ = std::make_shared<ThumbnailImageManager>(options.images);
   frames_ = std::make_shared<VideoFrameGenerator>();
   ads_ = std::make_shared<HouseAdsNetwork>(std::move(options.houseAds));
+  keychain_ = std::make_shared<FileKeychain>(folders_.dataHome + "/solvanta-keychain");
+  deviceFacts_ = std::make_shared<SystemDeviceFacts>();
 
   platform::Services services;
   services.photoLibrary = photos_;
@@ -58,6 +60,11 @@ Platform::Platform(PlatformOptions options)
   services.imageManager = images_;
   services.assetImageGenerator = frames_;
   services.adsNetwork = ads_;
+  services.keychain = keychain_;
+  services.secureRandom = std::make_shared<KernelSecureRandom>();
+  services.deviceFacts = deviceFacts_;
+  services.advertisingIdentity = std::make_shared<SystemAdvertisingIdentity>();
+  services.reachability = std::make_shared<InterfaceReachability>();
   platform::install(std::move(services));
 }
 

@@ -16,6 +16,7 @@
 #include "desktop/PermissionStore.h"
 #include "desktop/ThumbnailImageManager.h"
 #include "desktop/VideoFrameGenerator.h"
+#include "desktop/system/MeasurementServices.h"
 
 namespace desktop {
 
@@ -59,6 +60,8 @@ class Platform {
   VideoFrameGenerator& frames() { return *frames_; }
   HouseAdsNetwork& ads() { return *ads_; }
   const AppFolders& folders() const { return folders_; }
+  FileKeychain& keychain() { return *keychain_; }
+  SystemDeviceFacts& deviceFacts() { return *deviceFacts_; }
 
  private:
   AppFolders folders_;
@@ -71,6 +74,9 @@ class Platform {
   std::shared_ptr<ThumbnailImageManager> images_;
   std::shared_ptr<VideoFrameGenerator> frames_;
   std::shared_ptr<HouseAdsNetwork> ads_;
+  // The keychain lives beside the app's data folder: "$XDG_DATA_HOME/solvanta-keychain".
+  std::shared_ptr<FileKeychain> keychain_;
+  std::shared_ptr<SystemDeviceFacts> deviceFacts_;
 };
 
 }  // namespace desktop

@@ -17,7 +17,9 @@
 #include "desktop/Platform.h"
 #include "gui/FlowScreenshots.h"
 #include "gui/GuiApp.h"
+#include "kit/ApplicationNotifications.h"
 #include "kit/Console.h"
+#include "kit/NotificationCenter.h"
 #include "platform/Platform.h"
 
 namespace gui {
@@ -102,6 +104,24 @@ class StderrConsole : public kit::ConsoleSink {
   }
 };
 
+// Tells the app's observers (the measurement client among them) about its lifecycle: launched,
+// and active or not as the window gains or loses the foreground.
+void postLifecycle(QGuiApplication& qt) {
+  auto& center = kit::NotificationCenter::defaultCenter();
+  center.postNotificationName(kit::kApplicationDidFinishLaunchingNotification);
+  center.postNotificationName(kit::kApplicationDidBecomeActiveNotification);
+  QObject::connect(&qt, &QGuiApplication::applicationStateChanged, [wasActive = true](Qt::ApplicationState state) mutable {
+    auto& c = kit::NotificationCenter::defaultCenter();
+    const bool active = state == Qt::ApplicationActive;
+    if (active && !wasActive) c.postNotificationName(kit::kApplicationDidBecomeActiveNotification);
+    if (!active && wasActive) c.postNotificationName(kit::kApplicationWillResignActiveNotification);
+    if (state == Qt::ApplicationHidden || state == Qt::ApplicationSuspended) {
+      c.postNotificationName(kit::kApplicationDidEnterBackgroundNotification);
+    }
+    wasActive = active;
+  });
+}
+
 }  // namespace
 
 int runApp(const std::vector<std::string>& args, const char* programName) {
@@ -173,6 +193,7 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
     std::fprintf(stderr, "solvanta: the window could not be loaded\n");
     return 3;
   }
+  postLifecycle(qt);
   int status = qt.exec();
   app.close();
   return status;

@@ -1,9 +1,10 @@
-// solvanta: the desktop app, and its command line (`solvanta scan`).
+// solvanta: the desktop app, and its command line (`solvanta scan`, `flow`, `measurement`).
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "cli/MeasurementCommand.h"
 #include "cli/ScanCommand.h"
 #include "flow/FlowCommand.h"
 #include "gui/FlowScreenshots.h"
@@ -25,10 +26,11 @@ const char* const kUsage =
     "                     simulated phone, writing its PNGs to DIR\n"
     "\n"
     "Commands:\n"
-    "  scan       find duplicates from the command line (solvanta scan --help)\n"
-    "  flow       run flow files: scripted journeys on a simulated phone (solvanta flow --help)\n"
-    "  help       show this text\n"
-    "  version    print the version\n";
+    "  scan         find duplicates from the command line (solvanta scan --help)\n"
+    "  flow         run flow files: scripted journeys on a simulated phone (solvanta flow --help)\n"
+    "  measurement  show what the app's measurement records (solvanta measurement --help)\n"
+    "  help         show this text\n"
+    "  version      print the version\n";
 
 }  // namespace
 
@@ -45,6 +47,9 @@ int main(int argc, char** argv) {
       return 0;
     }
     if (first == "scan") return cli::runScan(std::vector<std::string>(args.begin() + 1, args.end()), stdout, stderr);
+    if (first == "measurement") {
+      return cli::runMeasurement(std::vector<std::string>(args.begin() + 1, args.end()), stdout, stderr);
+    }
     if (first == "flow") return gui::runFlows(std::vector<std::string>(args.begin() + 1, args.end()), argv[0]);
     if (first.rfind("-", 0) != 0) {
       std::fprintf(stderr, "solvanta: unknown command '%s'\n\n%s", first.c_str(), kUsage);

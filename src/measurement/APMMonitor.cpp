@@ -1,10 +1,15 @@
 #include "measurement/APMMonitor.h"
 
+#include <atomic>
+
 namespace {
 
 std::mutex gMutex;
 APMMonitorSink* gSink = nullptr;
 int gConsoleLevel = kAPMMonitorLevelWarning;
+// Mirrors of the two above, for isLoggable without the lock.
+std::atomic<bool> gHasSink{false};
+std::atomic<int> gConsoleLevelMirror{kAPMMonitorLevelWarning};
 
 }  // namespace
 
@@ -33,12 +38,19 @@ APMMonitorSink* APMMonitor::setSink(APMMonitorSink* sink) {
   std::lock_guard lock(gMutex);
   APMMonitorSink* previous = gSink;
   gSink = sink;
+  gHasSink = sink != nullptr;
   return previous;
 }
 
 void APMMonitor::setConsoleLevel(int level) {
   std::lock_guard lock(gMutex);
   gConsoleLevel = level;
+  gConsoleLevelMirror = level;
+}
+
+bool APMMonitor::isLoggable(int level) {
+  return gHasSink.load(std::memory_order_relaxed) ||
+         level <= gConsoleLevelMirror.load(std::memory_order_relaxed);
 }
 
 APMMonitorCapture::APMMonitorCapture() { previous_ = APMMonitor::setSink(this); }

@@ -46,6 +46,7 @@ class APMMonitor {
   // kit::describe.
   template <class... Context>
   static void log(int level, int messageCode, std::string message, const Context&... context) {
+    if (!isLoggable(level)) return;
     APMMonitorEntry entry{level, messageCode, std::move(message), {}};
     entry.context.reserve(sizeof...(Context));
     (entry.context.push_back(kit::describe(context)), ...);
@@ -53,6 +54,10 @@ class APMMonitor {
   }
 
   static void write(APMMonitorEntry entry);
+
+  // Whether an entry at `level` goes anywhere: always with an installed sink, else when the
+  // console prints it. Lets callers skip building what nobody reads.
+  static bool isLoggable(int level);
 
   // Installs `sink` (not owned; nullptr restores the console sink) and returns the previous.
   static APMMonitorSink* setSink(APMMonitorSink* sink);

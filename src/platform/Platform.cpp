@@ -34,6 +34,13 @@ PreferenceStore& preferences() { return require(installed().preferences, "prefer
 Application& application() { return require(installed().application, "application"); }
 AdsNetwork& adsNetwork() { return require(installed().adsNetwork, "ads network"); }
 Device& device() { return require(installed().device, "device"); }
+Keychain& keychain() { return require(installed().keychain, "keychain"); }
+SecureRandom& secureRandom() { return require(installed().secureRandom, "secure random"); }
+DeviceFacts& deviceFacts() { return require(installed().deviceFacts, "device facts"); }
+AdvertisingIdentity& advertisingIdentity() {
+  return require(installed().advertisingIdentity, "advertising identity");
+}
+Reachability& reachability() { return require(installed().reachability, "reachability"); }
 
 int Device::systemMajorVersion() { return std::atoi(systemVersion().c_str()); }
 

@@ -6,12 +6,17 @@
 #include <memory>
 
 #include "platform/AdsNetwork.h"
+#include "platform/AdvertisingIdentity.h"
 #include "platform/Application.h"
 #include "platform/Device.h"
+#include "platform/DeviceFacts.h"
 #include "platform/FileManager.h"
 #include "platform/ImageManager.h"
+#include "platform/Keychain.h"
 #include "platform/PhotoLibrary.h"
 #include "platform/PreferenceStore.h"
+#include "platform/Reachability.h"
+#include "platform/SecureRandom.h"
 
 namespace platform {
 
@@ -24,6 +29,12 @@ struct Services {
   std::shared_ptr<Application> application;
   std::shared_ptr<AdsNetwork> adsNetwork;
   std::shared_ptr<Device> device;
+  // Services of the measurement client.
+  std::shared_ptr<Keychain> keychain;
+  std::shared_ptr<SecureRandom> secureRandom;
+  std::shared_ptr<DeviceFacts> deviceFacts;
+  std::shared_ptr<AdvertisingIdentity> advertisingIdentity;
+  std::shared_ptr<Reachability> reachability;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -41,5 +52,10 @@ PreferenceStore& preferences();
 Application& application();
 AdsNetwork& adsNetwork();
 Device& device();
+Keychain& keychain();
+SecureRandom& secureRandom();
+DeviceFacts& deviceFacts();
+AdvertisingIdentity& advertisingIdentity();
+Reachability& reachability();
 
 }  // namespace platform

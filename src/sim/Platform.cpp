@@ -324,6 +324,11 @@ void FileManager::setDocumentsPath(std::optional<std::string> path) {
   documents_ = std::move(path);
 }
 
+void FileManager::setApplicationSupportPath(std::string path) {
+  std::lock_guard lock(mu_);
+  applicationSupport_ = std::move(path);
+}
+
 void FileManager::setFileSystem(std::int64_t size, std::int64_t freeSize) {
   std::lock_guard lock(mu_);
   attributes_ = {{platform::kFileSystemSize, static_cast<long long>(size)},
@@ -346,7 +351,7 @@ std::vector<std::string> FileManager::searchPathForDirectoriesInDomains(int dire
     if (documents_) return {*documents_};
     return {};
   }
-  if (directory == platform::kApplicationSupportDirectory) return {"/sim/Library/Application Support"};
+  if (directory == platform::kApplicationSupportDirectory) return {applicationSupport_};
   if (directory == platform::kCachesDirectory) return {"/sim/Library/Caches"};
   return {};
 }
@@ -568,7 +573,8 @@ Platform::Platform()
       application_(std::make_shared<Application>()),
       ads_(std::make_shared<AdsNetwork>()),
       device_(std::make_shared<Device>()) {
-  platform::install(platform::Services{photos_, images_, frames_, files_, preferences_, application_, ads_, device_});
+  platform::install(platform::Services{photos_, images_, frames_, files_, preferences_, application_, ads_, device_,
+                                       keychain_, random_, deviceFacts_, advertising_, reachability_});
 }
 
 Platform::~Platform() { platform::uninstall(); }

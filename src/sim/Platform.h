@@ -17,6 +17,7 @@
 
 #include "platform/FullScreenAd.h"
 #include "platform/Platform.h"
+#include "sim/MeasurementServices.h"
 
 namespace sim {
 
@@ -133,6 +134,8 @@ class AssetImageGenerator : public platform::AssetImageGenerator {
 class FileManager : public platform::FileManager {
  public:
   void setDocumentsPath(std::optional<std::string> path);
+  // The application-support folder ("/sim/Library/Application Support" at first).
+  void setApplicationSupportPath(std::string path);
   void setFileSystem(std::int64_t size, std::int64_t freeSize);
   // Replaces the attributes returned (for missing or mistyped keys).
   void setAttributes(kit::Dictionary attributes);
@@ -146,6 +149,7 @@ class FileManager : public platform::FileManager {
  private:
   mutable std::mutex mu_;
   std::optional<std::string> documents_ = "/sim/Documents";
+  std::string applicationSupport_ = "/sim/Library/Application Support";
   kit::Dictionary attributes_{{platform::kFileSystemSize, 128000000000LL},
                               {platform::kFileSystemFreeSize, 64000000000LL}};
   bool fail_ = false;
@@ -277,6 +281,11 @@ class Platform {
   Application& application() { return *application_; }
   AdsNetwork& ads() { return *ads_; }
   Device& device() { return *device_; }
+  Keychain& keychain() { return *keychain_; }
+  SecureRandom& secureRandom() { return *random_; }
+  DeviceFacts& deviceFacts() { return *deviceFacts_; }
+  AdvertisingIdentity& advertisingIdentity() { return *advertising_; }
+  Reachability& reachability() { return *reachability_; }
 
  private:
   std::shared_ptr<PhotoLibrary> photos_;
@@ -287,6 +296,11 @@ class Platform {
   std::shared_ptr<Application> application_;
   std::shared_ptr<AdsNetwork> ads_;
   std::shared_ptr<Device> device_;
+  std::shared_ptr<Keychain> keychain_ = std::make_shared<Keychain>();
+  std::shared_ptr<SecureRandom> random_ = std::make_shared<SecureRandom>();
+  std::shared_ptr<DeviceFacts> deviceFacts_ = std::make_shared<DeviceFacts>();
+  std::shared_ptr<AdvertisingIdentity> advertising_ = std::make_shared<AdvertisingIdentity>();
+  std::shared_ptr<Reachability> reachability_ = std::make_shared<Reachability>();
 };
 
 }  // namespace sim

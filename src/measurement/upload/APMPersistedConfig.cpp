@@ -15,3 +15,51 @@ double APMPersistedConfig::lastDeleteStaleBundlesTimestamp() const {
 void APMPersistedConfig::setLastDeleteStaleBundlesTimestamp(double timestamp) {
   store_->setObject(kit::Value(timestamp), kAPMPersistedConfigLastDeleteStaleKey);
 }
+
+namespace {
+constexpr const char* kLastSessionActivityKey = "/stuvop/measurement/last_session_activity";
+constexpr const char* kSessionNumberKey = "/stuvop/measurement/session_number";
+constexpr const char* kAppInstanceIDKey = "/stuvop/measurement/app_instance_id";
+constexpr const char* kLastAppVersionKey = "/stuvop/measurement/last_app_version";
+constexpr const char* kLastOSVersionKey = "/stuvop/measurement/last_os_version";
+}  // namespace
+
+double APMPersistedConfig::lastSessionActivityClockTime() const {
+  return store_->doubleForKey(kLastSessionActivityKey);
+}
+
+void APMPersistedConfig::setLastSessionActivityClockTime(double timestamp) {
+  store_->setObject(kit::Value(timestamp), kLastSessionActivityKey);
+}
+
+std::int64_t APMPersistedConfig::sessionNumber() const {
+  return store_->integerForKey(kSessionNumberKey);
+}
+
+void APMPersistedConfig::setSessionNumber(std::int64_t number) {
+  store_->setObject(kit::Value(static_cast<long long>(number)), kSessionNumberKey);
+}
+
+std::string APMPersistedConfig::appInstanceID() const {
+  return store_->stringForKey(kAppInstanceIDKey).value_or("");
+}
+
+void APMPersistedConfig::setAppInstanceID(const std::string& identifier) {
+  store_->setObject(kit::Value(identifier), kAppInstanceIDKey);
+}
+
+std::string APMPersistedConfig::lastAppVersion() const {
+  return store_->stringForKey(kLastAppVersionKey).value_or("");
+}
+
+void APMPersistedConfig::setLastAppVersion(const std::string& version) {
+  store_->setObject(kit::Value(version), kLastAppVersionKey);
+}
+
+std::string APMPersistedConfig::lastOSVersion() const {
+  return store_->stringForKey(kLastOSVersionKey).value_or("");
+}
+
+void APMPersistedConfig::setLastOSVersion(const std::string& version) {
+  store_->setObject(kit::Value(version), kLastOSVersionKey);
+}

@@ -3,7 +3,9 @@
 // Thread-safe as far as the preference store is.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <string>
 
 #include "platform/PreferenceStore.h"
 
@@ -25,6 +27,21 @@ class APMPersistedConfig {
   // When stale rows were last deleted, seconds since 1970.
   double lastDeleteStaleBundlesTimestamp() const;
   void setLastDeleteStaleBundlesTimestamp(double timestamp);
+
+  // When the session last saw activity, seconds since 1970; 0 when never.
+  double lastSessionActivityClockTime() const;
+  void setLastSessionActivityClockTime(double timestamp);
+  // The number of the current session; 0 before the first.
+  std::int64_t sessionNumber() const;
+  void setSessionNumber(std::int64_t number);
+  // The application instance identifier; empty until one is made.
+  std::string appInstanceID() const;
+  void setAppInstanceID(const std::string& identifier);
+  // The application and system versions the last start saw; empty when none.
+  std::string lastAppVersion() const;
+  void setLastAppVersion(const std::string& version);
+  std::string lastOSVersion() const;
+  void setLastOSVersion(const std::string& version);
 
  private:
   std::shared_ptr<platform::PreferenceStore> store_;

@@ -1,0 +1,33 @@
+// `solvanta measurement [--json]`: what the measurement client holds about the person, in
+// words: the events waiting to be bundled (with their parameters), the bundles waiting to be
+// sent (decoded), the user properties, today's counts and the consent state. Reads only;
+// nothing is sent anywhere.
+#pragma once
+
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace cli {
+
+extern const char* const kMeasurementUsage;
+
+// Everything the client holds in the database at `databasePath`, as one JSON object:
+// {"database", "raw_events": [...], "bundles": [...], "user_properties": [...],
+//  "daily_counts": {...}, "consent": {...}}. Nothing, with `error` filled, when the file
+// cannot be opened. Needs an installed kit environment (for the day of the counts).
+std::optional<nlohmann::json> measurementReport(const std::string& databasePath,
+                                                double midnightOffset, std::string* error);
+
+// The report in words, one section per part.
+std::string measurementText(const nlohmann::json& report);
+
+// Runs the command with `args` (those after "measurement"): the database of the app's
+// Application Support folder, or --database PATH. Returns 0, 2 on bad arguments, 3 when
+// the database cannot be read.
+int runMeasurement(const std::vector<std::string>& args, std::FILE* out, std::FILE* err);
+
+}  // namespace cli

@@ -1,0 +1,91 @@
+#include "cli/MeasurementCommand.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+
+#include "measurement/events/APMMeasurement.h"
+#include "sim/Environment.h"
+#include "sim/Platform.h"
+
+namespace cli {
+namespace {
+
+using ::testing::HasSubstr;
+
+class MeasurementCommandTest : public ::testing::Test {
+ protected:
+  MeasurementCommandTest() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "apm_cli_XXXXXX").string();
+    folder_ = ::mkdtemp(pattern.data());
+    path_ = folder_ + "/m.sql";
+  }
+  ~MeasurementCommandTest() override { std::filesystem::remove_all(folder_); }
+
+  // A database with one bundled event and one waiting, made by the client itself.
+  void record() {
+    APMMeasurementOptions options;
+    options.databasePath = path_;
+    options.settings.consentSignals = "G110";
+    APMMeasurement m(options);
+    auto run = [&](std::function<void()> block) {
+      m.scheduler().scheduleOnWorkerQueueBlockID("test", std::move(block));
+      env_.runUntilIdle();
+    };
+    run([&] { m.setUserAttributeOnWorkerQueue("colour", APMValue::fromString("blue"), "app", 5); });
+    m.logEvent(*APMEvent::create("app", "scan_done", env_.now(), 0,
+                                 {{"found", APMValue::fromInt64(12)}}));
+    env_.runUntilIdle();
+    run([&] { ASSERT_TRUE(m.bundleRawEvents()); });
+    m.logEvent(*APMEvent::create("app", "delete", env_.now() + 1, 0,
+                                 {{"items", APMValue::fromInt64(3)}}));
+    env_.runUntilIdle();
+  }
+
+  sim::Environment env_;
+  sim::Platform platform_;
+  std::string folder_, path_;
+};
+
+TEST_F(MeasurementCommandTest, ReportsWaitingEventsBundlesPropertiesCountsAndConsent) {
+  record();
+  std::string error;
+  auto report = measurementReport(path_, 0, &error);
+  ASSERT_TRUE(report) << error;
+  const auto& raw = (*report)["raw_events"];
+  ASSERT_EQ(raw.size(), 1u);
+  EXPECT_EQ(raw[0]["name"], "delete");
+  EXPECT_EQ(raw[0]["parameters"]["items"], 3);
+  EXPECT_EQ(raw[0]["time"], "2025-01-01T00:00:01Z");
+  const auto& bundles = (*report)["bundles"];
+  ASSERT_EQ(bundles.size(), 1u);
+  EXPECT_EQ(bundles[0]["events"][0]["name"], "scan_done");
+  EXPECT_EQ(bundles[0]["events"][0]["parameters"]["found"], 12);
+  EXPECT_EQ(bundles[0]["user_properties"][0]["value"], "blue");
+  EXPECT_EQ((*report)["user_properties"][0]["origin"], "app");
+  EXPECT_EQ((*report)["daily_counts"]["events"], 2);
+  EXPECT_EQ((*report)["consent"]["analytics"], "denied");
+  EXPECT_EQ((*report)["consent"]["device_identifier"], "none");
+
+  std::string text = measurementText(*report);
+  EXPECT_THAT(text, HasSubstr("Events waiting to be bundled: 1\n  delete at 2025-01-01T00:00:01Z\n"
+                              "      _o = app\n      items = 3\n"));
+  EXPECT_THAT(text, HasSubstr("Bundles waiting to be sent: 1\n  bundle 1,"));
+  EXPECT_THAT(text, HasSubstr("  colour = blue (set by app, 1970-01-01T00:00:05Z)\n"));
+  EXPECT_THAT(text, HasSubstr("Consent: G110; ads not denied, analytics denied"));
+}
+
+TEST_F(MeasurementCommandTest, MissingDatabaseAndBadArguments) {
+  std::string error;
+  EXPECT_FALSE(measurementReport(folder_ + "/none.sql", 0, &error));
+  EXPECT_THAT(error, HasSubstr("no measurement database"));
+  EXPECT_FALSE(std::filesystem::exists(folder_ + "/none.sql"));
+  std::FILE* sink = std::tmpfile();
+  EXPECT_EQ(runMeasurement({"--bogus"}, sink, sink), 2);
+  std::fclose(sink);
+}
+
+}  // namespace
+}  // namespace cli

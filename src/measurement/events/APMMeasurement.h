@@ -1,0 +1,162 @@
+// APMMeasurement: the measurement client's core. It owns the worker queue, the database, the
+// identity, the alarm and the session reporter; it turns events into rows of `raw_events`
+// and runs of rows into bundles in `queue`.
+//
+// Threading: the public entry points (logEvent, setUserAttribute, start) may be called from
+// any thread and hop onto the worker queue. Every method whose name ends in OnWorkerQueue,
+// and every other method below the "worker queue" mark, runs on the worker queue only.
+//
+// Failures never reach the caller: each goes to APMMonitor. A write that loses an event logs
+// a message beginning "Data loss." and rolls its transaction back.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "measurement/events/APMEvent.h"
+#include "measurement/events/APMIdentity.h"
+#include "measurement/events/APMMeasurementSettings.h"
+#include "measurement/events/APMScheduler.h"
+#include "measurement/events/APMSessionReporter.h"
+#include "measurement/store/APMDatabase.h"
+#include "measurement/upload/APMPersistedConfig.h"
+
+struct APMMeasurementOptions {
+  // The database file; empty: "stuvop-app-measurement.sql" in "Stuvop/Measurement" of the
+  // application-support folder (the folders made with mode 0700).
+  std::string databasePath;
+  // Null: kept in the installed platform's preference store.
+  std::shared_ptr<APMPersistedConfig> persistedConfig;
+  APMAppInfo appInfo;
+  APMMeasurementSettings settings;
+};
+
+class APMMeasurement {
+ public:
+  // Hears every event logged with notifyEventListeners, on the worker queue.
+  using EventListener = std::function<void(const APMEvent&)>;
+
+  // Makes the worker queue; nothing else happens until start().
+  explicit APMMeasurement(APMMeasurementOptions options);
+  ~APMMeasurement();
+  APMMeasurement(const APMMeasurement&) = delete;
+  APMMeasurement& operator=(const APMMeasurement&) = delete;
+
+  // The process's instance, or null before the client started itself.
+  static std::shared_ptr<APMMeasurement> sharedInstance();
+  static void setSharedInstance(std::shared_ptr<APMMeasurement> measurement);
+
+  // Any thread. Schedules startMeasurementOnWorkerQueue.
+  void start();
+  // Any thread. Schedules logEventOnWorkerQueue(event, true).
+  void logEvent(APMEvent event);
+  // Any thread. Sets (or, with no value, removes) a user property on the worker queue.
+  void setUserAttribute(std::string name, std::optional<APMValue> value, std::string origin,
+                        double timestamp);
+  // Any thread.
+  void addEventListener(EventListener listener);
+
+  APMScheduler& scheduler() { return scheduler_; }
+  APMSessionReporter& sessionReporter() { return *sessionReporter_; }
+  const APMAppInfo& appInfo() const { return appInfo_; }
+  const std::string& databasePath() const { return databasePath_; }
+
+  // ---- worker queue ----
+  APMMeasurementSettings& settings() { return settings_; }
+  APMPersistedConfig& persistedConfig() { return *persistedConfig_; }
+  // The open database, or null when it could not be opened.
+  APMDatabase* database() { return database_.get(); }
+  APMAlarm& alarm() { return alarm_; }
+
+  // Opens the database, reports the first open or the app and OS updates, updates the
+  // schedule. False when the database cannot be opened (nothing is then recorded).
+  bool startMeasurementOnWorkerQueue();
+  void logEventOnWorkerQueue(const APMEvent& event, bool notifyEventListeners);
+  // An event the client makes itself: no listeners hear it.
+  void handleInternalEventOnWorkerQueue(const APMEvent& event);
+  void handleEventOnWorkerQueue(const APMEvent& event);
+  bool writeEventOnWorkerQueue(const APMEvent& event);
+  bool writeFilteredEventOnWorkerQueue(APMEvent event);
+  // The daily limits. Counts the event in `counts` and says whether it is stored.
+  bool shouldProcessEvent(const APMEvent& event, APMDailyCounts& counts, bool isPublicEvent);
+  // Decides (and marks on `event`) whether the event asks for real-time upload.
+  bool isRealtimeEvent(APMEvent& event, APMDailyCounts& counts);
+  bool writeEvent(const APMEvent& event, bool isPublicEvent, bool isRealtime);
+  bool isEventBlocklisted(const std::string& name) const;
+  // For a purchase, refund or in-app purchase with a numeric `value` and a three-letter
+  // `currency`: adds the value in micro-units (subtracts for `refund`) to the user property
+  // "_ltv_<currency>", keeping only the newest maxTrackedCurrencies such properties.
+  void updateLifetimeValueWithEvent(const APMEvent& event);
+
+  // Turns the oldest contiguous run of raw events of one header into a bundle in `queue`, in
+  // one transaction. True when rows were consumed (a bundle made, or every event rejected or
+  // sampled away); false when there was nothing to do or the transaction failed.
+  bool bundleRawEvents();
+  // bundleRawEvents until it yields nothing or maxBundlesCreatedPerIteration ran; returns
+  // how many ran with a result.
+  int bundleRawEventsForUpload();
+
+  // Arms the upload alarm. The upload pass installs `handler`; until then the schedule has
+  // nothing to arm.
+  void updateSchedule();
+  void setScheduleHandler(std::function<void()> handler) { scheduleHandler_ = std::move(handler); }
+
+  // Sets or removes a user property now (worker queue), with the limits on public
+  // properties and per-origin properties. Returns whether the change was stored.
+  bool setUserAttributeOnWorkerQueue(const std::string& name, const std::optional<APMValue>& value,
+                                     const std::string& origin, double timestamp);
+
+  // The header shared by events logged under these user properties: a bundle without events.
+  APMPBMessage<APMPBMeasurementBundle> createRawEventMetadataWithUserAttributes(
+      const std::vector<APMUserAttribute>& attributes);
+
+  // Seconds since 1970 on the installed clock.
+  static double now();
+  // Logs an internal `_err` event with `parameters` (origin "auto").
+  void logErrorEventOnWorkerQueue(APMParameters parameters);
+
+ private:
+  struct BundleState;
+
+  std::optional<APMEvent> eventAfterSafelistingEvent(const APMEvent& event);
+  bool dedupeSubscriptionEvent(const APMEvent& event);
+  bool openDatabaseOnWorkerQueue();
+  void reportFirstOpenOnWorkerQueue();
+  void reportAppUpdateOnWorkerQueue();
+  void reportOSUpdateOnWorkerQueue();
+  // The keychain count of previous first opens.
+  std::int64_t previousFirstOpenCount();
+  void storePreviousFirstOpenCount(std::int64_t count);
+  std::optional<std::vector<APMEvent>> processRawEvents(std::vector<APMRawEventData>& rows,
+                                                        APMDailyCounts& counts, bool* changed);
+  bool evaluationTimeFromRawEvents(const std::vector<APMEvent>& events);
+  std::optional<std::vector<APMEvent>> eventsAfterUpdatingEventAggregates(
+      const std::vector<APMEvent>& events);
+  std::optional<std::vector<APMPBMessage<APMPBEvent>>> sampleEvents(
+      std::vector<APMPBMessage<APMPBEvent>> events, platform::Error* error);
+  bool updateAppMetadataForBundle(APMPBMeasurementBundle& bundle, std::int64_t startMillis,
+                                  std::int64_t endMillis);
+  void addBundleMetadataIntoBundle(APMPBMeasurementBundle& bundle, std::int64_t startMillis,
+                                   std::int64_t endMillis);
+  bool addToUserPropertyNumber(const std::string& name, std::int64_t delta, double timestamp);
+  std::uint32_t uniformRandom(std::uint32_t upperBound);
+
+  APMAppInfo appInfo_;
+  APMMeasurementSettings settings_;
+  std::string databasePath_;
+  std::shared_ptr<APMPersistedConfig> persistedConfig_;
+  APMScheduler scheduler_;
+  APMAlarm alarm_;
+  std::unique_ptr<APMDatabase> database_;
+  std::unique_ptr<APMSessionReporter> sessionReporter_;
+  std::function<void()> scheduleHandler_;
+  std::mutex listenersMu_;
+  std::vector<EventListener> listeners_;
+  double loadTime_ = 0;
+};
