@@ -114,6 +114,27 @@ TEST_F(DeletionTest, ARowDeletionAsksThenTakesTheWholeSectionOffAndRescans) {
   EXPECT_EQ(screen->sectionArray1().size(), 1u);  // b0 b1 again; a0 stands alone now
 }
 
+TEST_F(DeletionTest, TheRescanTimerKeepsItsScreenAliveWhenAnotherTakesTheSlots) {
+  scan();
+  kit::tap(*rowDelete(0));
+  alert()->chooseActionTitled("Yes");
+  world.env.runUntilIdle();
+  // Within the second: back, and another scan screen takes the slots; nothing else holds the
+  // first one.
+  nav->popViewControllerAnimated(false);
+  auto other = std::make_shared<media::DuplicatePhotoVC>();
+  nav->pushViewController(other, false);
+  world.env.runUntilIdle();
+  std::weak_ptr<media::DuplicatePhotoVC> first = screen;
+  screen.reset();
+  EXPECT_FALSE(first.expired());  // the timer holds it
+  world.env.advance(1.0);
+  // popBack ran on the first screen: its rescan reports to the screen in the slots.
+  EXPECT_EQ(other->sectionArray1().size(), 1u);
+  world.env.runUntilIdle();
+  EXPECT_TRUE(first.expired());  // let go once fired
+}
+
 TEST_F(DeletionTest, ARowWithNothingMarkedOrAVideoRowDoesNothing) {
   scan();
   auto mark = [&] {

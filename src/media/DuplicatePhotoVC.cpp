@@ -419,16 +419,17 @@ void DuplicatePhotoVC::setVideoSectionArray(VideoSections sections) {
   videoSections_.store(std::make_shared<const VideoSections>(std::move(sections)));
 }
 
-void DuplicatePhotoVC::photoScanFinished() { scanFinished(); }
+void DuplicatePhotoVC::photoScanFinished() { scanFinished(/*photos=*/true); }
 
-void DuplicatePhotoVC::videoScanFinished() { scanFinished(); }
+void DuplicatePhotoVC::videoScanFinished() { scanFinished(/*photos=*/false); }
 
-// Both finished events: the count of the sections is read here, on the scan's thread, so
-// sections still queued for the main thread are not in it.
-void DuplicatePhotoVC::scanFinished() {
+// Both finished events: the count of the event's own list (sectionArray1 for photos,
+// videoSectionArray for videos, whatever the screen's type) is read here, on the scan's
+// thread, so sections still queued for the main thread are not in it.
+void DuplicatePhotoVC::scanFinished(bool photos) {
   auto self = sharedAs<DuplicatePhotoVC>();
   kit::mainQueue().async([] { kit::ProgressHUD::shared().dismiss(); });
-  std::size_t count = sectionCount();
+  std::size_t count = photos ? photoSections_.load()->size() : videoSections_.load()->size();
   kit::mainQueue().async([self, count] {
     if (count == 0) self->showNoDuplicates();
     else self->showResultCounters();
@@ -790,9 +791,12 @@ void DuplicatePhotoVC::deleteSection(std::size_t row) {
           self->reloadSections();
           kit::ToastManager::shared().makeToast(self->view(), std::string("Deleted Successfully"), 3.0,
                                                 kit::ToastPosition::Bottom);
-          std::weak_ptr<DuplicatePhotoVC> weak = self;
-          self->popBackTimer_ = kit::scheduledTimer(1.0, false, [weak](kit::Timer&) {
-            if (auto screen = weak.lock()) screen->popBack();
+          // The timer keeps its target alive until it fires, as the platform's timers do, so
+          // the rescan comes even when another screen has taken the slots meanwhile.
+          auto target = std::make_shared<std::shared_ptr<DuplicatePhotoVC>>(self);
+          self->popBackTimer_ = kit::scheduledTimer(1.0, false, [target](kit::Timer&) {
+            std::shared_ptr<DuplicatePhotoVC> screen = std::move(*target);
+            if (screen) screen->popBack();
           });
           self->clearedDatainMb = twoDecimals(self->totalPhotoSize);
         });

@@ -229,7 +229,7 @@ class DuplicatePhotoVC : public kit::ViewController,
   bool isPhotos() const { return selectedtype == "Photos"; }
   // The sections of the current type, as (count, member lists).
   std::size_t sectionCount() const;
-  void scanFinished();
+  void scanFinished(bool photos);
   void setupAnimation(kit::AnimationView& animation, const std::string& name, kit::View& holder);
 
   void finishCleaning();

@@ -175,6 +175,25 @@ TEST_F(DuplicatePhotoVCTest, AnyOtherTypeTakesTheVideoPath) {
   EXPECT_TRUE(shown().count("totalSelectBtn"));  // the video list was assigned before the finished event
 }
 
+TEST_F(DuplicatePhotoVCTest, TheFinishedEventCountsTheListOfItsOwnKind) {
+  // A photo scan reporting to a screen of the video type: the photo list decides.
+  open(platform::AuthorizationStatus::Authorized, "Videos");
+  world.env.runUntilIdle();
+  std::vector<std::shared_ptr<media::ImageSets>> members;
+  for (int i = 0; i < 2; ++i) {
+    members.push_back(std::make_shared<media::ImageSets>(0, sim::photo(T0 + i), "01-01-24", "2024:01:01 00:00:00", 0.0));
+  }
+  screen->setSectionArray1(media::PhotoSections{std::make_shared<media::PhotoSectionItem>("01-01-24", members, false, 1, 2)});
+  screen->photoScanFinished();
+  world.env.runUntilIdle();
+  EXPECT_TRUE(shown().count("totalSelectBtn"));
+  EXPECT_TRUE(shown().count("duplicatePhotoCount"));
+  // And a video scan's finish reads the (empty) video list, whatever the photo list holds.
+  screen->videoScanFinished();
+  world.env.runUntilIdle();
+  EXPECT_FALSE(shown().count("totalSelectBtn"));
+}
+
 TEST_F(DuplicatePhotoVCTest, EveryAppearanceTakesTheSlotsAndLoadsTheBanner) {
   open(platform::AuthorizationStatus::Authorized);
   world.env.runUntilIdle();
