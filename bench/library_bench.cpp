@@ -194,6 +194,9 @@ int main(int argc, char** argv) {
     std::printf("  later fetch of unchanged files: %.3f s (goal: under 0.3 s for 10,000) %s\n",
                 gWarmFresh, gWarmFresh * 10000.0 / n < 0.3 ? "met" : "NOT MET");
   }
+  if (gCold > 0) std::printf("figure: first_fetch_files_per_s %.0f 1/s\n", n / gCold);
+  if (gTool > 0) std::printf("figure: exiftool_files_per_s %.0f 1/s\n", n / gTool);
+  if (gWarmFresh > 0) std::printf("figure: later_fetch_10k_s %.3f s\n", gWarmFresh * 10000.0 / n);
   std::string cleanup = "rm -rf '" + setup().dir + "'";
   return std::system(cleanup.c_str()) == 0 ? 0 : 1;
 }

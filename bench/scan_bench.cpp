@@ -4,6 +4,9 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -83,6 +86,32 @@ BENCHMARK(BM_PhotoScan)
     ->ReportAggregatesOnly(true)
     ->ComputeStatistics("min", [](const std::vector<double>& v) { return *std::min_element(v.begin(), v.end()); });
 
+// Prints as the console does and keeps the mean time of each size's repetitions.
+class FigureReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const Run& run : runs) {
+      if (run.run_type != Run::RT_Aggregate || run.aggregate_name != "mean" || run.error_occurred) continue;
+      // "BM_PhotoScan/100000" -> 100000
+      std::string args = run.run_name.args;
+      seconds[std::atol(args.c_str())] = run.real_accumulated_time / static_cast<double>(run.iterations);
+    }
+  }
+  std::map<long, double> seconds;
+};
+
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  FigureReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+  auto& s = reporter.seconds;
+  if (s.count(100000)) std::printf("figure: scan_100k_s %.4f s\n", s[100000]);
+  if (s.count(100000) && s.count(10000) && s[10000] > 0) {
+    std::printf("figure: scan_100k_over_10k_ratio %.2f x\n", s[100000] / s[10000]);
+  }
+  return 0;
+}

@@ -235,6 +235,8 @@ int main(int argc, char** argv) {
                 reporter.wallRate("BM_PlainSqlite") / reporter.wallRate("BM_APMDatabase"),
                 reporter.cpuRate("BM_PlainSqlite") / reporter.cpuRate("BM_APMDatabase"));
   }
+  std::printf("figure: apm_events_per_s %.0f 1/s\n", reporter.wallRate("BM_APMDatabase"));
+  std::printf("figure: plain_sqlite_events_per_s %.0f 1/s\n", reporter.wallRate("BM_PlainSqlite"));
   std::filesystem::remove_all(benchFolder());
   benchmark::Shutdown();
   return 0;
