@@ -221,6 +221,36 @@ QImage creative(int w, int h, const QColor& from, const QColor& to, const QStrin
 
 }  // namespace
 
+// The app's icon at `size` pixels: two photo cards, one over the other (a duplicate), on the
+// accent colour.
+QImage appIcon(int size) {
+  QImage img = canvas(size, size);
+  draw(img, [&](QPainter& p) {
+    p.scale(size / 128.0, size / 128.0);
+    p.setPen(Qt::NoPen);
+    p.setBrush(kAccent);
+    p.drawRoundedRect(QRectF(4, 4, 120, 120), 28, 28);
+    auto card = [&p](QPointF at, const QColor& sky) {
+      p.setBrush(Qt::white);
+      p.drawRoundedRect(QRectF(at, QSizeF(58, 58)), 8, 8);
+      p.setBrush(sky);
+      p.drawRoundedRect(QRectF(at + QPointF(5, 5), QSizeF(48, 48)), 5, 5);
+      p.setBrush(Qt::white);
+      QPainterPath hills;
+      hills.moveTo(at + QPointF(8, 50));
+      hills.lineTo(at + QPointF(24, 28));
+      hills.lineTo(at + QPointF(34, 40));
+      hills.lineTo(at + QPointF(40, 33));
+      hills.lineTo(at + QPointF(50, 50));
+      hills.closeSubpath();
+      p.drawPath(hills);
+    };
+    card(QPointF(22, 22), QColor("#8CC4FF"));
+    card(QPointF(48, 48), QColor("#B9A6FF"));
+  });
+  return img;
+}
+
 int main(int argc, char** argv) {
   qputenv("QT_QPA_PLATFORM", "offscreen");
   QGuiApplication app(argc, argv);
@@ -231,7 +261,11 @@ int main(int argc, char** argv) {
   QDir dir(QString::fromLocal8Bit(argv[1]));
   dir.mkpath("images");
   dir.mkpath("ads");
+  dir.mkpath("icons");
   bool ok = true;
+  for (int size : {48, 64, 128, 256}) {
+    ok &= save(appIcon(size), dir.filePath(QString("icons/solvanta-%1.png").arg(size)));
+  }
   ok &= save(check(true), dir.filePath("images/check.png"));
   ok &= save(check(false), dir.filePath("images/uncheck.png"));
   ok &= save(permissionArt(), dir.filePath("images/permission.png"));
