@@ -237,7 +237,8 @@ class DuplicatePhotoVC : public kit::ViewController,
 
   kit::AtomicShared<const std::vector<platform::AssetPtr>> selected_{
       std::make_shared<const std::vector<platform::AssetPtr>>()};
-  std::shared_ptr<kit::Timer> popBackTimer_;
+  // The rescan timer; the run loop owns it (and, through it, this screen) until it fires.
+  std::weak_ptr<kit::Timer> popBackTimer_;
   kit::AtomicShared<const PhotoSections> photoSections_{std::make_shared<const PhotoSections>()};
   kit::AtomicShared<const VideoSections> videoSections_{std::make_shared<const VideoSections>()};
   // Sections whose thumbnails the image manager was asked to prepare. The scan's thread.
