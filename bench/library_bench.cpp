@@ -16,8 +16,8 @@
 #include <functional>
 #include <string>
 
-#include "desktop/AppFolders.h"
-#include "desktop/FolderPhotoLibrary.h"
+#include "desktop/system/AppFolders.h"
+#include "desktop/library/FolderPhotoLibrary.h"
 #include "samplegen/SampleMedia.h"
 
 namespace {

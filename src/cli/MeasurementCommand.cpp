@@ -7,8 +7,8 @@
 #include <map>
 #include <memory>
 
-#include "desktop/AppFolders.h"
-#include "desktop/JsonPreferenceStore.h"
+#include "desktop/system/AppFolders.h"
+#include "desktop/system/JsonPreferenceStore.h"
 #include "desktop/threaded/ThreadedEnvironment.h"
 #include "measurement/events/APMEvent.h"
 #include "measurement/events/APMIdentity.h"

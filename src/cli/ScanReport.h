@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "desktop/FolderPhotoLibrary.h"
+#include "desktop/library/FolderPhotoLibrary.h"
 #include "kit/Date.h"
 
 namespace cli {

@@ -3,8 +3,8 @@
 #include <climits>
 #include <cstdlib>
 
-#include "desktop/FileUtil.h"
-#include "desktop/MetadataIndex.h"
+#include "desktop/system/FileUtil.h"
+#include "desktop/library/MetadataIndex.h"
 #include "platform/Platform.h"
 
 namespace desktop {

@@ -6,16 +6,16 @@
 #include <optional>
 #include <string>
 
-#include "desktop/AppFolders.h"
-#include "desktop/Application.h"
-#include "desktop/Device.h"
-#include "desktop/FileManager.h"
-#include "desktop/FolderPhotoLibrary.h"
-#include "desktop/HouseAdsNetwork.h"
-#include "desktop/JsonPreferenceStore.h"
-#include "desktop/PermissionStore.h"
-#include "desktop/ThumbnailImageManager.h"
-#include "desktop/VideoFrameGenerator.h"
+#include "desktop/system/AppFolders.h"
+#include "desktop/system/Application.h"
+#include "desktop/system/Device.h"
+#include "desktop/system/FileManager.h"
+#include "desktop/library/FolderPhotoLibrary.h"
+#include "desktop/ads/HouseAdsNetwork.h"
+#include "desktop/system/JsonPreferenceStore.h"
+#include "desktop/system/PermissionStore.h"
+#include "desktop/media/ThumbnailImageManager.h"
+#include "desktop/media/VideoFrameGenerator.h"
 #include "desktop/system/MeasurementServices.h"
 
 namespace desktop {

@@ -13,7 +13,7 @@
 #include <optional>
 
 #include "ads/AdConfig.h"
-#include "desktop/DeploymentConfig.h"
+#include "desktop/system/DeploymentConfig.h"
 #include "desktop/Platform.h"
 #include "gui/FlowScreenshots.h"
 #include "gui/GuiApp.h"

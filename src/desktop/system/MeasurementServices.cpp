@@ -14,9 +14,9 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
-#include "desktop/AppFolders.h"
-#include "desktop/Device.h"
-#include "desktop/FileUtil.h"
+#include "desktop/system/AppFolders.h"
+#include "desktop/system/Device.h"
+#include "desktop/system/FileUtil.h"
 
 namespace desktop {
 namespace {

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <set>
 
-#include "desktop/FileUtil.h"
+#include "desktop/system/FileUtil.h"
 #include "desktop/testing/DesktopTesting.h"
 
 namespace desktop {

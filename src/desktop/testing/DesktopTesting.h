@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "desktop/AppFolders.h"
-#include "desktop/FolderPhotoLibrary.h"
+#include "desktop/system/AppFolders.h"
+#include "desktop/library/FolderPhotoLibrary.h"
 #include "samplegen/SampleMedia.h"
 
 namespace desktop::testing {

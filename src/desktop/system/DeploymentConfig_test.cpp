@@ -1,0 +1,110 @@
+#include "desktop/system/DeploymentConfig.h"
+
+#include <gtest/gtest.h>
+
+#include "desktop/testing/DesktopTesting.h"
+
+namespace desktop {
+namespace {
+
+void writeText(const std::string& path, const std::string& text) {
+  testing::writeBytes(path, std::vector<std::uint8_t>(text.begin(), text.end()));
+}
+
+void expectDefaults(const DeploymentConfig& config) {
+  DeploymentConfig defaults;
+  EXPECT_EQ(config.interstitialAdUnitID, defaults.interstitialAdUnitID);
+  EXPECT_EQ(config.appOpenAdUnitID, defaults.appOpenAdUnitID);
+  EXPECT_EQ(config.bannerAdUnitID, defaults.bannerAdUnitID);
+  EXPECT_EQ(config.testDeviceIdentifier, defaults.testDeviceIdentifier);
+  EXPECT_EQ(config.houseAdsFillRate, 1.0);
+  EXPECT_EQ(config.houseAdsLatencySeconds, 0.5);
+}
+
+struct DeploymentConfigTest : ::testing::Test {
+  testing::IsolatedHome home;
+  testing::ScopedEnv named{"SOLVANTA_DEPLOYMENT", std::nullopt};
+  std::string defaultPath() const { return home.folders().config() + "/deployment.json"; }
+};
+
+TEST_F(DeploymentConfigTest, TheFileSetsWhatItNamesAndLeavesTheRest) {
+  writeText(defaultPath(), R"({
+    "interstitialAdUnitID": "inter-1", "appOpenAdUnitID": "open-1", "bannerAdUnitID": "banner-1",
+    "testDeviceIdentifier": "device-1", "houseAds": {"fillRate": 0.25, "latencySeconds": 2}
+  })");
+  DeploymentConfigLoad load = loadDeploymentConfig(home.folders());
+  EXPECT_TRUE(load.fromFile);
+  EXPECT_EQ(load.path, defaultPath());
+  EXPECT_EQ(load.problem, "");
+  EXPECT_EQ(load.config.interstitialAdUnitID, "inter-1");
+  EXPECT_EQ(load.config.appOpenAdUnitID, "open-1");
+  EXPECT_EQ(load.config.bannerAdUnitID, "banner-1");
+  EXPECT_EQ(load.config.testDeviceIdentifier, "device-1");
+  EXPECT_EQ(load.config.houseAdsFillRate, 0.25);
+  EXPECT_EQ(load.config.houseAdsLatencySeconds, 2.0);
+
+  writeText(defaultPath(), R"({"houseAds": {"fillRate": 0}})");
+  load = loadDeploymentConfig(home.folders());
+  EXPECT_TRUE(load.fromFile);
+  EXPECT_EQ(load.config.houseAdsFillRate, 0.0);
+  EXPECT_EQ(load.config.houseAdsLatencySeconds, 0.5);
+  EXPECT_EQ(load.config.bannerAdUnitID, DeploymentConfig().bannerAdUnitID);
+}
+
+TEST_F(DeploymentConfigTest, NoFileMeansTheDefaultsQuietly) {
+  DeploymentConfigLoad load = loadDeploymentConfig(home.folders());
+  EXPECT_FALSE(load.fromFile);
+  EXPECT_EQ(load.problem, "");
+  expectDefaults(load.config);
+  EXPECT_FALSE(load.config.interstitialAdUnitID);  // the app keeps its own defaults
+}
+
+TEST_F(DeploymentConfigTest, TheVariableNamesAnotherFileWhichMustExist) {
+  writeText(defaultPath(), R"({"bannerAdUnitID": "from-default"})");
+  std::string other = home.dir() / "elsewhere.json";
+  writeText(other, R"({"bannerAdUnitID": "from-variable"})");
+  {
+    testing::ScopedEnv set("SOLVANTA_DEPLOYMENT", other);
+    DeploymentConfigLoad load = loadDeploymentConfig(home.folders());
+    EXPECT_EQ(load.path, other);
+    EXPECT_EQ(load.config.bannerAdUnitID, "from-variable");
+  }
+  testing::ScopedEnv missing("SOLVANTA_DEPLOYMENT", home.dir() / "missing.json");
+  DeploymentConfigLoad load = loadDeploymentConfig(home.folders());
+  EXPECT_FALSE(load.fromFile);
+  EXPECT_NE(load.problem.find("missing.json"), std::string::npos);
+  expectDefaults(load.config);
+}
+
+TEST_F(DeploymentConfigTest, ABadFileGivesTheDefaultsAndSaysWhy) {
+  struct Case {
+    std::string text;
+    std::string hint;
+  };
+  const Case cases[] = {
+      {R"({"bannerAdUnitID": "b", )", "not valid JSON"},
+      {R"(["bannerAdUnitID"])", "top level"},
+      {R"({"bannerAdUnitID": 42})", "\"bannerAdUnitID\" must be a string"},
+      {R"({"houseAds": {"fillRate": 1.5}})", "\"houseAds.fillRate\" is out of range"},
+      {R"({"houseAds": {"fillRate": "1"}})", "\"houseAds.fillRate\" must be a number"},
+      {R"({"houseAds": {"latencySeconds": -1}})", "\"houseAds.latencySeconds\" is out of range"},
+      {R"({"houseAds": {"filRate": 0.5}})", "unknown key \"houseAds.filRate\""},
+      {R"({"houseAds": 0.5})", "\"houseAds\" must be an object"},
+      {R"({"bannerAdUnitId": "b"})", "unknown key \"bannerAdUnitId\""},
+  };
+  for (const Case& c : cases) {
+    writeText(defaultPath(), c.text);
+    DeploymentConfigLoad load = loadDeploymentConfig(home.folders());
+    EXPECT_FALSE(load.fromFile) << c.text;
+    EXPECT_NE(load.problem.find(c.hint), std::string::npos) << load.problem;
+    EXPECT_NE(load.problem.find(defaultPath()), std::string::npos) << load.problem;
+    expectDefaults(load.config);
+  }
+  // A folder where the file should be cannot be read.
+  DeploymentConfigLoad folder = readDeploymentConfig(home.dir().path());
+  EXPECT_FALSE(folder.fromFile);
+  EXPECT_NE(folder.problem.find(home.dir().path()), std::string::npos);
+}
+
+}  // namespace
+}  // namespace desktop

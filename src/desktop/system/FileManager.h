@@ -1,0 +1,29 @@
+// Files on Linux: the app's standard folders under the XDG folders, and file-system figures
+// from statvfs.
+#pragma once
+
+#include "desktop/system/AppFolders.h"
+#include "platform/FileManager.h"
+
+namespace desktop {
+
+class FileManager : public platform::FileManager {
+ public:
+  explicit FileManager(AppFolders folders);
+
+  // Documents: $XDG_DATA_HOME/solvanta/Documents; Application Support:
+  // $XDG_DATA_HOME/solvanta/Application Support (both made with mode 0700 when missing);
+  // Caches: $XDG_CACHE_HOME/solvanta. Only the user domain has folders. Without
+  // `expandTilde` a folder under the home folder starts with "~". Any thread.
+  std::vector<std::string> searchPathForDirectoriesInDomains(int directory, int domainMask,
+                                                             bool expandTilde) override;
+  // NSFileSystemSize (all blocks) and NSFileSystemFreeSize (blocks available to this user),
+  // in bytes, as integers. Any thread.
+  std::optional<kit::Dictionary> attributesOfFileSystemForPath(const std::string& path,
+                                                               platform::Error* error) override;
+
+ private:
+  AppFolders folders_;
+};
+
+}  // namespace desktop
