@@ -240,8 +240,8 @@ std::string DateFormatter::stringFromDate(Date date) const {
       second = static_cast<int>(secOfDay % 60);
   int weekday = static_cast<int>(((days % 7) + 11) % 7);  // 1970-01-01 was a Thursday (4)
 
+  // No reservation: short texts such as "dd-MM-yy" then stay inside the string itself.
   std::string out;
-  out.reserve(32);
   for (const Token& tok : *tokens_) {
     switch (tok.field) {
       case 0: out += tok.literal; break;

@@ -1,5 +1,6 @@
 #include "media/AssetList.h"
 
+#include <algorithm>
 #include <functional>
 #include <string>
 
@@ -27,21 +28,45 @@ bool AssetList::contains(const platform::Asset& asset) const {
   return slots_[probe(id, hashOf(id))] != 0;
 }
 
+void AssetList::reserve(std::size_t count) {
+  std::size_t wanted = slots_.empty() ? 64 : slots_.size();
+  while ((items_.size() + count) * 2 > wanted) wanted *= 2;
+  items_.reserve(items_.size() + count);
+  if (wanted != slots_.size()) rehash(wanted);
+}
+
 bool AssetList::appendIfAbsent(const platform::AssetPtr& asset) {
-  if ((items_.size() + 1) * 2 > slots_.size()) grow();
-  const std::string& id = asset->localIdentifier();
-  std::uint64_t hash = hashOf(id);
-  std::size_t i = probe(id, hash);
+  if ((items_.size() + 1) * 2 > slots_.size()) rehash(slots_.empty() ? 64 : slots_.size() * 2);
+  return insert(asset, hashOf(asset->localIdentifier()));
+}
+
+void AssetList::appendAllIfAbsent(const std::vector<platform::AssetPtr>& assets) {
+  reserve(assets.size());
+  // A large table lives in memory, not in the cache: ask for a run's slots first, so that the
+  // waits for them overlap, then insert the run.
+  constexpr std::size_t kRun = 16;
+  std::uint64_t hashes[kRun];
+  const std::size_t mask = slots_.size() - 1;
+  for (std::size_t start = 0; start < assets.size(); start += kRun) {
+    std::size_t n = std::min(kRun, assets.size() - start);
+    for (std::size_t k = 0; k < n; ++k) {
+      hashes[k] = hashOf(assets[start + k]->localIdentifier());
+      __builtin_prefetch(&slots_[hashes[k] & mask]);
+    }
+    for (std::size_t k = 0; k < n; ++k) insert(assets[start + k], hashes[k]);
+  }
+}
+
+bool AssetList::insert(const platform::AssetPtr& asset, std::uint64_t hash) {
+  std::size_t i = probe(asset->localIdentifier(), hash);
   if (slots_[i] != 0) return false;
   slots_[i] = (tagOf(hash) << 32) | items_.size();
   items_.push_back(asset);
   return true;
 }
 
-void AssetList::grow() {
-  std::vector<std::uint64_t> old;
-  old.swap(slots_);
-  slots_.assign(old.empty() ? 64 : old.size() * 2, 0);
+void AssetList::rehash(std::size_t slotCount) {
+  slots_.assign(slotCount, 0);
   for (std::size_t index = 0; index < items_.size(); ++index) {
     const std::string& id = items_[index]->localIdentifier();
     std::uint64_t hash = hashOf(id);

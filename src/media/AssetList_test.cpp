@@ -23,4 +23,21 @@ TEST(AssetListTest, KeepsFirstOfEqualAssetsInOrderThroughGrowth) {
   EXPECT_FALSE(list.contains(*sim::photo(0, "id1000")));
 }
 
+// The run-wise append must give what appending one by one gives: duplicates inside the run,
+// duplicates of earlier items, and a run that crosses several table rebuilds.
+TEST(AssetListTest, AppendAllMatchesAppendingOneByOne) {
+  std::vector<platform::AssetPtr> first, second;
+  for (int i = 0; i < 300; ++i) first.push_back(sim::photo(i, "id" + std::to_string(i % 200)));
+  for (int i = 0; i < 5000; ++i) second.push_back(sim::photo(i, "id" + std::to_string((i * 7) % 3000)));
+  media::AssetList runWise, oneByOne;
+  runWise.appendAllIfAbsent(first);
+  runWise.appendAllIfAbsent(second);
+  for (const auto& a : first) oneByOne.appendIfAbsent(a);
+  for (const auto& a : second) oneByOne.appendIfAbsent(a);
+  EXPECT_EQ(runWise.items(), oneByOne.items());
+  EXPECT_EQ(runWise.size(), 3000u);
+  EXPECT_TRUE(runWise.contains(*sim::photo(0, "id2999")));
+  EXPECT_FALSE(runWise.contains(*sim::photo(0, "id3000")));
+}
+
 }  // namespace

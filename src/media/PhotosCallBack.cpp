@@ -16,6 +16,11 @@ void PhotosCallBack::addToTotalImagesArray(const platform::AssetPtr& asset) {
   totalImages_.appendIfAbsent(asset);
 }
 
+void PhotosCallBack::addToTotalImagesArray(const std::vector<platform::AssetPtr>& assets) {
+  std::lock_guard lock(totalMu_);
+  totalImages_.appendAllIfAbsent(assets);
+}
+
 std::vector<platform::AssetPtr> PhotosCallBack::totalImagesArray() const {
   std::lock_guard lock(totalMu_);
   return totalImages_.items();

@@ -46,6 +46,8 @@ class PhotosCallBack : public SectionSlot<PhotoSectionItem, PhotosCallBackDelega
   // scans; nothing else reads it. Any thread.
   void addToTotalImagesArray(const platform::AssetPtr& asset);
   std::vector<platform::AssetPtr> totalImagesArray() const;
+  // Appends each of `assets` in the same way, under one hold of the lock.
+  void addToTotalImagesArray(const std::vector<platform::AssetPtr>& assets);
 
  private:
   mutable std::mutex totalMu_;

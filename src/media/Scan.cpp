@@ -153,10 +153,11 @@ void scanPhotos(Counters counters) {
     if (auto listener = slot->itemdelegates.load()) listener->totalPhotosCount(count);
     records.reserve(static_cast<std::size_t>(count));
     keys.reserve(static_cast<std::size_t>(count));
+    // Every fetched asset joins the slot's list, as the pass below meets it.
+    slot->addToTotalImagesArray(fetch.assets());
     ScanCounters& c = *counters;
     for (int i = 0; i < count; ++i) {
       const platform::AssetPtr& asset = fetch.objectAtIndex(i);
-      slot->addToTotalImagesArray(asset);
       AssetDates dates = datesOf(*asset);
       c.batchCounter = kit::checkedAdd(c.batchCounter, 1);
       c.progressFraction += 0.0f;
