@@ -455,12 +455,12 @@ bool APMDatabase::ensureAllTables(platform::Error* error) {
 }
 
 bool APMDatabase::reset(platform::Error* error) {
-  store_->closeAndDeleteDatabase(nullptr);
-  if (!initializeDatabaseResourcesWithContext("Reset", error)) {
+  // The old file must go first: reopening it would bring the old data back.
+  if (!store_->closeAndDeleteDatabase(error)) {
     APMMonitor::log(kAPMMonitorLevelError, kCodeResetFailed, "Failed to delete database data");
     return false;
   }
-  return true;
+  return initializeDatabaseResourcesWithContext("Reset", error);
 }
 
 bool APMDatabase::performTransaction(const std::function<bool()>& block, platform::Error* error) {

@@ -74,7 +74,9 @@ class APMDatabase {
   // "Transaction failed. <error>".
   bool performTransaction(const std::function<bool()>& block, platform::Error* error = nullptr);
 
-  // Deletes the file and builds a fresh database at the same path.
+  // Deletes the file and builds a fresh database at the same path. When the file cannot be
+  // deleted, logs "Failed to delete database data" and returns false with the store closed:
+  // the old data are never reopened.
   bool reset(platform::Error* error);
 
   // --- app_metadata ---

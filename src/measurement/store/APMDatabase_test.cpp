@@ -49,8 +49,8 @@ class APMDatabaseTest : public ::testing::Test {
   APMSqliteStore& store() { return database_->store(); }
   std::int64_t rows(const char* table) { return *store().rowCountForTableWithName(table, nullptr); }
 
-  // Inserts `count` generated rows into `table` through plain SQL; `values` is the select
-  // list over i = 1..count.
+  // Inserts `count` generated rows into `table` (a name, or a name with its column list)
+  // through plain SQL; `values` is the select list over i = 1..count.
   void fill(const char* table, int count, const std::string& values) {
     ASSERT_TRUE(store().executeSQL(
         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
@@ -464,6 +464,120 @@ TEST_F(APMDatabaseTest, ResetStartsOverWithAnEmptyDatabase) {
   ASSERT_TRUE(database_->reset(nullptr));
   EXPECT_EQ(rows("queue"), 0);
   EXPECT_EQ(rows("app_metadata"), 1);
+}
+
+// A file that cannot be deleted must not be reopened with its old data.
+TEST_F(APMDatabaseTest, AResetThatCannotDeleteTheFileLeavesTheStoreClosed) {
+  ASSERT_TRUE(database_->insertBundle(*makeBundle(now()), false, nullptr));
+  // A non-empty folder where the journal would be cannot be removed, not even by root.
+  std::filesystem::create_directories(path_ + "-journal/keep");
+  platform::Error error;
+  EXPECT_FALSE(database_->reset(&error));
+  EXPECT_TRUE(monitor_.contains("Failed to delete database data"));
+  EXPECT_FALSE(store().isOpen());
+  EXPECT_FALSE(database_->isQueuedBundleTableEmpty(nullptr));
+}
+
+TEST_F(APMDatabaseTest, AFailedTransactionRollsBackAndSaysWhy) {
+  ASSERT_TRUE(database_->insertBundle(*makeBundle(now()), false, nullptr));
+  platform::Error error;
+  EXPECT_FALSE(database_->performTransaction(
+      [&] { return store().executeSQL("DELETE FROM queue", {}, nullptr) && false; }, &error));
+  EXPECT_EQ(rows("queue"), 1);
+  EXPECT_TRUE(database_->performTransaction(
+      [&] { return store().executeSQL("DELETE FROM queue", {}, nullptr); }, nullptr));
+  EXPECT_EQ(database_->isQueuedBundleTableEmpty(nullptr), true);
+  // A transaction inside a transaction fails to begin.
+  EXPECT_TRUE(database_->performTransaction(
+      [&] { return !database_->performTransaction([] { return true; }, nullptr); }, nullptr));
+  const APMMonitorEntry* failed = nullptr;
+  for (const auto& entry : monitor_.entries()) {
+    if (entry.message.rfind("Transaction failed. ", 0) == 0) failed = &entry;
+  }
+  EXPECT_NE(failed, nullptr);
+}
+
+TEST_F(APMDatabaseTest, EventAggregatesCountPublicNamesAndClearSessionCounts) {
+  auto aggregates = [](const char* name, std::int64_t session) {
+    return *APMEventAggregates::create(name, 5, 2, session, 100);
+  };
+  // "_" is the escaped wildcard: "x_y" and "%" are public names, "_vs" is not.
+  for (const char* name : {"_vs", "x_y", "%", "purchase"}) {
+    ASSERT_TRUE(database_->updateEventAggregates(aggregates(name, 3), nullptr)) << name;
+  }
+  EXPECT_EQ(database_->countPublicEventNames(nullptr), 3);
+  ASSERT_TRUE(database_->clearCurrentSessionCounts(nullptr));
+  auto all = database_->queryAllEventAggregates(nullptr);
+  ASSERT_TRUE(all);
+  ASSERT_EQ(all->size(), 4u);
+  for (const auto& a : *all) {
+    EXPECT_EQ(a.currentSessionCount, 0) << a.name;
+    EXPECT_EQ(a.lifetimeCount, 5) << a.name;
+  }
+}
+
+TEST_F(APMDatabaseTest, RemoteConfigAndMainEventParamsRoundTrip) {
+  EXPECT_EQ(database_->queryRemoteConfigData(nullptr), kit::Data{});
+  EXPECT_EQ(database_->queryRemoteConfigTimestamp(nullptr), 0.0);
+  ASSERT_TRUE(database_->updateRemoteConfig(kit::Data{1, 2, 3}, 50, nullptr));
+  ASSERT_TRUE(database_->updateRemoteConfigSuccessfulTimestamp(70, nullptr));
+  EXPECT_EQ(database_->queryRemoteConfigData(nullptr), (kit::Data{1, 2, 3}));
+  EXPECT_EQ(database_->queryRemoteConfigTimestamp(nullptr), 70.0);
+
+  ASSERT_TRUE(database_->updateMainEventParams({7, 2, kit::Data{9}}, nullptr));
+  ASSERT_TRUE(database_->updateMainEventParams({7, 1, kit::Data{8}}, nullptr));  // replaces
+  auto found = database_->queryMainEventParamsWithEventID(7, nullptr);
+  ASSERT_TRUE(found && *found);
+  EXPECT_EQ((*found)->childrenToProcess, 1);
+  EXPECT_EQ((*found)->mainEvent, kit::Data{8});
+  ASSERT_TRUE(database_->deleteMainEventParamsWithEventID(7, nullptr));
+  found = database_->queryMainEventParamsWithEventID(7, nullptr);
+  ASSERT_TRUE(found);
+  EXPECT_FALSE(*found);
+}
+
+TEST_F(APMDatabaseTest, RawEventHeadersAreKeptOncePerFingerprint) {
+  auto header = makeBundle(now());
+  ASSERT_TRUE(database_->insertIfNotExistsRawEventMetadata(42, *header.protoBuffer(), nullptr));
+  APMPBSetString(&header->app_id, "other");
+  ASSERT_TRUE(database_->insertIfNotExistsRawEventMetadata(42, *header.protoBuffer(), nullptr));
+  auto found = database_->queryRawEventsMetadataWithFingerprint(42, nullptr);
+  ASSERT_TRUE(found && *found);
+  EXPECT_EQ(APMPBString((**found)->app_id), "com.example.app");  // the first one stays
+  ASSERT_TRUE(database_->deleteRawEventMetadataWithMetadataFingerprint(42, nullptr));
+  found = database_->queryRawEventsMetadataWithFingerprint(42, nullptr);
+  ASSERT_TRUE(found);
+  EXPECT_FALSE(*found);
+}
+
+TEST_F(APMDatabaseTest, BundlesAreDeletedByRowID) {
+  EXPECT_EQ(database_->isQueuedBundleTableEmpty(nullptr), true);
+  auto a = database_->insertBundle(*makeBundle(now()), false, nullptr);
+  auto b = database_->insertBundle(*makeBundle(now()), false, nullptr);
+  ASSERT_TRUE(a && b);
+  EXPECT_EQ(database_->isQueuedBundleTableEmpty(nullptr), false);
+  ASSERT_TRUE(database_->deleteBundlesWithRowIDs({*a, 9999}, nullptr));
+  auto left = database_->queryBundlesWithCountLimit(10, 1 << 20, nullptr);
+  ASSERT_TRUE(left);
+  ASSERT_EQ(left->size(), 1u);
+  EXPECT_EQ(left->front().rowID, *b);
+}
+
+TEST_F(APMDatabaseTest, UserAttributesAndConditionalPropertiesStopAtAThousandNames) {
+  fill("user_attributes (name, set_timestamp, value, origin)", 1000, "'u' || i, 0, X'01', 'app'");
+  fill("conditional_properties (name, origin, value, creation_timestamp, active, trigger_timeout, "
+       "triggered_timestamp, time_to_live)",
+       1000, "'c' || i, 'app', X'01', 0, 0, 0, 0, 0");
+  EXPECT_FALSE(database_->updateUserAttribute({"app", "new", APMValue::fromInt64(1), 1}, nullptr));
+  EXPECT_TRUE(database_->updateUserAttribute({"app", "u7", APMValue::fromInt64(1), 1}, nullptr));
+  APMConditionalProperty property;
+  property.name = "new";
+  property.origin = "app";
+  EXPECT_FALSE(database_->updateConditionalProperty(property, nullptr));
+  property.name = "c7";
+  EXPECT_TRUE(database_->updateConditionalProperty(property, nullptr));
+  EXPECT_EQ(rows("user_attributes"), 1000);
+  EXPECT_EQ(rows("conditional_properties"), 1000);
 }
 
 }  // namespace

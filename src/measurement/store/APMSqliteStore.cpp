@@ -179,11 +179,8 @@ bool APMSqliteStore::Statement::bind(const Parameters& values, platform::Error* 
                        error)) {
     return false;
   }
-  if (!APMCheck(static_cast<int>(values.size()) == sqlite3_bind_parameter_count(statement_),
-                kAPMErrorCodeInvalidArgument, "Parameter count does not match the statement",
-                error)) {
-    return false;
-  }
+  // SQLite's own rules for the count: a placeholder left without a value binds NULL, a value
+  // beyond the last placeholder fails as a "bind values" error.
   for (std::size_t i = 0; i < values.size(); ++i) {
     const kit::Value& v = values[i];
     int index = static_cast<int>(i) + 1;

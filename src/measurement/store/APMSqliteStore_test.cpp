@@ -100,6 +100,13 @@ TEST_F(APMSqliteStoreTest, RefusesSeveralStatementsEmptyParametersAndUnbindableV
   EXPECT_FALSE(store->numberForQuery("SELECT ?", {kit::Value(kit::Array{})}, &error));
   EXPECT_EQ(error.localizedDescription,
             "Failed to bind parameter of unexpected type to update statement");
+  // A value beyond the last placeholder is SQLite's range error; a missing one binds NULL.
+  EXPECT_FALSE(store->numberForQuery("SELECT ?", {1, 2}, &error));
+  EXPECT_NE(error.localizedDescription.find("Database operation \"bind values\" failed with sqlite code 25"),
+            std::string::npos)
+      << error.localizedDescription;
+  EXPECT_EQ(store->numberForQuery("SELECT ? IS NULL AND ? = 4", {kit::Value(), 4}, nullptr), kit::Value(1));
+  EXPECT_EQ(store->numberForQuery("SELECT ?2 IS NULL", {kit::Value()}, nullptr), kit::Value(1));
   EXPECT_FALSE(store->numberForQuery("SELECT 'text'", {}, &error));
   EXPECT_EQ(error.localizedDescription, "Found result that was not numeric");
   EXPECT_FALSE(store->executeSQL("SELEKT 1", {}, &error));
