@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "measurement/APMMonitor.h"
+#include "measurement/events/APMEventNames.h"
 #include "measurement/events/APMParameterCleaning.h"
 
 namespace {
@@ -55,6 +58,33 @@ TEST_F(APMDataTypeValidatorTest, LengthsCountCodePointsAtEveryBoundary) {
   APMValue id256 = APMValue::fromString(std::string(256, 'x'));
   EXPECT_TRUE(V::isValidInternalUserAttributeValue(&id256, "_id", &code_));
   EXPECT_FALSE(V::isValidInternalUserAttributeValue(&id256, "_uid", &code_));
+}
+
+TEST_F(APMDataTypeValidatorTest, InternalAndConditionalLimits) {
+  using V = APMDataTypeValidator;
+  APMValue v256 = APMValue::fromString(repeat(kWideSymbol, 256));
+  APMValue v257 = APMValue::fromString(repeat(kWideSymbol, 257));
+  EXPECT_TRUE(V::isValidInternalEventParameterValue(&v256, &code_));
+  EXPECT_FALSE(V::isValidInternalEventParameterValue(&v257, &code_));
+  EXPECT_EQ(code_, 2);
+  EXPECT_TRUE(V::isValidInternalUserAttributeValue(&v256, "_sbraid", &code_));
+  EXPECT_FALSE(V::isValidInternalUserAttributeValue(&v257, "_sbraid", &code_));
+
+  // Origins up to 32, names up to 24, both internal names; values from 1 to 36.
+  EXPECT_TRUE(V::isValidConditionalUserPropertyOrigin(kit::Value(std::string(32, 'o')), &code_));
+  EXPECT_FALSE(V::isValidConditionalUserPropertyOrigin(kit::Value(std::string(33, 'o')), &code_));
+  EXPECT_FALSE(V::isValidConditionalUserPropertyOrigin(kit::Value(""), &code_));
+  EXPECT_EQ(code_, 1);
+  EXPECT_TRUE(V::isValidConditionalUserPropertyName(kit::Value("_" + std::string(23, 'n')), &code_));
+  EXPECT_FALSE(V::isValidConditionalUserPropertyName(kit::Value(std::string(25, 'n')), &code_));
+  EXPECT_FALSE(V::isValidConditionalUserPropertyName(kit::Value("a b"), &code_));
+  EXPECT_EQ(code_, 3);
+  APMValue v36 = APMValue::fromString(repeat(kWideSymbol, 36));
+  APMValue v37 = APMValue::fromString(repeat(kWideSymbol, 37));
+  APMValue empty = APMValue::fromString("");
+  EXPECT_TRUE(V::isValidConditionalUserPropertyValue(&v36, &code_));
+  EXPECT_FALSE(V::isValidConditionalUserPropertyValue(&v37, &code_));
+  EXPECT_FALSE(V::isValidConditionalUserPropertyValue(&empty, &code_));
 }
 
 TEST_F(APMDataTypeValidatorTest, NamesAreLettersDigitsAndUnderscoresStartingWithALetter) {
@@ -174,6 +204,35 @@ TEST_F(APMDataTypeValidatorTest, NumbersAndCurrencies) {
   }
   EXPECT_TRUE(monitor_.contains(
       "Event parameter value must contain a 3-letter ISO_4217 currency code. value"));
+}
+
+// Every table and its inverse agree: each internal name leads back to a public name that
+// leads to it, and the shared internal names keep one public name.
+TEST(APMEventNamesTest, NameTablesAndTheirInversesAgree) {
+  struct Pair {
+    const APMNameMap& forward;
+    const APMNameMap& inverse;
+  };
+  for (const Pair& p : {Pair{APMEventNameMap(), APMEventInternalNameMap()},
+                        Pair{APMParameterNameMap(), APMParameterInternalNameMap()},
+                        Pair{APMUserPropertyNameMap(), APMUserPropertyInternalNameMap()}}) {
+    std::set<std::string> internals;
+    for (const auto& [publicName, internalName] : p.forward) {
+      internals.insert(internalName);
+      ASSERT_TRUE(p.inverse.count(internalName)) << internalName;
+      EXPECT_EQ(p.forward.at(p.inverse.at(internalName)), internalName);
+    }
+    EXPECT_EQ(p.inverse.size(), internals.size());
+  }
+  EXPECT_EQ(APMEventNameMap().size(), 33u);
+  EXPECT_EQ(APMEventInternalNameMap().size(), 32u);  // orvex_campaign and sa_campaign share _cmp
+  EXPECT_EQ(APMEventInternalNameMap().at("_cmp"), "orvex_campaign");
+  EXPECT_EQ(APMParameterNameMap().at("sa_conversion"), "_c");
+  EXPECT_EQ(APMInternalEventName("screen_view"), "_vs");
+  EXPECT_EQ(APMInternalEventName("sa_campaign"), "_cmp");
+  EXPECT_EQ(APMInternalEventName("level_up"), std::nullopt);
+  EXPECT_EQ(APMPublicEventName("_ab"), "app_background");
+  EXPECT_EQ(APMPublicEventName("screen_view"), std::nullopt);
 }
 
 TEST(APMTrimmedStringTest, CutsByCodePointsAndAppendsAnEllipsis) {

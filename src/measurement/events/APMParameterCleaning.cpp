@@ -182,9 +182,8 @@ APMParameters APMCleanParameters(const kit::Dictionary& parameters, const std::s
         kAPMMonitorLevelWarning, kCodeTooManyParameters,
         "Event cannot contain more than " + std::to_string(maxPublicEventParams) + " parameters");
     trimCounted(cleaned, false, static_cast<std::size_t>(maxPublicEventParams));
-    if (!cleaned.count(kError)) {
-      cleaned.emplace(kError, code(APMEventErrorCode::ParameterLimitReached));
-    }
+    // Unlike a bad name or value, the limit's code replaces an earlier one (its _ev stays).
+    cleaned.insert_or_assign(kError, code(APMEventErrorCode::ParameterLimitReached));
   }
   return cleaned;
 }
@@ -195,9 +194,10 @@ void APMApplyValueRule(const std::string& eventName, APMParameters& parameters) 
   auto value = parameters.find("value");
   if (!shouldValidateParams || value == parameters.end()) return;
 
+  // The value rule's error replaces any earlier `_err` and `_ev`.
   auto addError = [&parameters](APMEventErrorCode error, const char* errorValue) {
-    if (!hasErrorParameters(parameters)) {
-      parameters.merge(APMErrorParameters(error, errorValue, kNameLimit));
+    for (auto& [name, v] : APMErrorParameters(error, errorValue, kNameLimit)) {
+      parameters.insert_or_assign(name, std::move(v));
     }
   };
   if (!APMDataTypeValidator::isValidNumericValue(&value->second, nullptr)) {

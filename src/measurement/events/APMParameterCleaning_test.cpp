@@ -138,6 +138,20 @@ TEST_F(APMParameterCleaningTest, ValueRuleForConversions) {
   APMApplyValueRule("level_up", params);
   EXPECT_EQ(params.size(), 1u);
 
+  // The value rule's error replaces an earlier one, as the parameter limit's does; the
+  // clearing of a conversion and a bad name defer to an earlier one.
+  params = {{"_c", I(1)}, {"value", S("lots")}, {"_err", I(3)}, {"_ev", S("a-b")}};
+  APMApplyValueRule("purchase", params);
+  EXPECT_EQ(params, (APMParameters{{"_err", I(18)}, {"_ev", S("value")}}));
+  kit::Dictionary many{{"a-b", 1}};
+  for (int i = 0; i < 26; ++i) many.emplace("p" + std::to_string(100 + i), i);
+  auto cleaned = APMCleanParameters(many, "level_up", true);
+  EXPECT_EQ(cleaned.at("_err"), I(5));
+  EXPECT_EQ(cleaned.at("_ev"), S("a-b"));
+
+  params = {{"_c", I(1)}, {"_err", I(3)}};
+  APMClearConversion(params);
+  EXPECT_EQ(params, (APMParameters{{"_err", I(3)}}));
   params = {{"_c", I(1)}};
   APMClearConversion(params);
   EXPECT_EQ(params, (APMParameters{{"_err", I(10)}}));
