@@ -97,6 +97,41 @@ TEST_F(DeletionTest, CancelGoesBackToTheResults) {
   EXPECT_TRUE(world.platform.photos().deletedIdentifiers().empty());
 }
 
+// After the clean road the list is empty but the hidden table was not reloaded: a row's
+// bin then finds its row and answers with the manager's default toast, and the toast of a
+// row deletion keeps its own position and duration whatever the defaults say.
+TEST_F(DeletionTest, RowToastsOnAnEmptyListAndAfterADeletion) {
+  scan();
+  auto staleBin = rowDelete(0);
+  kit::tap(*screen->cleanButton);
+  kit::tap(*screen->deleteButton);
+  world.env.runUntilIdle();
+  ASSERT_TRUE(screen->sectionArray1().empty());
+  auto& manager = kit::ToastManager::shared();
+  manager.duration = 7.0;
+  manager.position = kit::ToastPosition::Top;
+  screen->deleteButtonTappedWithSender(staleBin.get());
+  ASSERT_EQ(toasts(), (std::vector<std::string>{"No Duplicate Photos Deleted"}));
+  EXPECT_EQ(manager.activeToasts().back().duration, 7.0);
+  EXPECT_EQ(manager.activeToasts().back().position, kit::ToastPosition::Top);
+  EXPECT_FALSE(alert());
+  world.env.advance(8.0);
+
+  auto fresh = std::make_shared<media::DuplicatePhotoVC>();
+  nav->popViewControllerAnimated(false);
+  screen = fresh;
+  world.platform.photos().setAssets({});
+  scan();
+  kit::tap(*rowDelete(0));
+  alert()->chooseActionTitled("Yes");
+  world.env.runUntilIdle();
+  ASSERT_EQ(toasts(), (std::vector<std::string>{"Deleted Successfully"}));
+  EXPECT_EQ(manager.activeToasts().back().duration, 3.0);
+  EXPECT_EQ(manager.activeToasts().back().position, kit::ToastPosition::Bottom);
+  manager.duration = 3.0;
+  manager.position = kit::ToastPosition::Bottom;
+}
+
 TEST_F(DeletionTest, ARowDeletionAsksThenTakesTheWholeSectionOffAndRescans) {
   scan();
   kit::tap(*rowDelete(0));

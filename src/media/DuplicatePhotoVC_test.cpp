@@ -8,6 +8,7 @@
 #include "kit/Console.h"
 #include "kit/NavigationController.h"
 #include "kit/Window.h"
+#include "shared/ViewHelpers.h"
 #include "sim/World.h"
 
 namespace {
@@ -54,6 +55,28 @@ TEST_F(DuplicatePhotoVCTest, FirstRunAsksThenShowsTheFindPromptOnConsent) {
   EXPECT_EQ(text("cleanHeadLbl"), "Let's Begin");
   EXPECT_EQ(screen->findBtn->currentTitle(), "Find Duplicate Photos");
   EXPECT_TRUE(platform::application().isIdleTimerDisabled());
+}
+
+// What the screen sets at load that no state shows until later: the disabled clean button's
+// first title, the scanning texts, the counters' frame and the video wording.
+TEST_F(DuplicatePhotoVCTest, LoadPreparesTheHiddenPanels) {
+  open(platform::AuthorizationStatus::Authorized, "Videos");
+  world.env.runUntilIdle();
+  EXPECT_EQ(screen->cleanButton->currentTitle(), "Finding Duplicates..");
+  EXPECT_FALSE(screen->cleanButton->isEnabled());
+  EXPECT_EQ(text("scanHeadLbl"), "Scanning....please wait");
+  EXPECT_EQ(text("scanSubheadingLbl"), "We are onto it, please be patient.");
+  EXPECT_EQ(screen->totalSelectBtn->cornerRadius(), 10);
+  EXPECT_EQ(screen->totalSelectBtn->borderColor(), shared::colorFromHex("#2485EF"));
+  EXPECT_EQ(screen->cleanHeightConstraint->constant(), 0);
+  for (const char* hidden : {"scanningView", "deletePopView", "cleanButtonView", "totalSelectedLbl",
+                             "duplicatePhotoCount", "adsView", "noImageLabel", "duplicatetext"}) {
+    EXPECT_TRUE(screen->outlet<kit::View>(hidden).isHidden()) << hidden;
+  }
+  EXPECT_EQ(text("cleanSubheadingLbl"),
+            "This feature will go through your gallery to pick duplicate Videos. Don't worry it won't delete "
+            "before your confirmation.");
+  EXPECT_EQ(screen->findBtn->currentTitle(), "Find Duplicate Videos");
 }
 
 TEST_F(DuplicatePhotoVCTest, LimitedAccessStaysInPermissionNeededAndOpensSettings) {
