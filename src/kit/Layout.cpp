@@ -17,7 +17,10 @@ std::vector<std::weak_ptr<View>>& pending() {
 
 }  // namespace
 
-void View::setNeedsLayout() { pending().push_back(std::static_pointer_cast<View>(shared_from_this())); }
+void View::setNeedsLayout() {
+  needsLayout_ = true;
+  pending().push_back(std::static_pointer_cast<View>(shared_from_this()));
+}
 
 void runLayoutPass() {
   // Layout work may ask for more layout (a table cell reloading its own collection); a bound on

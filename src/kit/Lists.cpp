@@ -82,7 +82,7 @@ void ListView::setVisibleRange(int first, int count) {
     for (const IndexPath& p : wanted) {
       if (!visible_.count(p)) showCell(p);
     }
-    notify("cells");
+    cellsChanged();
   }
 }
 
@@ -127,7 +127,7 @@ void ListView::layoutIfNeeded() {
   visible_.clear();
   refreshCounts();
   for (const IndexPath& p : windowPaths()) showCell(p);
-  notify("cells");
+  cellsChanged();
 }
 
 void ListView::reloadItemsAtIndexPaths(const std::vector<IndexPath>& paths) {
@@ -145,7 +145,7 @@ void ListView::reloadItemsAtIndexPaths(const std::vector<IndexPath>& paths) {
     visible_.erase(it);
     showCell(p);
   }
-  notify("cells");
+  cellsChanged();
 }
 
 std::vector<std::shared_ptr<ListCell>> ListView::visibleCells() const {
@@ -225,6 +225,38 @@ Size CollectionView::sizeForItem(IndexPath indexPath) {
     if (auto s = d->sizeForItemAtIndexPath(*this, indexPath)) return *s;
   }
   return layout_->itemSize();
+}
+
+Size CollectionView::measureContent() {
+  const bool horizontal = layout_->scrollDirection() == 1;
+  const EdgeInsets inset = layout_->sectionInset();
+  // Along the scroll direction lines follow each other; across it items share a line.
+  const double across = horizontal ? frame().height() : frame().width();
+  double along = 0;
+  const std::vector<int>& counts = knownCounts();
+  for (int section = 0; section < static_cast<int>(counts.size()); ++section) {
+    const int n = counts[static_cast<std::size_t>(section)];
+    along += horizontal ? inset.left + inset.right : inset.top + inset.bottom;
+    if (n <= 0) continue;
+    const Size item = sizeForItem({section, 0});
+    const double itemAlong = horizontal ? item.width : item.height;
+    const double itemAcross = horizontal ? item.height : item.width;
+    const double room = across - (horizontal ? inset.top + inset.bottom : inset.left + inset.right);
+    const double spacing = layout_->minimumInteritemSpacing();
+    int perLine = itemAcross + spacing > 0 ? static_cast<int>((room + spacing) / (itemAcross + spacing)) : n;
+    perLine = std::max(1, std::min(perLine, n));
+    const int lines = (n + perLine - 1) / perLine;
+    along += lines * itemAlong + (lines - 1) * layout_->minimumLineSpacing();
+  }
+  return horizontal ? Size{along, across} : Size{across, along};
+}
+
+void CollectionView::cellsChanged() {
+  ListView::cellsChanged();
+  Size measured = measureContent();
+  if (measured == contentSize_) return;
+  contentSize_ = measured;
+  notify("contentSize");
 }
 
 int CollectionView::querySections() {

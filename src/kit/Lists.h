@@ -99,6 +99,9 @@ class ListView : public View {
   virtual int queryItems(int section) = 0;
   virtual std::shared_ptr<ListCell> queryCell(IndexPath indexPath) = 0;
   virtual void willDisplay(ListCell&, IndexPath) {}
+  // Called after the shown cells changed (a layout pass or a reload of items); notifies
+  // "cells".
+  virtual void cellsChanged() { notify("cells"); }
 
  private:
   void refreshCounts();
@@ -253,6 +256,10 @@ class CollectionView : public ListView {
   const std::shared_ptr<CollectionViewFlowLayout>& collectionViewLayout() const { return layout_; }
   void setCollectionViewLayout(std::shared_ptr<CollectionViewFlowLayout> layout);
   Size sizeForItem(IndexPath indexPath);
+  // The size of everything the layout places, as of the last layout: the lines of each
+  // section (items of the section's first item size) with the layout's spacing and insets,
+  // across the scroll direction as wide as the view. Notifies "contentSize" when it changes.
+  Size contentSize() const { return contentSize_; }
 
   bool allowsMultipleSelection() const { return allowsMultipleSelection_; }
   void setAllowsMultipleSelection(bool v) { assign(allowsMultipleSelection_, v, "allowsMultipleSelection"); }
@@ -268,8 +275,12 @@ class CollectionView : public ListView {
   int queryItems(int section) override;
   std::shared_ptr<ListCell> queryCell(IndexPath indexPath) override;
   void willDisplay(ListCell& cell, IndexPath indexPath) override;
+  void cellsChanged() override;
 
  private:
+  Size measureContent();
+
+  Size contentSize_;
   std::weak_ptr<CollectionViewDataSource> dataSource_;
   std::weak_ptr<CollectionViewDelegate> delegate_;
   std::shared_ptr<CollectionViewFlowLayout> layout_;

@@ -122,13 +122,14 @@ TEST_F(ListsTest, UnregisteredReuseIdentifierIsFatal) {
 
 class Items : public kit::CollectionViewDataSource, public kit::CollectionViewDelegate {
  public:
-  int numberOfItemsInSection(kit::CollectionView&, int) override { return 4; }
+  int numberOfItemsInSection(kit::CollectionView&, int) override { return count; }
   std::shared_ptr<kit::CollectionViewCell> cellForItemAtIndexPath(kit::CollectionView& c, kit::IndexPath p) override {
     return c.dequeueReusableCellWithReuseIdentifier("item", p);
   }
   void didSelectItemAtIndexPath(kit::CollectionView&, kit::IndexPath p) override { selected.push_back(p.item()); }
   void didDeselectItemAtIndexPath(kit::CollectionView&, kit::IndexPath p) override { deselected.push_back(p.item()); }
   std::vector<int> selected, deselected;
+  int count = 4;
 };
 
 TEST(CollectionViewTest, MultipleSelectionTogglesAndMarksCells) {
@@ -148,6 +149,55 @@ TEST(CollectionViewTest, MultipleSelectionTogglesAndMarksCells) {
   EXPECT_EQ(items->deselected, (std::vector<int>{1}));
   EXPECT_TRUE(view->cellForItemAtIndexPath({0, 2})->isCellSelected());
   EXPECT_FALSE(view->cellForItemAtIndexPath({0, 1})->isCellSelected());
+}
+
+// The content size follows the data after each layout, in lines along the scroll direction,
+// and is announced only when it changes.
+TEST(CollectionViewTest, ContentSizeFollowsTheItemsInLines) {
+  sim::Environment env;
+  auto view = kit::make<kit::CollectionView>();
+  auto items = std::make_shared<Items>();
+  view->setDataSource(items);
+  view->registerCell("item", [] { return kit::make<kit::CollectionViewCell>(); });
+  view->setFrame(kit::makeRect(0, 0, 200, 100));
+  auto layout = std::make_shared<kit::CollectionViewFlowLayout>();
+  layout->setItemSize({40, 40});
+  layout->setSectionInset({5, 5, 5, 5});
+  view->setCollectionViewLayout(layout);
+  int announced = 0;
+  view->addObserver([&](std::string_view p) { announced += p == "contentSize"; });
+
+  items->count = 9;  // four to a line of 190 points (40 + 10 spacing): three lines
+  view->reloadData();
+  kit::runLayoutPass();
+  EXPECT_EQ(view->contentSize(), (kit::Size{200, 5 + 3 * 40 + 2 * 10 + 5}));
+  EXPECT_EQ(announced, 1);
+  view->reloadData();
+  kit::runLayoutPass();
+  EXPECT_EQ(announced, 1);  // same size, no news
+
+  layout->setScrollDirection(1);  // one line across 90 points of height: two items a column
+  view->reloadData();
+  kit::runLayoutPass();
+  EXPECT_EQ(view->contentSize(), (kit::Size{5 + 5 * 40 + 4 * 10 + 5, 100}));
+  EXPECT_EQ(announced, 2);
+}
+
+// A view lays itself out only after asking for it, once per request.
+TEST(ViewLayoutTest, LayoutSubviewsRunsOncePerRequest) {
+  sim::Environment env;
+  struct Counting : kit::View {
+    void layoutSubviews() override { ++runs; }
+    int runs = 0;
+  };
+  auto view = kit::make<Counting>();
+  view->layoutIfNeeded();
+  EXPECT_EQ(view->runs, 0);
+  view->setNeedsLayout();
+  view->setNeedsLayout();
+  view->layoutIfNeeded();
+  kit::runLayoutPass();
+  EXPECT_EQ(view->runs, 1);
 }
 
 }  // namespace

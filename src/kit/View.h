@@ -115,8 +115,18 @@ class View : public Object, public Observable {
 
   // Registers this view with the next layout pass.
   void setNeedsLayout();
-  // Runs this view's pending layout work now; the layout pass calls it.
-  virtual void layoutIfNeeded() {}
+  // Runs layoutSubviews now when this view asked for layout since it last ran (else does
+  // nothing); the layout pass calls it. Lists override it with their own pending work.
+  virtual void layoutIfNeeded() {
+    if (!needsLayout_) return;
+    needsLayout_ = false;
+    layoutSubviews();
+  }
+  // The view's own layout work. Does nothing here.
+  virtual void layoutSubviews() {}
+  // Tells whoever sizes this view from its contents (a renderer, a constraint) to ask again:
+  // notifies "intrinsicContentSize".
+  void invalidateIntrinsicContentSize() { notify("intrinsicContentSize"); }
 
   // True when this view and all its ancestors are shown and take touches.
   bool isReachableByTouch() const;
@@ -129,6 +139,7 @@ class View : public Object, public Observable {
   std::vector<std::shared_ptr<View>> subviews_;
   std::vector<std::shared_ptr<GestureRecognizer>> gestureRecognizers_;
   bool hidden_ = false;
+  bool needsLayout_ = false;
   double alpha_ = 1.0;
   std::optional<Color> backgroundColor_;
   std::optional<Color> tintColor_;

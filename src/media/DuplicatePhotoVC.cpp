@@ -42,13 +42,22 @@ void PhotosTableViewCell::awakeFromNib() {
   registerOutlet("collectionView", strip);
   registerOutlet("collectionHeighContraint", std::make_shared<kit::LayoutConstraint>(140.0));
 
-  // The strip's contents decide its height.
-  kit::View* self = this;
-  collectionViewObserver = strip->addObserver([self](std::string_view property) {
-    if (property != "cells") return;
-    static_cast<PhotosTableViewCell*>(self)->collectionHeighContraint->setConstant(140.0);
+  // The strip's content size decides its height. The observer goes with the strip, which the
+  // cell owns, so the raw pointers never outlive what they point to.
+  auto* self = this;
+  kit::CollectionView* observed = strip.get();
+  collectionViewObserver = strip->addObserver([self, observed](std::string_view property) {
+    if (property != "contentSize") return;
+    observed->invalidateIntrinsicContentSize();
+    self->collectionHeighContraint->setConstant(140.0);
+    self->layoutIfNeeded();
   });
   strip->setCollectionViewLayout(std::make_shared<shared::CollectionViewFlowLayOut>());
+}
+
+void PhotosTableViewCell::layoutSubviews() {
+  kit::TableViewCell::layoutSubviews();
+  layoutIfNeeded();
 }
 
 void PhotosCollectionViewCell::awakeFromNib() {

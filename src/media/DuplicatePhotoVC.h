@@ -37,14 +37,18 @@ class PhotosTableViewCell : public kit::TableViewCell {
   kit::Outlet<kit::Button> sectionDelete{this, "sectionDelete"};
   kit::Outlet<kit::Label> headerCell{this, "headerCell"};
   kit::Outlet<kit::CollectionView> collectionView{this, "collectionView"};
-  // The observation of the strip's contents (a token of the strip's observers; 0 for none).
+  // The observation of the strip's content size (a token of the strip's observers; 0 for
+  // none).
   int collectionViewObserver = 0;
   // Read by nobody.
   std::vector<std::shared_ptr<ImageSets>> collectionSubArray;
 
   // Builds the row, gives the strip a CollectionViewFlowLayOut and starts observing the
-  // strip's contents: each change sets the strip's height to 140.
+  // strip's content size: each change invalidates the strip's intrinsic size, sets its height
+  // to 140 and lays the cell out.
   void awakeFromNib() override;
+  // The base layout, then layoutIfNeeded.
+  void layoutSubviews() override;
 };
 
 // One thumbnail of a strip, with its check mark and, for a video, a badge.

@@ -79,6 +79,43 @@ TEST_F(DuplicatePhotoVCTest, LoadPreparesTheHiddenPanels) {
   EXPECT_EQ(screen->findBtn->currentTitle(), "Find Duplicate Videos");
 }
 
+// A row follows its strip's content size: a change invalidates the strip's intrinsic size and
+// puts the height back to 140; a layout that leaves the size alone does neither.
+TEST_F(DuplicatePhotoVCTest, ARowFollowsItsStripsContentSize) {
+  auto row = kit::make<media::PhotosTableViewCell>();
+  row->awakeFromNib();
+  kit::CollectionView& strip = *row->collectionView;
+  int invalidations = 0;
+  strip.addObserver([&](std::string_view p) { invalidations += p == "intrinsicContentSize"; });
+  struct Three : kit::CollectionViewDataSource {
+    int numberOfItemsInSection(kit::CollectionView&, int) override { return n; }
+    std::shared_ptr<kit::CollectionViewCell> cellForItemAtIndexPath(kit::CollectionView& c, kit::IndexPath p) override {
+      return c.dequeueReusableCellWithReuseIdentifier("item", p);
+    }
+    int n = 3;
+  };
+  auto source = std::make_shared<Three>();
+  strip.setDataSource(source);
+  strip.registerCell("item", [] { return kit::make<kit::CollectionViewCell>(); });
+  row->collectionHeighContraint->setConstant(10);
+  strip.reloadData();
+  strip.layoutIfNeeded();
+  EXPECT_EQ(invalidations, 1);
+  EXPECT_EQ(row->collectionHeighContraint->constant(), 140);
+
+  row->collectionHeighContraint->setConstant(10);
+  strip.reloadData();
+  strip.layoutIfNeeded();
+  EXPECT_EQ(invalidations, 1);
+  EXPECT_EQ(row->collectionHeighContraint->constant(), 10);
+
+  source->n = 30;
+  strip.reloadData();
+  strip.layoutIfNeeded();
+  EXPECT_EQ(invalidations, 2);
+  EXPECT_EQ(row->collectionHeighContraint->constant(), 140);
+}
+
 TEST_F(DuplicatePhotoVCTest, LimitedAccessStaysInPermissionNeededAndOpensSettings) {
   open(platform::AuthorizationStatus::Limited);
   world.env.runUntilIdle();
