@@ -1,5 +1,5 @@
-// The layout pass: views that asked for layout since the last pass do their layout work,
-// in the order they asked, until none is left.
+// The layout pass (views that asked for layout since the last pass do their layout work, in
+// the order they asked, until none is left) and the conversion of points between views.
 #include <memory>
 #include <vector>
 
@@ -20,6 +20,26 @@ std::vector<std::weak_ptr<View>>& pending() {
 void View::setNeedsLayout() {
   needsLayout_ = true;
   pending().push_back(std::static_pointer_cast<View>(shared_from_this()));
+}
+
+namespace {
+
+// A view's top-left corner in its root's coordinates.
+Point originInRoot(const View* view) {
+  Point origin;
+  for (; view; view = view->superview()) {
+    Point step = view->originInSuperview();
+    origin.x += step.x;
+    origin.y += step.y;
+  }
+  return origin;
+}
+
+}  // namespace
+
+Point View::convertPoint(Point point, const View* view) const {
+  Point from = originInRoot(this), to = originInRoot(view);
+  return {point.x + from.x - to.x, point.y + from.y - to.y};
 }
 
 void runLayoutPass() {

@@ -9,6 +9,12 @@ namespace kit {
 
 ListCell::ListCell() : contentView_(std::make_shared<View>()) { addSubview(contentView_); }
 
+Point ListCell::originInSuperview() const {
+  auto* table = dynamic_cast<TableView*>(superview());
+  std::optional<IndexPath> path = table ? table->indexPathForCell(*this) : std::nullopt;
+  return path ? table->rectForRowAtIndexPath(*path).origin : View::originInSuperview();
+}
+
 // ---- ListView ----
 
 void ListView::registerCell(std::string reuseIdentifier, CellFactory factory) {
@@ -199,6 +205,28 @@ double TableView::heightForRow(IndexPath indexPath) {
     if (auto h = d->heightForRowAtIndexPath(*this, indexPath)) return *h;
   }
   return rowHeight_;
+}
+
+Rect TableView::rectForRowAtIndexPath(IndexPath indexPath) {
+  double top = 0;
+  for (int section = 0; section < indexPath.section; ++section) {
+    for (int row = 0, n = numberOfRowsInSection(section); row < n; ++row) top += heightForRow({section, row});
+  }
+  for (int row = 0; row < indexPath.row; ++row) top += heightForRow({indexPath.section, row});
+  return makeRect(0, top, frame().width(), heightForRow(indexPath));
+}
+
+std::optional<IndexPath> TableView::indexPathForRowAtPoint(Point point) {
+  if (point.y < 0) return std::nullopt;
+  double top = 0;
+  for (int section = 0, sections = numberOfSections(); section < sections; ++section) {
+    for (int row = 0, n = numberOfRowsInSection(section); row < n; ++row) {
+      double bottom = top + heightForRow({section, row});
+      if (point.y < bottom) return IndexPath{section, row};
+      top = bottom;
+    }
+  }
+  return std::nullopt;
 }
 
 void TableView::userSelectRow(IndexPath indexPath) {

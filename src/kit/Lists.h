@@ -42,6 +42,9 @@ class ListCell : public View, public OutletContainer {
   // Called by the list.
   void setReuseIdentifier(std::string id) { reuseIdentifier_ = std::move(id); }
 
+  // In a table, the top-left corner of the cell's row (see TableView::rectForRowAtIndexPath).
+  Point originInSuperview() const override;
+
  protected:
   std::string outletOwnerName() const override { return "cell " + reuseIdentifier_; }
 
@@ -170,6 +173,16 @@ class TableView : public ListView {
 
   // A user's tap on a row: tells the delegate.
   void userSelectRow(IndexPath indexPath);
+
+  // The rows stand one under the other from the top, each as wide as the table and as high
+  // as heightForRow says, sections following each other without gaps. Both walk the rows
+  // before the one they find, asking the delegate for each height: meant for a tap, not for
+  // every frame.
+  // The place of the row at `indexPath`, in the table's coordinates.
+  Rect rectForRowAtIndexPath(IndexPath indexPath);
+  // The row under `point` (in the table's coordinates; only its height counts), or nothing
+  // above the first row or below the last one.
+  std::optional<IndexPath> indexPathForRowAtPoint(Point point);
 
  protected:
   int querySections() override;

@@ -96,6 +96,25 @@ TEST_F(ListsTest, AButtonFindsItsRowByWalkingUp) {
   EXPECT_EQ(table->indexPathForCell(*found), (kit::IndexPath{1, 1}));
 }
 
+// Rows stand one under the other across sections; a point inside a cell's button maps back
+// to that row, and points outside every row to none.
+TEST_F(ListsTest, RowsHaveTheirPlaceAndPointsFindThem) {
+  table->reloadData();
+  kit::runLayoutPass();
+  EXPECT_EQ(table->rectForRowAtIndexPath({1, 2}).origin.y, 5 * 44);
+  EXPECT_EQ(table->indexPathForRowAtPoint({0, 5 * 44 - 0.5}), (kit::IndexPath{1, 1}));
+  EXPECT_EQ(table->indexPathForRowAtPoint({0, 5 * 44}), (kit::IndexPath{1, 2}));
+  EXPECT_EQ(table->indexPathForRowAtPoint({0, -1}), std::nullopt);
+  EXPECT_EQ(table->indexPathForRowAtPoint({0, 13 * 44}), std::nullopt);
+
+  kit::Button& button = table->cellForRowAtIndexPath({1, 1})->outlet<kit::Button>("button");
+  button.setFrame(kit::makeRect(5, 6, 10, 10));
+  kit::Point inTable = button.convertPoint({1, 1}, table.get());
+  EXPECT_EQ(inTable, (kit::Point{6, 4 * 44 + 7}));
+  EXPECT_EQ(table->indexPathForRowAtPoint(inTable), (kit::IndexPath{1, 1}));
+  EXPECT_EQ(table->convertPoint(inTable, &button), (kit::Point{1, 1}));
+}
+
 TEST_F(ListsTest, ReloadRowsAsksAgainForVisibleRowsOnly) {
   table->reloadData();
   kit::runLayoutPass();

@@ -113,6 +113,15 @@ class View : public Object, public Observable {
   // Makes every first responder in this view's subtree resign. Returns true.
   bool endEditing(bool force);
 
+  // --- Geometry ---
+  // Where this view's top-left corner lies in its superview's coordinates: the frame's origin
+  // here; a list's cell answers with its row's place.
+  virtual Point originInSuperview() const { return frame_.origin; }
+  // `point`, given in this view's coordinates, in the coordinates of `view` (of the root of
+  // this view's tree when `view` is null). Both views must share a root for the answer to mean
+  // anything.
+  Point convertPoint(Point point, const View* view) const;
+
   // Registers this view with the next layout pass.
   void setNeedsLayout();
   // Runs layoutSubviews now when this view asked for layout since it last ran (else does

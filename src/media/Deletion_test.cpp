@@ -132,6 +132,20 @@ TEST_F(DeletionTest, RowToastsOnAnEmptyListAndAfterADeletion) {
   manager.position = kit::ToastPosition::Bottom;
 }
 
+// The row is the one under the button's corner, not the cell the button belongs to.
+TEST_F(DeletionTest, ARowBinFindsItsRowByItsPlace) {
+  scan();
+  auto bin = rowDelete(0);
+  bin->setFrame(kit::makeRect(0, screen->tableView->rectForRowAtIndexPath({0, 1}).origin.y, 20, 20));
+  kit::tap(*bin);
+  ASSERT_TRUE(alert());
+  EXPECT_EQ(alert()->message(), "Are you sure you want to delete 1 Media. You will not be able to restore them in the future.");
+  alert()->chooseActionTitled("No");
+  bin->setFrame(kit::makeRect(0, -1, 20, 20));  // above the first row: no row, no question
+  kit::tap(*bin);
+  EXPECT_FALSE(alert());
+}
+
 TEST_F(DeletionTest, ARowDeletionAsksThenTakesTheWholeSectionOffAndRescans) {
   scan();
   kit::tap(*rowDelete(0));

@@ -754,10 +754,11 @@ void DuplicatePhotoVC::finishCleaning() {
 
 void DuplicatePhotoVC::deleteButtonTappedWithSender(kit::Object* sender) {
   if (!isPhotos()) return;
-  // The row under the button.
+  // The row under the button's top-left corner.
   auto* button = dynamic_cast<kit::View*>(sender);
-  auto* cell = button ? button->ancestorOfType<kit::TableViewCell>() : nullptr;
-  std::optional<kit::IndexPath> path = cell ? tableView->indexPathForCell(*cell) : std::nullopt;
+  if (!button) return;
+  std::optional<kit::IndexPath> path =
+      tableView->indexPathForRowAtPoint(button->convertPoint({0, 0}, &*tableView));
   if (!path) return;
   PhotoSections sections = sectionArray1();
   if (sections.empty()) {
