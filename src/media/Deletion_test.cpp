@@ -95,6 +95,12 @@ TEST_F(DeletionTest, CancelGoesBackToTheResults) {
   EXPECT_TRUE(screen->hideView->isHidden());
   EXPECT_FALSE(screen->cleanButtonView->isHidden());
   EXPECT_TRUE(world.platform.photos().deletedIdentifiers().empty());
+
+  // popUpCancel, by its name as a tap recogniser would send it, only shows the clean button.
+  screen->cleanButton->setHidden(true);
+  ASSERT_TRUE(screen->performAction("popUpCancel", nullptr));
+  EXPECT_FALSE(screen->cleanButton->isHidden());
+  EXPECT_TRUE(screen->deletePopView->isHidden());
 }
 
 // After the clean road the list is empty but the hidden table was not reloaded: a row's
