@@ -208,6 +208,7 @@ bool APMMeasurement::openDatabaseOnWorkerQueue() {
                     error.localizedDescription);
     return false;
   }
+  openRemoteConfigOnWorkerQueue();
   return true;
 }
 
@@ -757,10 +758,6 @@ bool APMMeasurement::addToUserPropertyNumber(const std::string& name, std::int64
 }
 
 // ---- bundling ----
-
-void APMMeasurement::updateSchedule() {
-  if (scheduleHandler_) scheduleHandler_();
-}
 
 std::uint32_t APMMeasurement::uniformRandom(std::uint32_t upperBound) {
   if (upperBound < 2) return 0;
