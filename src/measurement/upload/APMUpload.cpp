@@ -11,6 +11,7 @@
 #include "measurement/events/APMEvent.h"
 #include "measurement/events/APMIdentity.h"
 #include "measurement/events/APMMeasurement.h"
+#include "measurement/upload/APMUploadSchedule.h"
 #include "platform/Platform.h"
 
 namespace {
@@ -179,25 +180,22 @@ platform::NetworkCompletion APMMeasurement::workerCompletion(
 
 // ---- schedule ----
 
-double APMMeasurement::nextUploadingTime() {
-  if (!database_) return 0;
+double APMNextUploadingTime(APMDatabase& database, APMPersistedConfig& persisted,
+                            APMRemoteConfig& config, bool debugMode, double current) {
   platform::Error error;
-  double newest = std::max(database_->queryLatestRawEventTime(&error).value_or(0),
-                           database_->queryLatestBundleTime(&error).value_or(0));
+  double newest = std::max(database.queryLatestRawEventTime(&error).value_or(0),
+                           database.queryLatestBundleTime(&error).value_or(0));
   if (std::fabs(newest) < kEpsilon) return 0;
-  APMRemoteConfig& config = remoteConfig();
-  bool realtime = settings_.debugMode ||
-                  database_->containsRealtimeBundlesWithError(&error).value_or(false) ||
-                  database_->containsRealtimeRawEventsWithError(&error).value_or(false);
+  bool realtime = debugMode || database.containsRealtimeBundlesWithError(&error).value_or(false) ||
+                  database.containsRealtimeRawEventsWithError(&error).value_or(false);
   double interval = realtime ? config.uploadingRealTimeInterval() : config.uploadingInterval();
-  double current = now();
   double age = std::fabs(newest - current);
   double dataTime = current - age;
-  double lastSuccess = persistedConfig_->lastSuccessfulUploadTimestamp();
+  double lastSuccess = persisted.lastSuccessfulUploadTimestamp();
   double next = std::fabs(current - lastSuccess) < interval
                     ? lastSuccess + interval
                     : dataTime + config.uploadingInitialDelayInterval();
-  double lastFailed = persistedConfig_->lastFailedUploadTimestamp();
+  double lastFailed = persisted.lastFailedUploadTimestamp();
   if (!(lastFailed < dataTime)) {
     std::int64_t retries = config.uploadingRetryCount();
     double retryInterval = config.uploadingRetryInterval();
@@ -207,10 +205,14 @@ double APMMeasurement::nextUploadingTime() {
     }
     return 0;
   }
-  if (settings_.debugMode) {
-    return std::min(next, dataTime + config.uploadingDebugModeInterval());
-  }
+  if (debugMode) return std::min(next, dataTime + config.uploadingDebugModeInterval());
   return next;
+}
+
+double APMMeasurement::nextUploadingTime() {
+  if (!database_) return 0;
+  return APMNextUploadingTime(*database_, *persistedConfig_, remoteConfig(), settings_.debugMode,
+                              now());
 }
 
 void APMMeasurement::setSuspendedUploadTimestamp(double uptime) {
