@@ -642,6 +642,7 @@ bool APMMeasurement::writeEvent(const APMEvent& event, bool isPublicEvent, bool 
                     "Data loss. Cannot record raw event. Error", error.localizedDescription);
     return false;
   }
+  noteRawEventWritten(static_cast<double>(proto->timestamp_millis) / 1000.0, isRealtime);
   if (event.name() == "_f") storePreviousFirstOpenCount(previousFirstOpenCount() + 1);
   if (APMMonitor::isLoggable(kAPMMonitorLevelDebug)) {
     APMMonitor::log(kAPMMonitorLevelDebug, kCodeEventLogged,
@@ -1010,6 +1011,7 @@ void APMMeasurement::addBundleMetadataIntoBundle(APMPBMeasurementBundle& bundle,
 
 bool APMMeasurement::bundleRawEvents() {
   scheduler_.checkOnBackgroundThreadWithMethodName("bundleRawEvents");
+  rawEventFacts_.valid = false;
   if (!openDatabaseOnWorkerQueue()) return false;
   platform::Error error;
   bool consumed = false;

@@ -209,6 +209,18 @@ class APMMeasurement {
   bool networkRequestPending_ = false;
   std::vector<std::int64_t> inFlightBundleIDs_;
   double suspendedUploadTimestamp_ = 0;
+  // The newest raw event's time and whether any raw event is real-time, kept up to date as
+  // events are written so that scheduling after each event reads no table; dropped whenever
+  // rows leave raw_events in bulk (bundling, stale deletion) and read again when needed.
+  struct RawEventFacts {
+    bool valid = false;
+    double newest = 0;
+    bool realtime = false;
+  };
+  RawEventFacts rawEventFacts_;
+  // The facts of raw_events, read from the table when not known.
+  const RawEventFacts& rawEventFacts();
+  void noteRawEventWritten(double timestamp, bool realtime);
   bool reportedNoHost_ = false;
   // Completions hold this weakly: a torn-down client ignores them.
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);

@@ -185,9 +185,15 @@ double APMNextUploadingTime(APMDatabase& database, APMPersistedConfig& persisted
   platform::Error error;
   double newest = std::max(database.queryLatestRawEventTime(&error).value_or(0),
                            database.queryLatestBundleTime(&error).value_or(0));
-  if (std::fabs(newest) < kEpsilon) return 0;
-  bool realtime = debugMode || database.containsRealtimeBundlesWithError(&error).value_or(false) ||
+  bool realtime = database.containsRealtimeBundlesWithError(&error).value_or(false) ||
                   database.containsRealtimeRawEventsWithError(&error).value_or(false);
+  return APMNextUploadingTimeWithData(newest, realtime, persisted, config, debugMode, current);
+}
+
+double APMNextUploadingTimeWithData(double newest, bool realtime, APMPersistedConfig& persisted,
+                                    APMRemoteConfig& config, bool debugMode, double current) {
+  if (std::fabs(newest) < kEpsilon) return 0;
+  realtime = realtime || debugMode;
   double interval = realtime ? config.uploadingRealTimeInterval() : config.uploadingInterval();
   double age = std::fabs(newest - current);
   double dataTime = current - age;
@@ -209,10 +215,32 @@ double APMNextUploadingTime(APMDatabase& database, APMPersistedConfig& persisted
   return next;
 }
 
+const APMMeasurement::RawEventFacts& APMMeasurement::rawEventFacts() {
+  if (!rawEventFacts_.valid && database_) {
+    platform::Error error;
+    auto newest = database_->queryLatestRawEventTime(&error);
+    auto realtime = database_->containsRealtimeRawEventsWithError(&error);
+    if (newest && realtime) rawEventFacts_ = {true, *newest, *realtime};
+    else return rawEventFacts_ = {false, newest.value_or(0), realtime.value_or(false)};
+  }
+  return rawEventFacts_;
+}
+
+void APMMeasurement::noteRawEventWritten(double timestamp, bool realtime) {
+  if (!rawEventFacts_.valid) return;
+  rawEventFacts_.newest = std::max(rawEventFacts_.newest, timestamp);
+  rawEventFacts_.realtime = rawEventFacts_.realtime || realtime;
+}
+
 double APMMeasurement::nextUploadingTime() {
   if (!database_) return 0;
-  return APMNextUploadingTime(*database_, *persistedConfig_, remoteConfig(), settings_.debugMode,
-                              now());
+  platform::Error error;
+  const RawEventFacts& raw = rawEventFacts();
+  double newest = std::max(raw.newest, database_->queryLatestBundleTime(&error).value_or(0));
+  bool realtime =
+      raw.realtime || database_->containsRealtimeBundlesWithError(&error).value_or(false);
+  return APMNextUploadingTimeWithData(newest, realtime, *persistedConfig_, remoteConfig(),
+                                      settings_.debugMode, now());
 }
 
 void APMMeasurement::setSuspendedUploadTimestamp(double uptime) {
@@ -366,6 +394,7 @@ void APMMeasurement::uploadData() {
   APMMonitor::log(kAPMMonitorLevelDebug, kCodeStartingUpload, "Starting data upload");
   if (!database_) return;
   platform::Error error;
+  rawEventFacts_.valid = false;
   if (database_->maybeDeleteStaleData(&error)) {
     APMMonitor::log(kAPMMonitorLevelDebug, kCodeStaleData, "Deleted stale data");
   }

@@ -12,3 +12,7 @@
 // database's queue.
 double APMNextUploadingTime(APMDatabase& database, APMPersistedConfig& persisted,
                             APMRemoteConfig& config, bool debugMode, double now);
+// The same from the newest data time (raw events and bundles) and whether any waiting data is
+// real-time.
+double APMNextUploadingTimeWithData(double newest, bool realtime, APMPersistedConfig& persisted,
+                                    APMRemoteConfig& config, bool debugMode, double now);
