@@ -135,6 +135,10 @@ class APMMeasurement {
   void fetchRemoteConfig();
   void networkRemoteConfigFetchCompletionHandler(const platform::NetworkResponse& response,
                                                  const std::optional<platform::Error>& error);
+  // Any thread. The app leaves the foreground: "App will resign active state. Scheduling
+  // data upload", and the schedule is worked out again on the worker queue. (The desktop has
+  // no background tasks to open.)
+  void handleAppWillResignActiveEvent();
   // Holds uploads for 3600 s from `uptime` (seconds since boot); 0 lifts the hold.
   void setSuspendedUploadTimestamp(double uptime);
   double suspendedUploadTimestamp() const { return suspendedUploadTimestamp_; }

@@ -50,6 +50,7 @@ enum : int {
   kCodeNoHost = 7031,
   kCodeStaleData = 7032,
   kCodeNetworkDisagrees = 7033,
+  kCodeResignActive = 7034,
 };
 
 // How long a failed delete or timestamp write holds uploads, seconds of uptime.
@@ -327,6 +328,15 @@ void APMMeasurement::updateSchedule() {
     scheduler_.scheduleOnWorkerQueueBlockID("APMMeasurement:alarm", [this, alive] {
       if (alive.lock()) uploadDataOrRegisterAlarm();
     });
+  });
+}
+
+void APMMeasurement::handleAppWillResignActiveEvent() {
+  APMMonitor::log(kAPMMonitorLevelDebug, kCodeResignActive,
+                  "App will resign active state. Scheduling data upload");
+  std::weak_ptr<int> alive = alive_;
+  scheduler_.scheduleOnWorkerQueueBlockID("APMMeasurement:resignActive", [this, alive] {
+    if (alive.lock()) updateSchedule();
   });
 }
 

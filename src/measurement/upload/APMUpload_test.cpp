@@ -189,6 +189,22 @@ TEST_F(APMUploadTest, AfterASuccessTheNextUploadWaitsTheIntervalUnlessRealTime) 
   EXPECT_DOUBLE_EQ(nextUploadingTime(), env_.now() + 1);
 }
 
+TEST_F(APMUploadTest, ARealTimeEventBringsAnArmedUploadForward) {
+  persisted().setLastSuccessfulUploadTimestamp(env_.now() - 600);
+  log(event("ordinary"));
+  ASSERT_TRUE(m().alarm().hasActiveTimer());
+  EXPECT_DOUBLE_EQ(m().alarm().scheduledTimestamp(), env_.now() + 3000);
+  APMEvent urgent = event("urgent");
+  urgent.setRealtime(true);
+  log(urgent);
+  EXPECT_DOUBLE_EQ(m().alarm().scheduledTimestamp(), env_.now() + 15);
+  // Leaving the foreground works the schedule out again; the earlier alarm stays.
+  m().handleAppWillResignActiveEvent();
+  env_.runUntilIdle();
+  EXPECT_TRUE(monitor_.contains("App will resign active state. Scheduling data upload"));
+  EXPECT_DOUBLE_EQ(m().alarm().scheduledTimestamp(), env_.now() + 15);
+}
+
 TEST_F(APMUploadTest, ConfigurationAnswersFollowTheirStatusRules) {
   log(event("thing"));
   // 200 with a configuration: applied, stored with its validators.
