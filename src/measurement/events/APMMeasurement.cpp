@@ -1014,6 +1014,8 @@ bool APMMeasurement::bundleRawEvents() {
   rawEventFacts_.valid = false;
   if (!openDatabaseOnWorkerQueue()) return false;
   platform::Error error;
+  // Nothing to bundle is no failed transaction.
+  if (database_->isRawEventsTableEmpty(&error).value_or(false)) return false;
   bool consumed = false;
   bool ok = database_->performTransaction(
       [&] {
