@@ -13,6 +13,8 @@
 #include "measurement/events/APMEvent.h"
 #include "measurement/events/APMIdentity.h"
 #include "measurement/store/APMDatabase.h"
+#include "measurement/upload/APMUploadSchedule.h"
+#include "kit/Date.h"
 
 namespace cli {
 
@@ -20,8 +22,8 @@ const char* const kMeasurementUsage =
     "Usage: solvanta measurement [--json] [--database PATH]\n"
     "\n"
     "Shows what Solvanta's measurement records about you: events waiting to be bundled, bundles\n"
-    "waiting to be sent, user properties, today's counts and your consent state. Nothing is\n"
-    "sent.\n"
+    "waiting to be sent, user properties, today's counts, your consent state and when the\n"
+    "next upload is due. Nothing is sent.\n"
     "\n"
     "  --json             print one JSON object instead of text\n"
     "  --database PATH    read this database instead of the app's own\n";
@@ -112,10 +114,41 @@ nlohmann::json consentJson(const std::string& signals, bool vendorID, bool reset
   return out;
 }
 
+// The upload schedule as the client would work it out now, under the stored configuration.
+nlohmann::json scheduleJson(APMDatabase& database, APMPersistedConfig& persisted,
+                            const MeasurementUploadTimes& uploads) {
+  platform::Error failure;
+  std::string appID;
+  std::int64_t version = -1;
+  auto stored = database.queryRemoteConfigData(&failure);
+  if (stored && !stored->empty()) {
+    if (auto parsed = APMPBMessage<APMPBMeasurementConfig>::parseFromData(*stored)) {
+      appID = std::string(APMPBString((*parsed)->stuvop_app_id));
+      version = (*parsed)->has_version ? (*parsed)->version : -1;
+    }
+  }
+  auto config = APMRemoteConfig::initWithAppID(appID, "", &database);
+  double now = kit::Date::now().timeIntervalSince1970;
+  double next = APMNextUploadingTime(database, persisted, *config, false, now);
+  double backoffEnd = uploads.lastBackoff > 0 ? uploads.lastBackoff + config->uploadingBackoffInterval() : 0;
+  if (backoffEnd > 0 && next > 0 && next < backoffEnd) next = backoffEnd;
+  auto retries = database.store().numberForQuery("SELECT MAX(retry_count) FROM queue", {}, &failure);
+  auto fetched = database.queryRemoteConfigTimestamp(&failure).value_or(0);
+  auto time = [](double t) { return t > 0 ? nlohmann::json(isoTime(t)) : nlohmann::json(nullptr); };
+  return {{"next_upload", time(next)},
+          {"retry_count", retries ? retries->numberAsInteger().value_or(0) : 0},
+          {"backoff_until", time(backoffEnd > now ? backoffEnd : 0)},
+          {"last_successful_upload", time(uploads.lastSuccessfulUpload)},
+          {"last_failed_upload", time(uploads.lastFailedUpload)},
+          {"configuration_version", version},
+          {"configuration_fetched", time(fetched)}};
+}
+
 }  // namespace
 
 std::optional<nlohmann::json> measurementReport(const std::string& databasePath,
-                                                double midnightOffset, std::string* error) {
+                                                double midnightOffset, std::string* error,
+                                                const MeasurementUploadTimes& uploads) {
   struct stat st {};
   if (::stat(databasePath.c_str(), &st) != 0) {
     if (error) *error = "no measurement database at " + databasePath;
@@ -124,6 +157,9 @@ std::optional<nlohmann::json> measurementReport(const std::string& databasePath,
   auto preferences = std::make_shared<FixedPreferences>();
   auto config = std::make_shared<APMPersistedConfig>(preferences);
   config->setMidnightOffset(midnightOffset);
+  config->setLastSuccessfulUploadTimestamp(uploads.lastSuccessfulUpload);
+  config->setLastFailedUploadTimestamp(uploads.lastFailedUpload);
+  config->setLastBackoffTimestamp(uploads.lastBackoff);
   platform::Error failure;
   auto database = APMDatabase::initWithDatabasePath(databasePath, config, &failure);
   if (!database) {
@@ -229,6 +265,7 @@ std::optional<nlohmann::json> measurementReport(const std::string& databasePath,
                               {"realtime_events", counts->realtimeCount}};
   }
   report["consent"] = consentJson(consentSignals, vendorID, resettableID);
+  report["schedule"] = scheduleJson(*database, *config, uploads);
   return report;
 }
 
@@ -279,6 +316,18 @@ std::string measurementText(const nlohmann::json& report) {
            c["conversions"].dump() + " conversions, " + c["realtime_events"].dump() +
            " real-time\n";
   }
+  if (report.contains("schedule")) {
+    const auto& s = report["schedule"];
+    auto when = [](const nlohmann::json& t) {
+      return t.is_null() ? std::string("none") : t.get<std::string>();
+    };
+    out += "\nUploads: next " + when(s["next_upload"]) + ", most retries of a waiting bundle " +
+           s["retry_count"].dump() + ", back-off until " + when(s["backoff_until"]) +
+           "\n  last success " + when(s["last_successful_upload"]) + ", last failure " +
+           when(s["last_failed_upload"]) + "\n  configuration version " +
+           s["configuration_version"].dump() + ", fetched " + when(s["configuration_fetched"]) +
+           "\n";
+  }
   const auto& consent = report["consent"];
   std::string signals = consent["signals"].get<std::string>();
   out += "\nConsent: " + (signals.empty() ? std::string("none recorded") : signals) +
@@ -312,8 +361,13 @@ int runMeasurement(const std::vector<std::string>& args, std::FILE* out, std::FI
   desktop::ThreadedEnvironment env;
   desktop::JsonPreferenceStore preferences(folders.config() + "/preferences.json");
   double midnightOffset = preferences.doubleForKey(kAPMPersistedConfigMidnightOffsetKey);
+  auto shared = std::make_shared<desktop::JsonPreferenceStore>(folders.config() + "/preferences.json");
+  APMPersistedConfig persisted(shared);
+  MeasurementUploadTimes uploads{persisted.lastSuccessfulUploadTimestamp(),
+                                 persisted.lastFailedUploadTimestamp(),
+                                 persisted.lastBackoffTimestamp()};
   std::string error;
-  auto report = measurementReport(database, midnightOffset, &error);
+  auto report = measurementReport(database, midnightOffset, &error, uploads);
   if (!report) {
     std::fprintf(err, "solvanta measurement: %s\n", error.c_str());
     return 3;

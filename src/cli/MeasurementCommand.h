@@ -15,12 +15,22 @@ namespace cli {
 
 extern const char* const kMeasurementUsage;
 
+// The upload timestamps the client keeps in its preferences (seconds since 1970, 0: none).
+struct MeasurementUploadTimes {
+  double lastSuccessfulUpload = 0;
+  double lastFailedUpload = 0;
+  double lastBackoff = 0;
+};
+
 // Everything the client holds in the database at `databasePath`, as one JSON object:
 // {"database", "raw_events": [...], "bundles": [...], "user_properties": [...],
-//  "daily_counts": {...}, "consent": {...}}. Nothing, with `error` filled, when the file
-// cannot be opened. Needs an installed kit environment (for the day of the counts).
+//  "daily_counts": {...}, "consent": {...}, "schedule": {...}}. The schedule tells the next
+// upload time, the most retries of a waiting bundle, the back-off's end and the stored
+// configuration's version, from `uploads` and the clock. Nothing, with `error` filled, when
+// the file cannot be opened. Needs an installed kit environment (for the day and the time).
 std::optional<nlohmann::json> measurementReport(const std::string& databasePath,
-                                                double midnightOffset, std::string* error);
+                                                double midnightOffset, std::string* error,
+                                                const MeasurementUploadTimes& uploads = {});
 
 // The report in words, one section per part.
 std::string measurementText(const nlohmann::json& report);

@@ -77,6 +77,32 @@ TEST_F(MeasurementCommandTest, ReportsWaitingEventsBundlesPropertiesCountsAndCon
   EXPECT_THAT(text, HasSubstr("Consent: G110; ads not denied, analytics denied"));
 }
 
+TEST_F(MeasurementCommandTest, TheScheduleShowsTheNextUploadRetriesAndTheBackOff) {
+  record();
+  env_.setNow(sim::Environment::kDefaultStart + 1);  // the newest event's time
+  std::string error;
+  auto report = measurementReport(path_, 0, &error);
+  ASSERT_TRUE(report) << error;
+  const auto& schedule = (*report)["schedule"];
+  // Fifteen seconds after the newest data; nothing failed yet; no configuration fetched.
+  EXPECT_EQ(schedule["next_upload"], "2025-01-01T00:00:16Z");
+  EXPECT_EQ(schedule["retry_count"], 0);
+  EXPECT_TRUE(schedule["backoff_until"].is_null());
+  EXPECT_EQ(schedule["configuration_version"], -1);
+  EXPECT_THAT(measurementText(*report),
+              HasSubstr("Uploads: next 2025-01-01T00:00:16Z, most retries of a waiting bundle 0, "
+                        "back-off until none\n"));
+
+  // A 503 a minute in: the first retry would come after 30 minutes, the back-off holds 12 hours.
+  double failed = env_.now() + 60;
+  env_.setNow(failed);
+  report = measurementReport(path_, 0, &error, {0, failed, failed});
+  ASSERT_TRUE(report) << error;
+  EXPECT_EQ((*report)["schedule"]["next_upload"], "2025-01-01T12:01:01Z");
+  EXPECT_EQ((*report)["schedule"]["backoff_until"], "2025-01-01T12:01:01Z");
+  EXPECT_EQ((*report)["schedule"]["last_failed_upload"], "2025-01-01T00:01:01Z");
+}
+
 TEST_F(MeasurementCommandTest, MissingDatabaseAndBadArguments) {
   std::string error;
   EXPECT_FALSE(measurementReport(folder_ + "/none.sql", 0, &error));

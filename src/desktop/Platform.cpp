@@ -64,7 +64,10 @@ Platform::Platform(PlatformOptions options)
   services.secureRandom = std::make_shared<KernelSecureRandom>();
   services.deviceFacts = deviceFacts_;
   services.advertisingIdentity = std::make_shared<SystemAdvertisingIdentity>();
-  services.reachability = std::make_shared<InterfaceReachability>();
+  auto reachability = std::make_shared<InterfaceReachability>();
+  network_ = std::make_shared<CurlNetwork>(options.measurementHost, reachability);
+  services.reachability = reachability;
+  services.network = network_;
   platform::install(std::move(services));
 }
 

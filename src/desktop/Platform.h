@@ -17,6 +17,7 @@
 #include "desktop/media/ThumbnailImageManager.h"
 #include "desktop/media/VideoFrameGenerator.h"
 #include "desktop/system/MeasurementServices.h"
+#include "desktop/network/CurlNetwork.h"
 
 namespace desktop {
 
@@ -38,6 +39,9 @@ struct PlatformOptions {
   HouseAdsOptions houseAds;
   // Bounds of the image manager's cache.
   ThumbnailImageManagerOptions images;
+  // The measurement collection host (the deployment file's "measurement.host"); empty: the
+  // measurement client sends nothing.
+  std::string measurementHost;
 };
 
 class Platform {
@@ -62,6 +66,7 @@ class Platform {
   const AppFolders& folders() const { return folders_; }
   FileKeychain& keychain() { return *keychain_; }
   SystemDeviceFacts& deviceFacts() { return *deviceFacts_; }
+  CurlNetwork& network() { return *network_; }
 
  private:
   AppFolders folders_;
@@ -77,6 +82,7 @@ class Platform {
   // The keychain lives beside the app's data folder: "$XDG_DATA_HOME/solvanta-keychain".
   std::shared_ptr<FileKeychain> keychain_;
   std::shared_ptr<SystemDeviceFacts> deviceFacts_;
+  std::shared_ptr<CurlNetwork> network_;
 };
 
 }  // namespace desktop

@@ -175,6 +175,7 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
   platformOptions.houseAds.bannerCreatives = creatives("banner");
   platformOptions.houseAds.fillRate = deployment.config.houseAdsFillRate;
   platformOptions.houseAds.latencySeconds = deployment.config.houseAdsLatencySeconds;
+  platformOptions.measurementHost = deployment.config.measurementHost;
   platformOptions.permissionPrompt = [&app, library](desktop::PermissionKind) {
     int answer = askInWindow(app, "Allow \xE2\x80\x9CSolvanta\xE2\x80\x9D to access your photos?",
                              QString::fromStdString("Solvanta looks for duplicates in " +

@@ -1,5 +1,6 @@
 #include "platform/Platform.h"
 
+#include <cctype>
 #include <cstdlib>
 
 #include "kit/Fatal.h"
@@ -41,6 +42,14 @@ AdvertisingIdentity& advertisingIdentity() {
   return require(installed().advertisingIdentity, "advertising identity");
 }
 Reachability& reachability() { return require(installed().reachability, "reachability"); }
+Network& network() { return require(installed().network, "network"); }
+
+std::string NetworkResponse::header(const std::string& name) const {
+  std::string lower;
+  for (char c : name) lower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  auto it = headers.find(lower);
+  return it == headers.end() ? std::string() : it->second;
+}
 
 int Device::systemMajorVersion() { return std::atoi(systemVersion().c_str()); }
 

@@ -13,6 +13,7 @@
 #include "platform/FileManager.h"
 #include "platform/ImageManager.h"
 #include "platform/Keychain.h"
+#include "platform/Network.h"
 #include "platform/PhotoLibrary.h"
 #include "platform/PreferenceStore.h"
 #include "platform/Reachability.h"
@@ -35,6 +36,8 @@ struct Services {
   std::shared_ptr<DeviceFacts> deviceFacts;
   std::shared_ptr<AdvertisingIdentity> advertisingIdentity;
   std::shared_ptr<Reachability> reachability;
+  // The measurement client's HTTP client; null: nothing is sent.
+  std::shared_ptr<Network> network;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -57,5 +60,6 @@ SecureRandom& secureRandom();
 DeviceFacts& deviceFacts();
 AdvertisingIdentity& advertisingIdentity();
 Reachability& reachability();
+Network& network();
 
 }  // namespace platform

@@ -52,6 +52,38 @@ std::string unknownKey(const Json& object, std::initializer_list<const char*> kn
   return {};
 }
 
+// The "measurement" object: the collection host.
+bool parseMeasurement(const Json& json, DeploymentConfig* config, std::string* why) {
+  auto measurement = json.find("measurement");
+  if (measurement == json.end()) return true;
+  if (!measurement->is_object()) {
+    *why = "\"measurement\" must be an object";
+    return false;
+  }
+  std::string unknown = unknownKey(*measurement, {"host"});
+  if (!unknown.empty()) {
+    *why = "unknown key \"measurement." + unknown + "\"";
+    return false;
+  }
+  std::optional<std::string> host;
+  if (!readText(*measurement, "host", &host, why)) {
+    *why = "\"measurement.host\" must be a string";
+    return false;
+  }
+  if (!host) return true;
+  std::string value = *host;
+  while (!value.empty() && value.back() == '/') value.pop_back();
+  std::size_t scheme = value.find("://");
+  std::string rest = scheme == std::string::npos ? "" : value.substr(scheme + 3);
+  bool schemeOK = value.rfind("http://", 0) == 0 || value.rfind("https://", 0) == 0;
+  if (!value.empty() && (!schemeOK || rest.empty() || rest.find_first_of("/?#@ ") != std::string::npos)) {
+    *why = "\"measurement.host\" must be http:// or https:// and a host name, without a path";
+    return false;
+  }
+  config->measurementHost = value;
+  return true;
+}
+
 // The configuration in `json`; false with `why` when it is not one.
 bool parse(const Json& json, DeploymentConfig* config, std::string* why) {
   if (!json.is_object()) {
@@ -59,7 +91,8 @@ bool parse(const Json& json, DeploymentConfig* config, std::string* why) {
     return false;
   }
   std::string unknown = unknownKey(json, {"interstitialAdUnitID", "appOpenAdUnitID",
-                                          "bannerAdUnitID", "testDeviceIdentifier", "houseAds"});
+                                          "bannerAdUnitID", "testDeviceIdentifier", "houseAds",
+                                          "measurement"});
   if (!unknown.empty()) {
     *why = "unknown key \"" + unknown + "\"";
     return false;
@@ -70,6 +103,7 @@ bool parse(const Json& json, DeploymentConfig* config, std::string* why) {
       !readText(json, "testDeviceIdentifier", &config->testDeviceIdentifier, why)) {
     return false;
   }
+  if (!parseMeasurement(json, config, why)) return false;
   auto house = json.find("houseAds");
   if (house == json.end()) return true;
   if (!house->is_object()) {

@@ -4,7 +4,8 @@
 //   {
 //     "interstitialAdUnitID": "...", "appOpenAdUnitID": "...", "bannerAdUnitID": "...",
 //     "testDeviceIdentifier": "...",
-//     "houseAds": {"fillRate": 1.0, "latencySeconds": 0.5}
+//     "houseAds": {"fillRate": 1.0, "latencySeconds": 0.5},
+//     "measurement": {"host": "https://collector.example"}
 //   }
 //
 // Every key is optional; a key left out keeps its default.
@@ -27,6 +28,9 @@ struct DeploymentConfig {
   // Share of house-ad loads that fill (0..1), and seconds each load takes (0 or more).
   double houseAdsFillRate = 1.0;
   double houseAdsLatencySeconds = 0.5;
+  // Where measurement data is sent: "http://" or "https://" and a host name with an optional
+  // port, no path (a trailing slash is dropped). Empty: nothing is sent.
+  std::string measurementHost;
 };
 
 struct DeploymentConfigLoad {

@@ -51,6 +51,30 @@ TEST_F(DeploymentConfigTest, TheFileSetsWhatItNamesAndLeavesTheRest) {
   EXPECT_EQ(load.config.bannerAdUnitID, DeploymentConfig().bannerAdUnitID);
 }
 
+TEST_F(DeploymentConfigTest, TheMeasurementHostIsASchemeAndAHostOrNothing) {
+  EXPECT_EQ(loadDeploymentConfig(home.folders()).config.measurementHost, "");
+  writeText(defaultPath(), R"({"measurement": {"host": "http://127.0.0.1:8765/"}})");
+  DeploymentConfigLoad load = loadDeploymentConfig(home.folders());
+  EXPECT_EQ(load.problem, "");
+  EXPECT_EQ(load.config.measurementHost, "http://127.0.0.1:8765");
+  writeText(defaultPath(), R"({"measurement": {}})");
+  EXPECT_EQ(loadDeploymentConfig(home.folders()).config.measurementHost, "");
+
+  for (const char* bad : {R"({"measurement": {"host": "ftp://x"}})",
+                          R"({"measurement": {"host": "https://x/path"}})",
+                          R"({"measurement": {"host": "https://"}})",
+                          R"({"measurement": {"host": 5}})",
+                          R"({"measurement": {"hots": "https://x"}})",
+                          R"({"measurement": "https://x"})"}) {
+    SCOPED_TRACE(bad);
+    writeText(defaultPath(), bad);
+    load = loadDeploymentConfig(home.folders());
+    EXPECT_FALSE(load.fromFile);
+    EXPECT_NE(load.problem.find("measurement"), std::string::npos) << load.problem;
+    EXPECT_EQ(load.config.measurementHost, "");
+  }
+}
+
 TEST_F(DeploymentConfigTest, NoFileMeansTheDefaultsQuietly) {
   DeploymentConfigLoad load = loadDeploymentConfig(home.folders());
   EXPECT_FALSE(load.fromFile);

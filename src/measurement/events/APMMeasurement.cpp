@@ -208,6 +208,7 @@ bool APMMeasurement::openDatabaseOnWorkerQueue() {
                     error.localizedDescription);
     return false;
   }
+  openRemoteConfigOnWorkerQueue();
   return true;
 }
 
@@ -641,6 +642,7 @@ bool APMMeasurement::writeEvent(const APMEvent& event, bool isPublicEvent, bool 
                     "Data loss. Cannot record raw event. Error", error.localizedDescription);
     return false;
   }
+  noteRawEventWritten(static_cast<double>(proto->timestamp_millis) / 1000.0, isRealtime);
   if (event.name() == "_f") storePreviousFirstOpenCount(previousFirstOpenCount() + 1);
   if (APMMonitor::isLoggable(kAPMMonitorLevelDebug)) {
     APMMonitor::log(kAPMMonitorLevelDebug, kCodeEventLogged,
@@ -757,10 +759,6 @@ bool APMMeasurement::addToUserPropertyNumber(const std::string& name, std::int64
 }
 
 // ---- bundling ----
-
-void APMMeasurement::updateSchedule() {
-  if (scheduleHandler_) scheduleHandler_();
-}
 
 std::uint32_t APMMeasurement::uniformRandom(std::uint32_t upperBound) {
   if (upperBound < 2) return 0;
@@ -1013,8 +1011,11 @@ void APMMeasurement::addBundleMetadataIntoBundle(APMPBMeasurementBundle& bundle,
 
 bool APMMeasurement::bundleRawEvents() {
   scheduler_.checkOnBackgroundThreadWithMethodName("bundleRawEvents");
+  rawEventFacts_.valid = false;
   if (!openDatabaseOnWorkerQueue()) return false;
   platform::Error error;
+  // Nothing to bundle is no failed transaction.
+  if (database_->isRawEventsTableEmpty(&error).value_or(false)) return false;
   bool consumed = false;
   bool ok = database_->performTransaction(
       [&] {

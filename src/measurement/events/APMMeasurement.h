@@ -26,6 +26,8 @@
 #include "measurement/events/APMSessionReporter.h"
 #include "measurement/store/APMDatabase.h"
 #include "measurement/upload/APMPersistedConfig.h"
+#include "measurement/upload/APMRemoteConfig.h"
+#include "platform/Network.h"
 
 struct APMMeasurementOptions {
   // The database file; empty: "stuvop-app-measurement.sql" in "Stuvop/Measurement" of the
@@ -102,10 +104,46 @@ class APMMeasurement {
   // how many ran with a result.
   int bundleRawEventsForUpload();
 
-  // Arms the upload alarm. The upload pass installs `handler`; until then the schedule has
-  // nothing to arm.
+  // ---- upload (worker queue; defined in upload/APMUpload.cpp) ----
+  // The applied server configuration; built when the database opens (the default instance
+  // before that).
+  APMRemoteConfig& remoteConfig();
+  // Works out when the next upload pass runs and arms the one alarm for it, or cancels it
+  // (suspended, no data, no time, no network, no host).
   void updateSchedule();
-  void setScheduleHandler(std::function<void()> handler) { scheduleHandler_ = std::move(handler); }
+  // When the next pass should run, seconds since 1970; 0 for none.
+  double nextUploadingTime();
+  // With network and data, uploadData; otherwise updateSchedule.
+  void uploadDataOrRegisterAlarm();
+  // One pass: stale data, configuration, bundling, one batch posted.
+  void uploadData();
+  bool hasDataToUpload();
+  // The pending flag and the network's own state agree that nothing is in flight.
+  bool isNetworkReadyForRequest();
+  void setUploadInProgressWithBundleIDs(std::vector<std::int64_t> bundleIDs);
+  void networkUploadCompletionHandlerWithResponse(const platform::NetworkResponse& response,
+                                                  const std::optional<platform::Error>& error);
+  // Adds one to the retry count of the in-flight bundles.
+  void incrementRetryCounter();
+  bool removeBundlesFromDatabaseWithIDs(const std::vector<std::int64_t>& bundleIDs);
+  // The bundles of `bundlesToUpload` whose application id and device identifier match; both
+  // identifiers at once are refused ("Bundle filter must not specify both resettableDeviceID
+  // and vendorDeviceID") with nothing kept.
+  static std::vector<APMQueuedBundle> filteredBundlesWithCompatibleAppID(
+      const std::string& appID, const std::string& resettableDeviceID,
+      const std::string& vendorDeviceID, std::vector<APMQueuedBundle> bundlesToUpload);
+  void fetchRemoteConfig();
+  void networkRemoteConfigFetchCompletionHandler(const platform::NetworkResponse& response,
+                                                 const std::optional<platform::Error>& error);
+  // Any thread. The app leaves the foreground: "App will resign active state. Scheduling
+  // data upload", and the schedule is worked out again on the worker queue. (The desktop has
+  // no background tasks to open.)
+  void handleAppWillResignActiveEvent();
+  // Holds uploads for 3600 s from `uptime` (seconds since boot); 0 lifts the hold.
+  void setSuspendedUploadTimestamp(double uptime);
+  double suspendedUploadTimestamp() const { return suspendedUploadTimestamp_; }
+  bool isNetworkRequestPending() const { return networkRequestPending_; }
+  const std::vector<std::int64_t>& inFlightBundleIDs() const { return inFlightBundleIDs_; }
 
   // Sets or removes a user property now (worker queue), with the limits on public
   // properties and per-origin properties. Returns whether the change was stored.
@@ -127,6 +165,21 @@ class APMMeasurement {
   std::optional<APMEvent> eventAfterSafelistingEvent(const APMEvent& event);
   bool dedupeSubscriptionEvent(const APMEvent& event);
   bool openDatabaseOnWorkerQueue();
+  // Builds the remote configuration over the open database; a stored configuration replaces
+  // the settings it covers.
+  void openRemoteConfigOnWorkerQueue();
+  // Writes the applied configuration into the settings and the store's limits.
+  void applyRemoteConfigOnWorkerQueue();
+  // The application id the configuration is fetched for and must carry.
+  std::string configurationAppID() const;
+  // Sets up a request's completion to run on the worker queue while the client lives.
+  platform::NetworkCompletion workerCompletion(
+      void (APMMeasurement::*handler)(const platform::NetworkResponse&,
+                                      const std::optional<platform::Error>&));
+  // The hold of a failed delete or timestamp write: uploads stop for 3600 s of uptime.
+  void suspendUploads(const std::string& message);
+  // The collection host, or empty (said once: nothing leaves the computer then).
+  std::string measurementHost();
   void reportFirstOpenOnWorkerQueue();
   void reportAppUpdateOnWorkerQueue();
   void reportOSUpdateOnWorkerQueue();
@@ -155,7 +208,26 @@ class APMMeasurement {
   APMAlarm alarm_;
   std::unique_ptr<APMDatabase> database_;
   std::unique_ptr<APMSessionReporter> sessionReporter_;
-  std::function<void()> scheduleHandler_;
+  // Upload state (worker queue).
+  std::unique_ptr<APMRemoteConfig> remoteConfig_;
+  bool networkRequestPending_ = false;
+  std::vector<std::int64_t> inFlightBundleIDs_;
+  double suspendedUploadTimestamp_ = 0;
+  // The newest raw event's time and whether any raw event is real-time, kept up to date as
+  // events are written so that scheduling after each event reads no table; dropped whenever
+  // rows leave raw_events in bulk (bundling, stale deletion) and read again when needed.
+  struct RawEventFacts {
+    bool valid = false;
+    double newest = 0;
+    bool realtime = false;
+  };
+  RawEventFacts rawEventFacts_;
+  // The facts of raw_events, read from the table when not known.
+  const RawEventFacts& rawEventFacts();
+  void noteRawEventWritten(double timestamp, bool realtime);
+  bool reportedNoHost_ = false;
+  // Completions hold this weakly: a torn-down client ignores them.
+  std::shared_ptr<int> alive_ = std::make_shared<int>(0);
   std::mutex listenersMu_;
   std::vector<EventListener> listeners_;
   double loadTime_ = 0;

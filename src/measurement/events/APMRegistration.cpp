@@ -44,6 +44,7 @@ void APMRegisterForApplicationNotifications() {
                      [](const kit::Notification&) {
                        if (auto m = APMMeasurement::sharedInstance()) {
                          m->sessionReporter().handleAppWillResignActiveWithScreen({});
+                         m->handleAppWillResignActiveEvent();
                        }
                      });
 }

@@ -63,3 +63,51 @@ std::string APMPersistedConfig::lastOSVersion() const {
 void APMPersistedConfig::setLastOSVersion(const std::string& version) {
   store_->setObject(kit::Value(version), kLastOSVersionKey);
 }
+
+namespace {
+constexpr const char* kLastSuccessfulUploadKey = "/stuvop/measurement/last_successful_upload";
+constexpr const char* kLastFailedUploadKey = "/stuvop/measurement/last_failed_upload";
+constexpr const char* kLastBackoffKey = "/stuvop/measurement/last_backoff";
+constexpr const char* kLastModifiedSinceKey = "/stuvop/measurement/last_modified_since_key";
+constexpr const char* kConfigETagKey = "/stuvop/measurement/config_etag";
+}  // namespace
+
+double APMPersistedConfig::lastSuccessfulUploadTimestamp() const {
+  return store_->doubleForKey(kLastSuccessfulUploadKey);
+}
+
+void APMPersistedConfig::setLastSuccessfulUploadTimestamp(double timestamp) {
+  store_->setObject(kit::Value(timestamp), kLastSuccessfulUploadKey);
+}
+
+double APMPersistedConfig::lastFailedUploadTimestamp() const {
+  return store_->doubleForKey(kLastFailedUploadKey);
+}
+
+void APMPersistedConfig::setLastFailedUploadTimestamp(double timestamp) {
+  store_->setObject(kit::Value(timestamp), kLastFailedUploadKey);
+}
+
+double APMPersistedConfig::lastBackoffTimestamp() const {
+  return store_->doubleForKey(kLastBackoffKey);
+}
+
+void APMPersistedConfig::setLastBackoffTimestamp(double timestamp) {
+  store_->setObject(kit::Value(timestamp), kLastBackoffKey);
+}
+
+std::string APMPersistedConfig::configServerLastModifiedString() const {
+  return store_->stringForKey(kLastModifiedSinceKey).value_or("");
+}
+
+void APMPersistedConfig::setConfigServerLastModifiedString(const std::string& value) {
+  store_->setObject(kit::Value(value), kLastModifiedSinceKey);
+}
+
+std::string APMPersistedConfig::configServerETag() const {
+  return store_->stringForKey(kConfigETagKey).value_or("");
+}
+
+void APMPersistedConfig::setConfigServerETag(const std::string& value) {
+  store_->setObject(kit::Value(value), kConfigETagKey);
+}

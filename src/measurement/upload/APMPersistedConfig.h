@@ -43,6 +43,20 @@ class APMPersistedConfig {
   std::string lastOSVersion() const;
   void setLastOSVersion(const std::string& version);
 
+  // Upload outcomes, seconds since 1970; 0 when never or cleared.
+  double lastSuccessfulUploadTimestamp() const;
+  void setLastSuccessfulUploadTimestamp(double timestamp);
+  double lastFailedUploadTimestamp() const;
+  void setLastFailedUploadTimestamp(double timestamp);
+  double lastBackoffTimestamp() const;
+  void setLastBackoffTimestamp(double timestamp);
+  // The configuration server's "Last-Modified" and "ETag" of the last good answer; empty
+  // when none.
+  std::string configServerLastModifiedString() const;
+  void setConfigServerLastModifiedString(const std::string& value);
+  std::string configServerETag() const;
+  void setConfigServerETag(const std::string& value);
+
  private:
   std::shared_ptr<platform::PreferenceStore> store_;
 };
