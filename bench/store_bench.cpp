@@ -7,7 +7,6 @@
 //   cmake --preset release && cmake --build --preset release --target store_bench
 //   build/release/bench/store_bench
 #include <benchmark/benchmark.h>
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -17,6 +16,8 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
+#include "PlainRawEvents.h"
 #include "measurement/proto/APMPB.h"
 #include "measurement/store/APMDatabase.h"
 #include "sim/Environment.h"
@@ -26,16 +27,9 @@ namespace {
 
 constexpr std::int64_t kFingerprint = 0x5eed5eed5eedLL;
 
-std::filesystem::path benchFolder() {
-  return std::filesystem::temp_directory_path() / ("apm_store_bench_" + std::to_string(::getpid()));
-}
-
-// A fresh, empty folder for one run's database.
-std::string freshFolder(const char* name) {
-  auto folder = benchFolder() / name;
-  std::filesystem::remove_all(folder);
-  std::filesystem::create_directories(folder);
-  return folder.string();
+bench::ScratchFolder& scratch() {
+  static bench::ScratchFolder folder("apm_store_bench");
+  return folder;
 }
 
 // A typical event: a screen view with a handful of parameters.
@@ -91,7 +85,7 @@ void BM_APMDatabase(benchmark::State& state) {
   sim::Environment env;
   auto config = std::make_shared<APMPersistedConfig>(std::make_shared<sim::PreferenceStore>());
   auto database =
-      APMDatabase::initWithDatabasePath(freshFolder("apm") + "/measurement.sql", config, nullptr);
+      APMDatabase::initWithDatabasePath(scratch().fresh("apm") + "/measurement.sql", config, nullptr);
   if (!database) {
     state.SkipWithError("cannot open the database");
     return;
@@ -112,106 +106,28 @@ void BM_APMDatabase(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
-bool exec(sqlite3* db, const char* sql) {
-  return sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
-}
-
-bool prepare(sqlite3* db, const char* sql, sqlite3_stmt** statement) {
-  return sqlite3_prepare_v2(db, sql, -1, statement, nullptr) == SQLITE_OK;
-}
-
 void BM_PlainSqlite(benchmark::State& state) {
-  std::string path = freshFolder("plain") + "/plain.sql";
-  sqlite3* db = nullptr;
-  sqlite3_open_v2(path.c_str(), &db,
-                  SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
-  sqlite3_stmt* begin = nullptr;
-  sqlite3_stmt* commit = nullptr;
-  sqlite3_stmt* header = nullptr;
-  sqlite3_stmt* row = nullptr;
-  bool ready =
-      exec(db, "PRAGMA journal_mode=WAL") && exec(db, "PRAGMA synchronous=NORMAL") &&
-      exec(db,
-           "CREATE TABLE raw_events_metadata (metadata_fingerprint INTEGER NOT NULL PRIMARY KEY, "
-           "metadata BLOB NOT NULL)") &&
-      exec(db,
-           "CREATE TABLE raw_events (name TEXT NOT NULL, timestamp REAL NOT NULL, "
-           "metadata_fingerprint INTEGER NOT NULL, data BLOB NOT NULL, is_realtime INTEGER)") &&
-      prepare(db, "BEGIN EXCLUSIVE TRANSACTION", &begin) &&
-      prepare(db, "END TRANSACTION", &commit) &&
-      prepare(db,
-              "INSERT OR IGNORE INTO raw_events_metadata (metadata_fingerprint, metadata) VALUES "
-              "(?, ?)",
-              &header) &&
-      prepare(db,
-              "INSERT INTO raw_events (name, timestamp, metadata_fingerprint, data, is_realtime) "
-              "VALUES (?, ?, ?, ?, ?)",
-              &row);
+  bench::PlainRawEvents plain(scratch().fresh("plain") + "/plain.sql");
   kit::Data metadata = sampleMetadata();
   auto event = sampleEvent(1735689600000);
   char* name = event->name;
   event->name = nullptr;  // the stored event has no name
   kit::Data data = *event.protoBuffer();
   event->name = name;
-  auto step = [](sqlite3_stmt* s) {
-    int rc = sqlite3_step(s);
-    sqlite3_reset(s);
-    return rc == SQLITE_DONE;
-  };
   double timestamp = 1735689600.0;
   for (auto _ : state) {
-    if (!ready) {
-      state.SkipWithError(sqlite3_errmsg(db));
-      break;
-    }
     timestamp += 0.001;
-    sqlite3_bind_int64(header, 1, kFingerprint);
-    sqlite3_bind_blob(header, 2, metadata.data(), static_cast<int>(metadata.size()), SQLITE_STATIC);
-    sqlite3_bind_text(row, 1, "_vs", -1, SQLITE_STATIC);
-    sqlite3_bind_double(row, 2, timestamp);
-    sqlite3_bind_int64(row, 3, kFingerprint);
-    sqlite3_bind_blob(row, 4, data.data(), static_cast<int>(data.size()), SQLITE_STATIC);
-    sqlite3_bind_int(row, 5, 0);
-    if (!(step(begin) && step(header) && step(row) && step(commit))) {
-      state.SkipWithError(sqlite3_errmsg(db));
+    if (!plain.write("_vs", timestamp, kFingerprint, metadata, data)) {
+      state.SkipWithError(plain.error());
       break;
     }
   }
   state.SetItemsProcessed(state.iterations());
-  for (sqlite3_stmt* s : {begin, commit, header, row}) sqlite3_finalize(s);
-  sqlite3_close(db);
 }
 
 // Five runs of each, interleaved (see main).
 BENCHMARK(BM_APMDatabase)->MinTime(1.0)->Repetitions(5)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_PlainSqlite)->MinTime(1.0)->Repetitions(5)->Unit(benchmark::kMicrosecond);
-
-double median(std::vector<double> values) {
-  if (values.empty()) return 0;
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
-
-// Prints as the console does and keeps, per benchmark, the events per second of each run by
-// wall clock and by the process's CPU time.
-class RateReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      auto n = static_cast<double>(run.iterations);
-      wall_[run.run_name.function_name].push_back(n / run.real_accumulated_time);
-      cpu_[run.run_name.function_name].push_back(n / run.cpu_accumulated_time);
-    }
-  }
-  double wallRate(const std::string& name) { return median(wall_[name]); }
-  double cpuRate(const std::string& name) { return median(cpu_[name]); }
-
- private:
-  std::map<std::string, std::vector<double>> wall_;
-  std::map<std::string, std::vector<double>> cpu_;
-};
 
 }  // namespace
 
@@ -223,21 +139,20 @@ int main(int argc, char** argv) {
   args.insert(args.begin() + 1, interleave.data());
   int count = static_cast<int>(args.size());
   benchmark::Initialize(&count, args.data());
-  RateReporter reporter;
+  bench::MedianReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
 
   std::printf("\nevents/s, median of 5 runs      wall clock   process CPU time\n");
   for (const char* name : {"BM_APMDatabase", "BM_PlainSqlite"}) {
-    std::printf("%-30s %12.0f %18.0f\n", name, reporter.wallRate(name), reporter.cpuRate(name));
+    std::printf("%-30s %12.0f %18.0f\n", name, reporter.value(name, "wall_rate"), reporter.value(name, "cpu_rate"));
   }
-  if (reporter.wallRate("BM_APMDatabase") > 0 && reporter.cpuRate("BM_APMDatabase") > 0) {
+  if (reporter.value("BM_APMDatabase", "wall_rate") > 0 && reporter.value("BM_APMDatabase", "cpu_rate") > 0) {
     std::printf("%-30s %12.2f %18.2f\n", "ratio plain / APMDatabase",
-                reporter.wallRate("BM_PlainSqlite") / reporter.wallRate("BM_APMDatabase"),
-                reporter.cpuRate("BM_PlainSqlite") / reporter.cpuRate("BM_APMDatabase"));
+                reporter.value("BM_PlainSqlite", "wall_rate") / reporter.value("BM_APMDatabase", "wall_rate"),
+                reporter.value("BM_PlainSqlite", "cpu_rate") / reporter.value("BM_APMDatabase", "cpu_rate"));
   }
-  std::printf("figure: apm_events_per_s %.0f 1/s\n", reporter.wallRate("BM_APMDatabase"));
-  std::printf("figure: plain_sqlite_events_per_s %.0f 1/s\n", reporter.wallRate("BM_PlainSqlite"));
-  std::filesystem::remove_all(benchFolder());
+  std::printf("figure: apm_events_per_s %.0f 1/s\n", reporter.value("BM_APMDatabase", "wall_rate"));
+  std::printf("figure: plain_sqlite_events_per_s %.0f 1/s\n", reporter.value("BM_PlainSqlite", "wall_rate"));
   benchmark::Shutdown();
   return 0;
 }

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "collector/Collector.h"
 #include "collector/UploadClient.h"
 #include "desktop/network/CurlNetwork.h"
@@ -37,8 +38,9 @@ double since(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-std::filesystem::path benchFolder() {
-  return std::filesystem::temp_directory_path() / ("apm_upload_bench_" + std::to_string(::getpid()));
+bench::ScratchFolder& scratch() {
+  static bench::ScratchFolder folder("apm_upload_bench");
+  return folder;
 }
 
 APMMeasurementSettings benchSettings() {
@@ -60,9 +62,7 @@ void BM_UploadEndToEnd(benchmark::State& state) {
       state.SkipWithError(error.c_str());
       return;
     }
-    auto folder = benchFolder() / "end_to_end";
-    std::filesystem::remove_all(folder);
-    collector::UploadClient client({folder.string(), server.host(), benchSettings()});
+    collector::UploadClient client({scratch().fresh("end_to_end"), server.host(), benchSettings()});
 
     auto start = Clock::now();
     client.logMany(kEvents);
@@ -155,44 +155,20 @@ void BM_ReferencePost(benchmark::State& state) {
 BENCHMARK(BM_UploadEndToEnd)->Iterations(1)->Repetitions(3)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ReferencePost)->Iterations(1)->Repetitions(3)->UseManualTime()->Unit(benchmark::kMillisecond);
 
-double median(std::vector<double> values) {
-  if (values.empty()) return 0;
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
-
-class FigureReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      for (const auto& [name, counter] : run.counters) {
-        values_[run.run_name.function_name + "/" + name].push_back(counter.value);
-      }
-    }
-  }
-  double value(const std::string& name) { return median(values_[name]); }
-
- private:
-  std::map<std::string, std::vector<double>> values_;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  FigureReporter reporter;
+  bench::MedianReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
-  std::printf("\nfigure: upload_events_per_s %.0f 1/s\n", reporter.value("BM_UploadEndToEnd/events_per_s"));
-  std::printf("figure: wire_bytes_per_event %.1f B\n", reporter.value("BM_UploadEndToEnd/wire_bytes_per_event"));
-  std::printf("figure: upload_stage_log_s %.3f s\n", reporter.value("BM_UploadEndToEnd/log_s"));
-  std::printf("figure: upload_stage_bundle_s %.3f s\n", reporter.value("BM_UploadEndToEnd/bundle_s"));
-  std::printf("figure: upload_stage_post_s %.3f s\n", reporter.value("BM_UploadEndToEnd/upload_s"));
-  std::printf("figure: reference_post_events_per_s %.0f 1/s\n", reporter.value("BM_ReferencePost/events_per_s"));
+  std::printf("\nfigure: upload_events_per_s %.0f 1/s\n", reporter.value("BM_UploadEndToEnd", "events_per_s"));
+  std::printf("figure: wire_bytes_per_event %.1f B\n", reporter.value("BM_UploadEndToEnd", "wire_bytes_per_event"));
+  std::printf("figure: upload_stage_log_s %.3f s\n", reporter.value("BM_UploadEndToEnd", "log_s"));
+  std::printf("figure: upload_stage_bundle_s %.3f s\n", reporter.value("BM_UploadEndToEnd", "bundle_s"));
+  std::printf("figure: upload_stage_post_s %.3f s\n", reporter.value("BM_UploadEndToEnd", "upload_s"));
+  std::printf("figure: reference_post_events_per_s %.0f 1/s\n", reporter.value("BM_ReferencePost", "events_per_s"));
   std::printf("figure: reference_wire_bytes_per_event %.1f B\n",
-              reporter.value("BM_ReferencePost/wire_bytes_per_event"));
-  std::filesystem::remove_all(benchFolder());
+              reporter.value("BM_ReferencePost", "wire_bytes_per_event"));
   benchmark::Shutdown();
   return 0;
 }
