@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -204,41 +205,25 @@ bool Collector::start(std::string* error) {
     accept();
   });
 
-  server_->Post("/control/fail", [this](const httplib::Request& req, httplib::Response& res) {
-    int count = 1;
-    auto fault = parseFault(req.get_param_value("status") + ":" +
-                                (req.has_param("count") ? req.get_param_value("count") : "1"),
-                            &count);
-    if (!fault) {
-      res.status = 400;
-      return;
-    }
-    inject(*fault, count);
-    res.status = 204;
-  });
-  server_->Post("/control/slow", [this](const httplib::Request& req, httplib::Response& res) {
-    int count = 1;
-    auto fault = parseFault("slow:" + req.get_param_value("seconds") + ":" +
-                                (req.has_param("count") ? req.get_param_value("count") : "1"),
-                            &count);
-    if (!fault) {
-      res.status = 400;
-      return;
-    }
-    inject(*fault, count);
-    res.status = 204;
-  });
-  server_->Post("/control/drop", [this](const httplib::Request& req, httplib::Response& res) {
-    int count = 1;
-    auto fault = parseFault("drop:" + (req.has_param("count") ? req.get_param_value("count") : "1"),
-                            &count);
-    if (!fault) {
-      res.status = 400;
-      return;
-    }
-    inject(*fault, count);
-    res.status = 204;
-  });
+  // The fault endpoints: each builds the text of a --fail flag from its query ("count"
+  // defaulting to 1) and injects it; a text that does not parse is a 400.
+  auto faultEndpoint = [this](const char* path, std::function<std::string(const httplib::Request&)> head) {
+    server_->Post(path, [this, head](const httplib::Request& req, httplib::Response& res) {
+      int count = 1;
+      std::string times = req.has_param("count") ? req.get_param_value("count") : "1";
+      auto fault = parseFault(head(req) + times, &count);
+      if (!fault) {
+        res.status = 400;
+        return;
+      }
+      inject(*fault, count);
+      res.status = 204;
+    });
+  };
+  faultEndpoint("/control/fail", [](const httplib::Request& req) { return req.get_param_value("status") + ":"; });
+  faultEndpoint("/control/slow",
+                [](const httplib::Request& req) { return "slow:" + req.get_param_value("seconds") + ":"; });
+  faultEndpoint("/control/drop", [](const httplib::Request&) { return std::string("drop:"); });
   server_->Post("/control/clear", [this](const httplib::Request&, httplib::Response& res) {
     clearFaults();
     res.status = 204;
