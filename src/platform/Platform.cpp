@@ -41,6 +41,13 @@ AdvertisingIdentity& advertisingIdentity() {
   return require(installed().advertisingIdentity, "advertising identity");
 }
 Reachability& reachability() { return require(installed().reachability, "reachability"); }
+UserNotificationCenter& notificationCenter() {
+  return require(installed().notificationCenter, "notification center");
+}
+AppServices& appServices() { return require(installed().appServices, "app services"); }
+Messaging& messaging() { return require(installed().messaging, "messaging"); }
+KeyboardManager& keyboardManager() { return require(installed().keyboardManager, "keyboard manager"); }
+PersistentStores& persistentStores() { return require(installed().persistentStores, "persistent stores"); }
 
 int Device::systemMajorVersion() { return std::atoi(systemVersion().c_str()); }
 

@@ -12,11 +12,15 @@
 #include "platform/DeviceFacts.h"
 #include "platform/FileManager.h"
 #include "platform/ImageManager.h"
+#include "platform/KeyboardManager.h"
+#include "platform/Messaging.h"
+#include "platform/PersistentContainer.h"
 #include "platform/Keychain.h"
 #include "platform/PhotoLibrary.h"
 #include "platform/PreferenceStore.h"
 #include "platform/Reachability.h"
 #include "platform/SecureRandom.h"
+#include "platform/UserNotifications.h"
 
 namespace platform {
 
@@ -35,6 +39,12 @@ struct Services {
   std::shared_ptr<DeviceFacts> deviceFacts;
   std::shared_ptr<AdvertisingIdentity> advertisingIdentity;
   std::shared_ptr<Reachability> reachability;
+  // Services of the launch.
+  std::shared_ptr<UserNotificationCenter> notificationCenter;
+  std::shared_ptr<AppServices> appServices;
+  std::shared_ptr<Messaging> messaging;
+  std::shared_ptr<KeyboardManager> keyboardManager;
+  std::shared_ptr<PersistentStores> persistentStores;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -57,5 +67,10 @@ SecureRandom& secureRandom();
 DeviceFacts& deviceFacts();
 AdvertisingIdentity& advertisingIdentity();
 Reachability& reachability();
+UserNotificationCenter& notificationCenter();
+AppServices& appServices();
+Messaging& messaging();
+KeyboardManager& keyboardManager();
+PersistentStores& persistentStores();
 
 }  // namespace platform
