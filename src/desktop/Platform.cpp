@@ -65,7 +65,17 @@ Platform::Platform(PlatformOptions options)
   services.deviceFacts = deviceFacts_;
   services.advertisingIdentity = std::make_shared<SystemAdvertisingIdentity>();
   services.reachability = std::make_shared<InterfaceReachability>();
+  addLaunchServices(services);
   platform::install(std::move(services));
+}
+
+void Platform::addLaunchServices(platform::Services& services) {
+  notifications_ = std::make_shared<NotificationCenter>(permissions_);
+  services.notificationCenter = notifications_;
+  services.appServices = std::make_shared<AppServices>();
+  services.messaging = std::make_shared<Messaging>();
+  services.keyboardManager = std::make_shared<platform::BasicKeyboardManager>();
+  services.persistentStores = std::make_shared<SqlitePersistentStores>(folders_.applicationSupport());
 }
 
 Platform::~Platform() { platform::uninstall(); }
