@@ -68,7 +68,17 @@ Platform::Platform(PlatformOptions options)
   network_ = std::make_shared<CurlNetwork>(options.measurementHost, reachability);
   services.reachability = reachability;
   services.network = network_;
+  addLaunchServices(services);
   platform::install(std::move(services));
+}
+
+void Platform::addLaunchServices(platform::Services& services) {
+  notifications_ = std::make_shared<NotificationCenter>(permissions_);
+  services.notificationCenter = notifications_;
+  services.appServices = std::make_shared<AppServices>();
+  services.messaging = std::make_shared<Messaging>();
+  services.keyboardManager = std::make_shared<platform::BasicKeyboardManager>();
+  services.persistentStores = std::make_shared<SqlitePersistentStores>(folders_.applicationSupport());
 }
 
 Platform::~Platform() { platform::uninstall(); }

@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/Platform.h"
+
 #include "desktop/system/AppFolders.h"
 #include "desktop/system/Application.h"
 #include "desktop/system/Device.h"
@@ -13,6 +15,7 @@
 #include "desktop/library/FolderPhotoLibrary.h"
 #include "desktop/ads/HouseAdsNetwork.h"
 #include "desktop/system/JsonPreferenceStore.h"
+#include "desktop/system/LaunchServices.h"
 #include "desktop/system/PermissionStore.h"
 #include "desktop/media/ThumbnailImageManager.h"
 #include "desktop/media/VideoFrameGenerator.h"
@@ -67,8 +70,12 @@ class Platform {
   FileKeychain& keychain() { return *keychain_; }
   SystemDeviceFacts& deviceFacts() { return *deviceFacts_; }
   CurlNetwork& network() { return *network_; }
+  NotificationCenter& notifications() { return *notifications_; }
 
  private:
+  // The services of the app's launch: notifications, cloud services, messaging, keyboard,
+  // object stores.
+  void addLaunchServices(platform::Services& services);
   AppFolders folders_;
   std::shared_ptr<PermissionStore> permissions_;
   std::shared_ptr<FolderPhotoLibrary> photos_;
@@ -83,6 +90,7 @@ class Platform {
   std::shared_ptr<FileKeychain> keychain_;
   std::shared_ptr<SystemDeviceFacts> deviceFacts_;
   std::shared_ptr<CurlNetwork> network_;
+  std::shared_ptr<NotificationCenter> notifications_;
 };
 
 }  // namespace desktop

@@ -146,6 +146,8 @@ const std::map<std::string, Check>& checks() {
        }},
       {"eraseText", [](const YAML::Node& n) { return wholeAtLeast(n, 0, "a number of characters, 0 or more"); }},
       {"back", none},
+      {"enterBackground", none},
+      {"enterForeground", none},
       {"backgroundWork",
        [](const YAML::Node& n) -> std::string {
          return scalar(n) && (n.Scalar() == "hold" || n.Scalar() == "run") ? "" : "expected hold or run";
@@ -209,6 +211,16 @@ const std::map<std::string, Check>& checks() {
          const YAML::Node s = n["shown"];
          if (scalar(s) && (s.Scalar() == "interstitial" || s.Scalar() == "appOpen" || s.Scalar() == "none")) return {};
          return "shown: expected interstitial, appOpen or none";
+       }},
+      {"assertAdLoads",
+       [](const YAML::Node& n) -> std::string {
+         if (auto e = mapWith(n, {"interstitial", "appOpen", "banner"}); !e.empty()) return e;
+         for (const char* k : {"interstitial", "appOpen", "banner"}) {
+           if (n[k]) {
+             if (auto e = wholeAtLeast(n[k], 0, "a count"); !e.empty()) return std::string(k) + ": " + e;
+           }
+         }
+         return {};
        }},
       {"takeScreenshot",
        [](const YAML::Node& n) -> std::string {

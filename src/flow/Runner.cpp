@@ -14,6 +14,7 @@
 #include "kit/Storyboard.h"
 #include "kit/Toast.h"
 #include "platform/Platform.h"
+#include "shell/AppDelegate.h"
 #include "shell/MainStoryboard.h"
 #include "sim/World.h"
 
@@ -362,8 +363,8 @@ class Run {
   std::string perform(const Step& step, FlowResult& result) {
     const std::string& c = step.command;
     const YAML::Node& a = step.argument;
-    static const std::set<std::string> acts = {"launchApp", "tapOn",  "longPressOn",  "inputText",
-                                               "eraseText", "back",   "advance",      "answerPrompt"};
+    static const std::set<std::string> acts = {"launchApp", "tapOn",   "longPressOn",     "inputText",      "eraseText",
+                                               "back",      "advance", "enterBackground", "enterForeground", "answerPrompt"};
     if (acts.count(c)) recentToasts_.clear();
 
     if (c == "launchApp") return launch(a);
@@ -396,6 +397,7 @@ class Run {
       fail("expected the toast " + quoted(a.Scalar()) + ", found " + (shown.empty() ? "no toast" : list(shown)));
     }
     if (c == "assertAd") return assertAd(a["shown"].Scalar());
+    if (c == "assertAdLoads") return assertAdLoads(a);
     if (c == "answerPrompt") {
       auto& photos = world_.platform.photos();
       if (photos.pendingAuthorizationRequests() == 0) fail("expected a question of the platform, found none waiting");
@@ -411,6 +413,13 @@ class Run {
     if (c == "inputText") return inputText(a);
     if (c == "eraseText") return eraseText(a.as<int>());
     if (c == "back") return back();
+    if (c == "enterBackground" || c == "enterForeground") {
+      auto& app = platform::application();
+      if (c == "enterBackground") app.enterBackground();
+      else app.enterForeground();
+      settle();
+      return {};
+    }
     if (c == "assertVisible" || c == "assertNotVisible") {
       Probe p = probe(a);
       if (p.unknown) fail(p.detail);
@@ -445,9 +454,15 @@ class Run {
 
   std::string launch(const YAML::Node& a) {
     if (window_) fail("the app is already running");
+    if (!a.IsMap()) {
+      // The real start: the entry routine, AppDelegate's launch, the splash.
+      window_ = shell::applicationMain();
+      settle();
+      return {};
+    }
     shell::registerMainStoryboard();
     auto& board = kit::Storyboard::named("Main");
-    std::string identifier = a.IsMap() ? a["screen"].Scalar() : "HomeVC";
+    std::string identifier = a["screen"].Scalar();
     if (!board.hasScene(identifier)) {
       fail("no screen " + identifier + " in the storyboard (screens: " + list(board.identifiers()) + ")");
     }
@@ -697,6 +712,16 @@ class Run {
     if (found != kind) {
       fail("expected the ad shown to be " + kind + ", found " + found + " (" + std::to_string(ads.loadCount("interstitial")) +
            " interstitial loads, " + std::to_string(ads.presentationCount()) + " presentations)");
+    }
+    return {};
+  }
+
+  std::string assertAdLoads(const YAML::Node& a) {
+    auto& ads = world_.platform.ads();
+    for (const char* kind : {"interstitial", "appOpen", "banner"}) {
+      if (a[kind] && ads.loadCount(kind) != a[kind].as<int>()) {
+        fail("expected " + a[kind].Scalar() + " " + kind + " loads, found " + std::to_string(ads.loadCount(kind)));
+      }
     }
     return {};
   }

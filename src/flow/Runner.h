@@ -22,7 +22,7 @@
 
 namespace flow {
 
-constexpr double kVirtualTimeCap = 3600.0;
+constexpr double kVirtualTimeCap = 6 * 3600.0;
 constexpr long kTaskCap = 1000000;
 // Commands one flow may run in all (repeats and runFlow counted).
 constexpr int kCommandCap = 100000;

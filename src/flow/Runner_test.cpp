@@ -43,7 +43,7 @@ std::string failure(const Played& p) {
 
 TEST(RunnerTest, AJourneyThroughTheScanReadsWhatAPersonSees) {
   Played p = play(
-      "- launchApp\n"
+      "- launchApp: {screen: HomeVC}\n"
       "- assertVisible: \"Total 3 photos\"\n"
       "- tapOn: {id: photoButton}\n"
       "- assertScreen: DuplicatePhotoVC\n"
@@ -64,7 +64,7 @@ TEST(RunnerTest, AJourneyThroughTheScanReadsWhatAPersonSees) {
 
 TEST(RunnerTest, AFailureSaysWhatWasExpectedAndWhatWasFound) {
   Played p = play(
-      "- launchApp\n"
+      "- launchApp: {screen: HomeVC}\n"
       "- assertVisible: \"Total 4 photos\"\n"
       "- back\n");
   EXPECT_EQ(p.result.failure.line, 10);
@@ -81,7 +81,7 @@ TEST(RunnerTest, AFailureSaysWhatWasExpectedAndWhatWasFound) {
 }
 
 TEST(RunnerTest, SelectorsThatMatchNothingOrSeveralListTheCandidates) {
-  EXPECT_NE(failure(play("- launchApp\n- tapOn: {id: photoBtn}\n"))
+  EXPECT_NE(failure(play("- launchApp: {screen: HomeVC}\n- tapOn: {id: photoBtn}\n"))
                 .find("no outlet 'photoBtn' on HomeVC (outlets: [adsView, menuButton, photoButton, secretButton"),
             std::string::npos);
   // The result screen shows "Selected: 1" in each of its two sections.
@@ -93,14 +93,14 @@ TEST(RunnerTest, SelectorsThatMatchNothingOrSeveralListTheCandidates) {
       "           {created: \"2023-02-01T00:00:00Z\"}, {created: \"2023-02-01T00:00:01Z\"}]\n"
       "---\n";
   Played several = play(
-      "- launchApp\n- tapOn: {id: photoButton}\n- tapOn: Find Duplicate Photos\n- assertVisible: \"Selected: 1\"\n"
+      "- launchApp: {screen: HomeVC}\n- tapOn: {id: photoButton}\n- tapOn: Find Duplicate Photos\n- assertVisible: \"Selected: 1\"\n"
       "- tapOn: \"Selected: 1\"\n",
       twoSections);
   EXPECT_NE(failure(several).find("11: tapOn: expected something to tap showing \"Selected: 1\", found only [Label "
                                   "headerCell \"Selected: 1\", Label headerCell \"Selected: 1\"]"),
             std::string::npos)
       << failure(several);
-  Played index = play("- launchApp\n- tapOn: {id: photoButton}\n- tapOn: Find Duplicate Photos\n"
+  Played index = play("- launchApp: {screen: HomeVC}\n- tapOn: {id: photoButton}\n- tapOn: Find Duplicate Photos\n"
                       "- tapOn: {id: tableView, index: 5}\n", twoSections);
   EXPECT_NE(failure(index).find("tableView index 5: the list shows 2 cells"), std::string::npos) << failure(index);
 }
@@ -110,7 +110,7 @@ TEST(RunnerTest, QuestionsWaitWhenTheWorldNeverAnswers) {
       "world: {photos: [{}], answers: {photos: never}}\n"
       "---\n";
   Played p = play(
-      "- launchApp\n"
+      "- launchApp: {screen: HomeVC}\n"
       "- tapOn: {id: photoButton}\n"
       "- assertVisible: \"Permission Needed\"\n"
       "- answerPrompt: allow\n"
@@ -122,7 +122,7 @@ TEST(RunnerTest, QuestionsWaitWhenTheWorldNeverAnswers) {
 
 TEST(RunnerTest, WaitsMoveTheVirtualClockAndGiveUpAtTheirTimeout) {
   Played p = play(
-      "- launchApp\n"
+      "- launchApp: {screen: HomeVC}\n"
       "- advance: 2.5\n"
       "- waitFor: {visible: \"Never shown\", timeout: 3}\n");
   EXPECT_EQ(failure(p).substr(0, 84),
@@ -131,13 +131,13 @@ TEST(RunnerTest, WaitsMoveTheVirtualClockAndGiveUpAtTheirTimeout) {
   EXPECT_NEAR(p.steps[1].virtualTime, 2.5, 1e-3);
   Played many = play("- repeat: {times: 10000, commands: [{repeat: {times: 10000, commands: [{assertAd: {shown: none}}]}}]}\n");
   EXPECT_EQ(failure(many), "9: assertAd: the flow ran more than 100000 commands");
-  Played cap = play("- advance: 3000\n- advance: 601\n");
-  EXPECT_EQ(failure(cap), "10: advance: the flow would move its clock past 3600 virtual seconds in all");
+  Played cap = play("- advance: 21000\n- advance: 601\n");
+  EXPECT_EQ(failure(cap), "10: advance: the flow would move its clock past 21600 virtual seconds in all");
 }
 
 TEST(RunnerTest, ToastsAlertsAndTheLibraryAfterADeletion) {
   Played p = play(
-      "- launchApp\n"
+      "- launchApp: {screen: HomeVC}\n"
       "- tapOn: {id: photoButton}\n"
       "- tapOn: Find Duplicate Photos\n"
       "- tapOn: {id: sectionDelete, in: {id: tableView, row: 0}}\n"
@@ -153,7 +153,7 @@ TEST(RunnerTest, ToastsAlertsAndTheLibraryAfterADeletion) {
 
 TEST(RunnerTest, FatalErrorsAndUnlaunchedAppsFailTheFlow) {
   EXPECT_EQ(failure(play("- tapOn: x\n")), "9: tapOn: the app is not running (launchApp first)");
-  EXPECT_EQ(failure(play("- launchApp\n- launchApp\n")), "10: launchApp: the app is already running");
+  EXPECT_EQ(failure(play("- launchApp: {screen: HomeVC}\n- launchApp: {screen: HomeVC}\n")), "10: launchApp: the app is already running");
   EXPECT_NE(failure(play("- launchApp: {screen: NoSuchVC}\n")).find("no screen NoSuchVC in the storyboard (screens: ["),
             std::string::npos);
 }
@@ -163,10 +163,10 @@ TEST(FlowCommandTest, ExitCodesAndReports) {
   ASSERT_NE(mkdtemp(dir), nullptr);
   const std::string d = dir;
   std::FILE* good = std::fopen((d + "/a.yaml").c_str(), "w");
-  std::fputs("- launchApp\n- assertScreen: HomeVC\n", good);
+  std::fputs("- launchApp: {screen: HomeVC}\n- assertScreen: HomeVC\n", good);
   std::fclose(good);
   std::FILE* bad = std::fopen((d + "/b.yaml").c_str(), "w");
-  std::fputs("- launchApp\n- assertScreen: SettingVc\n", bad);
+  std::fputs("- launchApp: {screen: HomeVC}\n- assertScreen: SettingVc\n", bad);
   std::fclose(bad);
 
   auto run = [](std::vector<std::string> args, std::string* out, std::string* err) {
@@ -205,7 +205,7 @@ TEST(FlowCommandTest, ExitCodesAndReports) {
       << out;
 
   std::FILE* broken = std::fopen((d + "/c.yaml").c_str(), "w");
-  std::fputs("- launchApp\n- swipe: left\n", broken);
+  std::fputs("- launchApp: {screen: HomeVC}\n- swipe: left\n", broken);
   std::fclose(broken);
   EXPECT_EQ(run({d}, &out, &err), 2);
   EXPECT_NE(err.find(d + "/c.yaml:2: unknown command 'swipe' (known: "), std::string::npos);

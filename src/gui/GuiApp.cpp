@@ -9,6 +9,7 @@
 #include "kit/NavigationController.h"
 #include "kit/Storyboard.h"
 #include "platform/Platform.h"
+#include "shell/AppDelegate.h"
 #include "shell/MainStoryboard.h"
 
 namespace gui {
@@ -33,13 +34,14 @@ void GuiApp::close() {
 bool GuiApp::start(std::shared_ptr<kit::ViewController> root) {
   shell::registerMainStoryboard();
   if (!root) {
-    auto home = kit::Storyboard::named("Main").instantiateViewControllerWithIdentifier("HomeVC");
-    root = std::make_shared<kit::NavigationController>(home);
+    // The program's start: the entry routine hands over to AppDelegate; the splash follows.
+    kitWindow_ = shell::applicationMain();
+  } else {
+    kitWindow_ = kit::make<kit::Window>(kit::Screen::mainBounds());
+    if (platform::services().application) platform::application().addWindow(kitWindow_);
+    kitWindow_->setRootViewController(root);
+    kitWindow_->makeKeyAndVisible();
   }
-  kitWindow_ = kit::make<kit::Window>(kit::Screen::mainBounds());
-  if (platform::services().application) platform::application().addWindow(kitWindow_);
-  kitWindow_->setRootViewController(root);
-  kitWindow_->makeKeyAndVisible();
   kit::runLayoutPass();
   bridge_ = std::make_unique<AppBridge>(kitWindow_);
   engine_.rootContext()->setContextProperty("app", bridge_.get());

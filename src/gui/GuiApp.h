@@ -1,6 +1,6 @@
 // GuiApp: the app in a window. The kit's main queue runs on Qt's event loop (a threaded
-// environment over a QtMainLoop), the first screen is HomeVC in a navigation controller, and
-// QML draws whatever the kit shows. Needs a QGuiApplication; GUI thread only.
+// environment over a QtMainLoop), the program's start runs as on the phone (AppDelegate, then
+// the splash in a navigation controller), and QML draws whatever the kit shows. Needs a QGuiApplication; GUI thread only.
 #pragma once
 
 #include <QQmlApplicationEngine>
@@ -26,8 +26,9 @@ class GuiApp {
   GuiApp(const GuiApp&) = delete;
   GuiApp& operator=(const GuiApp&) = delete;
 
-  // Shows `root` (by default HomeVC from the storyboard "Main", in a navigation controller) in
-  // the key window and loads the QML window. Returns false when QML fails to load.
+  // Starts the app (the entry routine, AppDelegate's launch and the splash), or with `root`
+  // shows that controller alone in the key window; then loads the QML window. Returns false
+  // when QML fails to load.
   bool start(std::shared_ptr<kit::ViewController> root = nullptr);
 
   AppBridge& bridge() { return *bridge_; }

@@ -122,6 +122,19 @@ void postLifecycle(QGuiApplication& qt) {
   });
 }
 
+// The window minimised or hidden is the app in the background; shown again, it comes back to
+// the foreground. A cold start sends neither.
+void followWindowVisibility(QQuickWindow& window) {
+  QObject::connect(&window, &QWindow::visibilityChanged, [](QWindow::Visibility visibility) {
+    auto& app = platform::application();
+    if (visibility == QWindow::Minimized || visibility == QWindow::Hidden) {
+      app.enterBackground();
+    } else {
+      app.enterForeground();
+    }
+  });
+}
+
 }  // namespace
 
 int runApp(const std::vector<std::string>& args, const char* programName) {
@@ -173,10 +186,17 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
   platformOptions.folders = folders;
   platformOptions.houseAds.interstitialCreatives = creatives("interstitial");
   platformOptions.houseAds.bannerCreatives = creatives("banner");
+  platformOptions.houseAds.appOpenCreatives = creatives("appopen");
   platformOptions.houseAds.fillRate = deployment.config.houseAdsFillRate;
   platformOptions.houseAds.latencySeconds = deployment.config.houseAdsLatencySeconds;
   platformOptions.measurementHost = deployment.config.measurementHost;
-  platformOptions.permissionPrompt = [&app, library](desktop::PermissionKind) {
+  platformOptions.permissionPrompt = [&app, library](desktop::PermissionKind kind) {
+    if (kind == desktop::PermissionKind::Notifications) {
+      int answer = askInWindow(app, "\xE2\x80\x9CSolvanta\xE2\x80\x9D Would Like to Send You Notifications",
+                               "Notifications may include alerts, sounds and icon badges.", {"Don't Allow", "Allow"});
+      if (answer < 0) return platform::AuthorizationStatus::NotDetermined;
+      return answer == 1 ? platform::AuthorizationStatus::Authorized : platform::AuthorizationStatus::Denied;
+    }
     int answer = askInWindow(app, "Allow \xE2\x80\x9CSolvanta\xE2\x80\x9D to access your photos?",
                              QString::fromStdString("Solvanta looks for duplicates in " +
                                                     (library.empty() ? std::string("your pictures folder") : library) +
@@ -195,6 +215,7 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
     return 3;
   }
   postLifecycle(qt);
+  followWindowVisibility(*app.window());
   int status = qt.exec();
   app.close();
   return status;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,6 +18,14 @@ namespace platform {
 
 // A plain ad request.
 struct AdRequest {};
+
+// The state of one adapter (one source of ads) once the network has started.
+struct AdapterStatus {
+  enum State { NotReady = 0, Ready = 1 };
+  State state = NotReady;
+  std::string description;
+  double latency = 0;  // seconds its start took
+};
 
 struct AdSize {
   kit::Size size;
@@ -91,6 +100,8 @@ class AdsNetwork {
   // Starts the network; `completion` runs on the main queue when it is ready.
   virtual void startWithCompletionHandler(std::function<void()> completion) = 0;
   virtual void setTestDeviceIdentifiers(std::vector<std::string> identifiers) = 0;
+  // The adapters' states by their class names; empty before the start has completed.
+  virtual std::map<std::string, AdapterStatus> adapterStatusesByClassName() { return {}; }
 
   // Loads an interstitial for `adUnitID`; the completion runs on the main queue, later, with
   // the ad or an error.

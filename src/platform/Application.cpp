@@ -40,4 +40,47 @@ void BasicApplication::addWindow(std::shared_ptr<kit::Window> window) {
   windows_.push_back(std::move(window));
 }
 
+void BasicApplication::setDelegate(std::shared_ptr<ApplicationDelegate> delegate) {
+  std::lock_guard lock(mu_);
+  delegate_ = std::move(delegate);
+}
+
+std::shared_ptr<ApplicationDelegate> BasicApplication::delegate() {
+  std::lock_guard lock(mu_);
+  return delegate_;
+}
+
+void BasicApplication::registerForRemoteNotifications() {
+  std::lock_guard lock(mu_);
+  registeredForRemoteNotifications_ = true;
+}
+
+bool BasicApplication::isRegisteredForRemoteNotifications() {
+  std::lock_guard lock(mu_);
+  return registeredForRemoteNotifications_;
+}
+
+bool BasicApplication::isInBackground() {
+  std::lock_guard lock(mu_);
+  return inBackground_;
+}
+
+void BasicApplication::enterBackground() {
+  {
+    std::lock_guard lock(mu_);
+    if (inBackground_) return;
+    inBackground_ = true;
+  }
+  if (auto d = delegate()) d->applicationDidEnterBackground(*this);
+}
+
+void BasicApplication::enterForeground() {
+  {
+    std::lock_guard lock(mu_);
+    if (!inBackground_) return;
+    inBackground_ = false;
+  }
+  if (auto d = delegate()) d->applicationWillEnterForeground(*this);
+}
+
 }  // namespace platform

@@ -50,6 +50,13 @@ std::string NetworkResponse::header(const std::string& name) const {
   auto it = headers.find(lower);
   return it == headers.end() ? std::string() : it->second;
 }
+UserNotificationCenter& notificationCenter() {
+  return require(installed().notificationCenter, "notification center");
+}
+AppServices& appServices() { return require(installed().appServices, "app services"); }
+Messaging& messaging() { return require(installed().messaging, "messaging"); }
+KeyboardManager& keyboardManager() { return require(installed().keyboardManager, "keyboard manager"); }
+PersistentStores& persistentStores() { return require(installed().persistentStores, "persistent stores"); }
 
 int Device::systemMajorVersion() { return std::atoi(systemVersion().c_str()); }
 

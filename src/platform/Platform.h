@@ -12,12 +12,16 @@
 #include "platform/DeviceFacts.h"
 #include "platform/FileManager.h"
 #include "platform/ImageManager.h"
+#include "platform/KeyboardManager.h"
+#include "platform/Messaging.h"
+#include "platform/PersistentContainer.h"
 #include "platform/Keychain.h"
 #include "platform/Network.h"
 #include "platform/PhotoLibrary.h"
 #include "platform/PreferenceStore.h"
 #include "platform/Reachability.h"
 #include "platform/SecureRandom.h"
+#include "platform/UserNotifications.h"
 
 namespace platform {
 
@@ -38,6 +42,12 @@ struct Services {
   std::shared_ptr<Reachability> reachability;
   // The measurement client's HTTP client; null: nothing is sent.
   std::shared_ptr<Network> network;
+  // Services of the launch.
+  std::shared_ptr<UserNotificationCenter> notificationCenter;
+  std::shared_ptr<AppServices> appServices;
+  std::shared_ptr<Messaging> messaging;
+  std::shared_ptr<KeyboardManager> keyboardManager;
+  std::shared_ptr<PersistentStores> persistentStores;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -61,5 +71,10 @@ DeviceFacts& deviceFacts();
 AdvertisingIdentity& advertisingIdentity();
 Reachability& reachability();
 Network& network();
+UserNotificationCenter& notificationCenter();
+AppServices& appServices();
+Messaging& messaging();
+KeyboardManager& keyboardManager();
+PersistentStores& persistentStores();
 
 }  // namespace platform

@@ -1,6 +1,7 @@
 // Shared platform types: errors, media types, authorization states.
 #pragma once
 
+#include <map>
 #include <string>
 
 namespace platform {
@@ -10,7 +11,14 @@ struct Error {
   std::string domain;
   int code = 0;
   std::string localizedDescription;
+  // Further facts (a file's path, an underlying error), by name.
+  std::map<std::string, std::string> userInfo = {};
 };
+
+// The error as the platform describes it: Error Domain=D Code=N "text" UserInfo={...}.
+std::string describe(const Error& error);
+// Its userInfo alone: ["key": "value", ...], keys in order; [:] when empty.
+std::string describeUserInfo(const Error& error);
 
 // Media types of the photo library (the platform's values).
 enum class MediaType : int { Unknown = 0, Image = 1, Video = 2, Audio = 3 };

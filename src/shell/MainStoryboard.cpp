@@ -2,18 +2,28 @@
 
 #include "kit/Storyboard.h"
 #include "media/DuplicatePhotoVC.h"
+#include "kit/NavigationController.h"
+#include "shell/BlankViewController.h"
 #include "shell/HomeVC.h"
 #include "shell/PlaceholderScreens.h"
+#include "shell/SplashVC.h"
 
 namespace shell {
 
 void registerMainStoryboard() {
   auto& main = kit::Storyboard::named("Main");
+  main.registerScene("SplashVC", [] { return std::make_shared<SplashVC>(); });
+  main.registerScene("BlankViewController", [] { return std::make_shared<BlankViewController>(); });
   main.registerScene("HomeVC", [] { return std::make_shared<HomeVC>(); });
   main.registerScene("DuplicatePhotoVC", [] { return std::make_shared<media::DuplicatePhotoVC>(); });
   main.registerScene("SetPin", [] { return std::make_shared<SetPin>(); });
   main.registerScene("SecretSpaceVC", [] { return std::make_shared<SecretSpaceVC>(); });
   main.registerScene("SettingVc", [] { return std::make_shared<SettingVc>(); });
+}
+
+std::shared_ptr<kit::ViewController> instantiateInitialViewController() {
+  return std::make_shared<kit::NavigationController>(
+      kit::Storyboard::named("Main").instantiateViewControllerWithIdentifier("SplashVC"));
 }
 
 }  // namespace shell

@@ -495,6 +495,11 @@ void AdsNetwork::startWithCompletionHandler(std::function<void()> completion) {
   if (completion) kit::mainQueue().async(std::move(completion));
 }
 
+std::map<std::string, platform::AdapterStatus> AdsNetwork::adapterStatusesByClassName() {
+  if (!started_) return {};
+  return {{"SimAdapter", platform::AdapterStatus{platform::AdapterStatus::Ready, "Ready", 0}}};
+}
+
 void AdsNetwork::setTestDeviceIdentifiers(std::vector<std::string> identifiers) {
   testDevices_ = std::move(identifiers);
 }
@@ -574,8 +579,8 @@ Platform::Platform()
       ads_(std::make_shared<AdsNetwork>()),
       device_(std::make_shared<Device>()) {
   platform::install(platform::Services{photos_, images_, frames_, files_, preferences_, application_, ads_, device_,
-                                       keychain_, random_, deviceFacts_, advertising_, reachability_,
-                                       network_});
+                                       keychain_, random_, deviceFacts_, advertising_, reachability_, network_,
+                                       notifications_, appServices_, messaging_, keyboard_, stores_});
 }
 
 Platform::~Platform() { platform::uninstall(); }

@@ -17,6 +17,7 @@
 
 #include "platform/FullScreenAd.h"
 #include "platform/Platform.h"
+#include "sim/LaunchServices.h"
 #include "sim/MeasurementServices.h"
 #include "sim/Network.h"
 
@@ -231,6 +232,8 @@ class AdsNetwork : public platform::AdsNetwork {
   // --- platform::AdsNetwork ---
   void startWithCompletionHandler(std::function<void()> completion) override;
   void setTestDeviceIdentifiers(std::vector<std::string> identifiers) override;
+  // One adapter, ready, once started.
+  std::map<std::string, platform::AdapterStatus> adapterStatusesByClassName() override;
   void loadInterstitialWithAdUnitID(
       const std::string& adUnitID, const platform::AdRequest& request,
       std::function<void(std::shared_ptr<platform::InterstitialAd>, std::optional<platform::Error>)>
@@ -288,6 +291,11 @@ class Platform {
   AdvertisingIdentity& advertisingIdentity() { return *advertising_; }
   Reachability& reachability() { return *reachability_; }
   Network& network() { return *network_; }
+  NotificationCenter& notifications() { return *notifications_; }
+  AppServices& appServices() { return *appServices_; }
+  Messaging& messaging() { return *messaging_; }
+  platform::BasicKeyboardManager& keyboard() { return *keyboard_; }
+  PersistentStores& stores() { return *stores_; }
 
  private:
   std::shared_ptr<PhotoLibrary> photos_;
@@ -304,6 +312,11 @@ class Platform {
   std::shared_ptr<AdvertisingIdentity> advertising_ = std::make_shared<AdvertisingIdentity>();
   std::shared_ptr<Reachability> reachability_ = std::make_shared<Reachability>();
   std::shared_ptr<Network> network_ = std::make_shared<Network>();
+  std::shared_ptr<NotificationCenter> notifications_ = std::make_shared<NotificationCenter>();
+  std::shared_ptr<AppServices> appServices_ = std::make_shared<AppServices>();
+  std::shared_ptr<Messaging> messaging_ = std::make_shared<Messaging>();
+  std::shared_ptr<platform::BasicKeyboardManager> keyboard_ = std::make_shared<platform::BasicKeyboardManager>();
+  std::shared_ptr<PersistentStores> stores_ = std::make_shared<PersistentStores>();
 };
 
 }  // namespace sim

@@ -73,9 +73,9 @@ platform::Error noFill() { return platform::Error{"ads", 1, "Request Error: No a
 
 // Loads a full-screen ad of type Ad (a BasicFullScreenAd) from `creatives`.
 template <class Ad, class Completion>
-void loadFullScreenAd(const std::shared_ptr<HouseAdDealer>& dealer, const std::string& adUnitID,
-                      Completion completion) {
-  kit::ImagePtr creative = dealer->draw(dealer->options().interstitialCreatives);
+void loadFullScreenAd(const std::shared_ptr<HouseAdDealer>& dealer, const std::vector<kit::ImagePtr>& creatives,
+                      const std::string& adUnitID, Completion completion) {
+  kit::ImagePtr creative = dealer->draw(creatives);
   std::string title = dealer->options().title;
   dealer->answer([adUnitID, creative, title, completion = std::move(completion)] {
     if (!creative) {
@@ -139,6 +139,11 @@ void HouseAdsNetwork::setTestDeviceIdentifiers(std::vector<std::string> identifi
   dealer_->setTestDevices(std::move(identifiers));
 }
 
+std::map<std::string, platform::AdapterStatus> HouseAdsNetwork::adapterStatusesByClassName() {
+  if (!started()) return {};
+  return {{"HouseAdsAdapter", platform::AdapterStatus{platform::AdapterStatus::Ready, "Ready", 0}}};
+}
+
 bool HouseAdsNetwork::started() const { return dealer_->started(); }
 
 std::vector<std::string> HouseAdsNetwork::testDeviceIdentifiers() const {
@@ -149,14 +154,18 @@ void HouseAdsNetwork::loadInterstitialWithAdUnitID(
     const std::string& adUnitID, const platform::AdRequest&,
     std::function<void(std::shared_ptr<platform::InterstitialAd>, std::optional<platform::Error>)>
         completion) {
-  loadFullScreenAd<platform::BasicInterstitialAd>(dealer_, adUnitID, std::move(completion));
+  loadFullScreenAd<platform::BasicInterstitialAd>(dealer_, dealer_->options().interstitialCreatives, adUnitID,
+                                                  std::move(completion));
 }
 
 void HouseAdsNetwork::loadAppOpenAdWithAdUnitID(
     const std::string& adUnitID, const platform::AdRequest&,
     std::function<void(std::shared_ptr<platform::AppOpenAd>, std::optional<platform::Error>)>
         completion) {
-  loadFullScreenAd<platform::BasicAppOpenAd>(dealer_, adUnitID, std::move(completion));
+  const auto& options = dealer_->options();
+  loadFullScreenAd<platform::BasicAppOpenAd>(
+      dealer_, options.appOpenCreatives.empty() ? options.interstitialCreatives : options.appOpenCreatives, adUnitID,
+      std::move(completion));
 }
 
 std::shared_ptr<platform::BannerView> HouseAdsNetwork::bannerViewWithAdSize(platform::AdSize size) {

@@ -20,6 +20,8 @@ struct HouseAdsOptions {
   // a kind whose list is empty never fills.
   std::vector<kit::ImagePtr> interstitialCreatives;
   std::vector<kit::ImagePtr> bannerCreatives;
+  // The app-open format's picture(s); empty: app-open ads use the interstitial pictures.
+  std::vector<kit::ImagePtr> appOpenCreatives;
   // Share of loads that fill, 0..1 (values outside are clamped).
   double fillRate = 1.0;
   // Seconds on the kit's clock between a load and its answer.
@@ -62,6 +64,8 @@ class HouseAdsNetwork : public platform::AdsNetwork {
   void startWithCompletionHandler(std::function<void()> completion) override;
   // Kept for testDeviceIdentifiers(); house ads are the same on every device.
   void setTestDeviceIdentifiers(std::vector<std::string> identifiers) override;
+  // One adapter, the house's own, ready once started.
+  std::map<std::string, platform::AdapterStatus> adapterStatusesByClassName() override;
 
   // Decide fill and creative now and answer on the main queue after the latency: a new
   // BasicInterstitialAd / BasicAppOpenAd (the shared presentation rules: it presents once,

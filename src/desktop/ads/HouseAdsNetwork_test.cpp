@@ -232,3 +232,35 @@ TEST(HouseAdCreatives, TheRepositorysCreativesLoad) {
 
 }  // namespace
 }  // namespace desktop
+
+namespace desktop {
+namespace {
+
+TEST_F(HouseAdsNetworkTest, TheAppOpenFormatShowsItsOwnCreativeFullScreenWithAClose) {
+  auto creative = picture(39, 84);
+  HouseAdsOptions o = options(1.0);
+  o.appOpenCreatives = {creative};
+  HouseAdsNetwork network(o);
+  EXPECT_TRUE(network.adapterStatusesByClassName().empty());
+  network.startWithCompletionHandler(nullptr);
+  ASSERT_EQ(network.adapterStatusesByClassName().size(), 1u);
+  EXPECT_EQ(network.adapterStatusesByClassName().begin()->second.state, platform::AdapterStatus::Ready);
+
+  std::shared_ptr<platform::AppOpenAd> appOpen;
+  network.loadAppOpenAdWithAdUnitID("open-unit", {}, [&](auto ad, auto) { appOpen = ad; });
+  env.advance(0.5);
+  ASSERT_TRUE(appOpen);
+  auto home = std::make_shared<kit::ViewController>();
+  auto window = kit::make<kit::Window>();
+  window->setRootViewController(std::make_shared<kit::NavigationController>(home));
+  window->makeKeyAndVisible();
+  appOpen->presentFromRootViewController(home.get());
+  env.runUntilIdle();
+  auto* screen = window->rootViewController()->presentedViewController().get();
+  ASSERT_TRUE(screen);
+  EXPECT_EQ(screen->outlet<kit::ImageView>("adImageView").image(), creative);
+  EXPECT_EQ(screen->outlet<kit::Button>("closeButton").isHidden(), false);
+}
+
+}  // namespace
+}  // namespace desktop

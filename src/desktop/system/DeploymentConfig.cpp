@@ -24,6 +24,22 @@ bool readText(const Json& object, const char* key, std::optional<std::string>* o
   return true;
 }
 
+// Likewise for an ad-unit identifier, which is also refused when it is empty or holds spaces
+// or control characters (no ad network issues such an identifier).
+bool readAdUnit(const Json& object, const char* key, std::optional<std::string>* out, std::string* why) {
+  std::optional<std::string> value;
+  if (!readText(object, key, &value, why)) return false;
+  if (!value) return true;
+  bool malformed = value->empty();
+  for (unsigned char c : *value) malformed = malformed || c <= ' ' || c == 0x7F;
+  if (malformed) {
+    *why = std::string("\"") + key + "\" is not an ad-unit identifier (empty, or with spaces or control characters)";
+    return false;
+  }
+  *out = value;
+  return true;
+}
+
 // Likewise for a number within [low, high].
 bool readNumber(const Json& object, const char* key, double low, double high, double* out,
                 std::string* why) {
@@ -97,9 +113,9 @@ bool parse(const Json& json, DeploymentConfig* config, std::string* why) {
     *why = "unknown key \"" + unknown + "\"";
     return false;
   }
-  if (!readText(json, "interstitialAdUnitID", &config->interstitialAdUnitID, why) ||
-      !readText(json, "appOpenAdUnitID", &config->appOpenAdUnitID, why) ||
-      !readText(json, "bannerAdUnitID", &config->bannerAdUnitID, why) ||
+  if (!readAdUnit(json, "interstitialAdUnitID", &config->interstitialAdUnitID, why) ||
+      !readAdUnit(json, "appOpenAdUnitID", &config->appOpenAdUnitID, why) ||
+      !readAdUnit(json, "bannerAdUnitID", &config->bannerAdUnitID, why) ||
       !readText(json, "testDeviceIdentifier", &config->testDeviceIdentifier, why)) {
     return false;
   }

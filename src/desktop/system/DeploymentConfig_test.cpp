@@ -75,6 +75,18 @@ TEST_F(DeploymentConfigTest, TheMeasurementHostIsASchemeAndAHostOrNothing) {
   }
 }
 
+TEST_F(DeploymentConfigTest, AMalformedAdUnitNamesTheFileAndKeyAndKeepsTheDefaults) {
+  for (const char* bad : {R"("")", R"("open unit 1")", R"("open-1\n")"}) {
+    writeText(defaultPath(), std::string(R"({"interstitialAdUnitID": "inter-1", "appOpenAdUnitID": )") + bad + "}");
+    DeploymentConfigLoad load = loadDeploymentConfig(home.folders());
+    EXPECT_EQ(load.problem, "the deployment file " + defaultPath() +
+                                " is not used: \"appOpenAdUnitID\" is not an ad-unit identifier (empty, or with spaces "
+                                "or control characters); using the defaults")
+        << bad;
+    expectDefaults(load.config);
+  }
+}
+
 TEST_F(DeploymentConfigTest, NoFileMeansTheDefaultsQuietly) {
   DeploymentConfigLoad load = loadDeploymentConfig(home.folders());
   EXPECT_FALSE(load.fromFile);

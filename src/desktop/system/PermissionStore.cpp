@@ -6,7 +6,15 @@
 namespace desktop {
 
 const char* permissionName(PermissionKind kind) {
-  return kind == PermissionKind::Photos ? "photos" : "contacts";
+  switch (kind) {
+    case PermissionKind::Photos:
+      return "photos";
+    case PermissionKind::Contacts:
+      return "contacts";
+    case PermissionKind::Notifications:
+      return "notifications";
+  }
+  return "photos";
 }
 
 PermissionStore::PermissionStore(std::string path, PermissionPrompt prompt)

@@ -15,9 +15,9 @@
 
 namespace desktop {
 
-enum class PermissionKind { Photos, Contacts };
+enum class PermissionKind { Photos, Contacts, Notifications };
 
-// The record's name of a kind: "photos", "contacts".
+// The record's name of a kind: "photos", "contacts", "notifications".
 const char* permissionName(PermissionKind kind);
 
 // Asks the user whether the app may use `kind` and returns the answer: Authorized, Limited or
