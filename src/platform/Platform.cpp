@@ -41,6 +41,9 @@ AdvertisingIdentity& advertisingIdentity() {
   return require(installed().advertisingIdentity, "advertising identity");
 }
 Reachability& reachability() { return require(installed().reachability, "reachability"); }
+MailComposer& mailComposer() { return require(installed().mailComposer, "mail composer"); }
+Pasteboard& pasteboard() { return require(installed().pasteboard, "pasteboard"); }
+StoreReview& storeReview() { return require(installed().storeReview, "store review"); }
 
 int Device::systemMajorVersion() { return std::atoi(systemVersion().c_str()); }
 

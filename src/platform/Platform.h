@@ -10,6 +10,7 @@
 #include "platform/Application.h"
 #include "platform/Device.h"
 #include "platform/DeviceFacts.h"
+#include "platform/Feedback.h"
 #include "platform/FileManager.h"
 #include "platform/ImageManager.h"
 #include "platform/Keychain.h"
@@ -35,6 +36,10 @@ struct Services {
   std::shared_ptr<DeviceFacts> deviceFacts;
   std::shared_ptr<AdvertisingIdentity> advertisingIdentity;
   std::shared_ptr<Reachability> reachability;
+  // Feedback: mail, pasteboard, rating.
+  std::shared_ptr<MailComposer> mailComposer;
+  std::shared_ptr<Pasteboard> pasteboard;
+  std::shared_ptr<StoreReview> storeReview;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -57,5 +62,8 @@ SecureRandom& secureRandom();
 DeviceFacts& deviceFacts();
 AdvertisingIdentity& advertisingIdentity();
 Reachability& reachability();
+MailComposer& mailComposer();
+Pasteboard& pasteboard();
+StoreReview& storeReview();
 
 }  // namespace platform

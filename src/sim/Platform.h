@@ -17,6 +17,7 @@
 
 #include "platform/FullScreenAd.h"
 #include "platform/Platform.h"
+#include "sim/Feedback.h"
 #include "sim/MeasurementServices.h"
 
 namespace sim {
@@ -286,6 +287,9 @@ class Platform {
   DeviceFacts& deviceFacts() { return *deviceFacts_; }
   AdvertisingIdentity& advertisingIdentity() { return *advertising_; }
   Reachability& reachability() { return *reachability_; }
+  MailComposer& mail() { return *mail_; }
+  Pasteboard& pasteboard() { return *pasteboard_; }
+  StoreReview& review() { return *review_; }
 
  private:
   std::shared_ptr<PhotoLibrary> photos_;
@@ -301,6 +305,9 @@ class Platform {
   std::shared_ptr<DeviceFacts> deviceFacts_ = std::make_shared<DeviceFacts>();
   std::shared_ptr<AdvertisingIdentity> advertising_ = std::make_shared<AdvertisingIdentity>();
   std::shared_ptr<Reachability> reachability_ = std::make_shared<Reachability>();
+  std::shared_ptr<MailComposer> mail_ = std::make_shared<MailComposer>();
+  std::shared_ptr<Pasteboard> pasteboard_ = std::make_shared<Pasteboard>();
+  std::shared_ptr<StoreReview> review_ = std::make_shared<StoreReview>();
 };
 
 }  // namespace sim
