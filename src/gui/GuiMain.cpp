@@ -21,6 +21,7 @@
 #include "kit/Console.h"
 #include "kit/NotificationCenter.h"
 #include "platform/Platform.h"
+#include "shell/Feedback.h"
 
 namespace gui {
 namespace {
@@ -167,6 +168,11 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
   adConfig.bannerAdUnitID = deployment.config.bannerAdUnitID.value_or(adConfig.bannerAdUnitID);
   adConfig.testDeviceIdentifier = deployment.config.testDeviceIdentifier.value_or(adConfig.testDeviceIdentifier);
   ads::AdConfig::setCurrent(adConfig);
+  shell::AppLinks links = shell::AppLinks::current();
+  links.storeLink = deployment.config.storeLink.value_or(links.storeLink);
+  links.promotionLink = deployment.config.promotionLink.value_or(links.promotionLink);
+  links.supportAddress = deployment.config.supportAddress.value_or(links.supportAddress);
+  shell::AppLinks::setCurrent(links);
 
   desktop::PlatformOptions platformOptions;
   platformOptions.libraryRoot = library;
@@ -175,6 +181,7 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
   platformOptions.houseAds.bannerCreatives = creatives("banner");
   platformOptions.houseAds.fillRate = deployment.config.houseAdsFillRate;
   platformOptions.houseAds.latencySeconds = deployment.config.houseAdsLatencySeconds;
+  platformOptions.storeLink = links.storeLink;
   platformOptions.permissionPrompt = [&app, library](desktop::PermissionKind) {
     int answer = askInWindow(app, "Allow \xE2\x80\x9CSolvanta\xE2\x80\x9D to access your photos?",
                              QString::fromStdString("Solvanta looks for duplicates in " +

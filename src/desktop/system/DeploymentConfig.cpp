@@ -59,7 +59,8 @@ bool parse(const Json& json, DeploymentConfig* config, std::string* why) {
     return false;
   }
   std::string unknown = unknownKey(json, {"interstitialAdUnitID", "appOpenAdUnitID",
-                                          "bannerAdUnitID", "testDeviceIdentifier", "houseAds"});
+                                          "bannerAdUnitID", "testDeviceIdentifier", "houseAds", "storeLink",
+                                          "promotionLink", "supportAddress"});
   if (!unknown.empty()) {
     *why = "unknown key \"" + unknown + "\"";
     return false;
@@ -67,7 +68,9 @@ bool parse(const Json& json, DeploymentConfig* config, std::string* why) {
   if (!readText(json, "interstitialAdUnitID", &config->interstitialAdUnitID, why) ||
       !readText(json, "appOpenAdUnitID", &config->appOpenAdUnitID, why) ||
       !readText(json, "bannerAdUnitID", &config->bannerAdUnitID, why) ||
-      !readText(json, "testDeviceIdentifier", &config->testDeviceIdentifier, why)) {
+      !readText(json, "testDeviceIdentifier", &config->testDeviceIdentifier, why) ||
+      !readText(json, "storeLink", &config->storeLink, why) || !readText(json, "promotionLink", &config->promotionLink, why) ||
+      !readText(json, "supportAddress", &config->supportAddress, why)) {
     return false;
   }
   auto house = json.find("houseAds");
