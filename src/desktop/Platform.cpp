@@ -40,7 +40,7 @@ Platform::Platform(PlatformOptions options)
 
   preferences_ = std::make_shared<JsonPreferenceStore>(folders_.config() + "/preferences.json");
   files_ = std::make_shared<FileManager>(folders_);
-  application_ = std::make_shared<Application>(permissions_, std::move(options.launcher));
+  application_ = std::make_shared<Application>(permissions_, options.launcher);
   device_ = std::make_shared<Device>();
   if (options.images.sharedThumbnailsFolder.empty()) {
     options.images.sharedThumbnailsFolder = folders_.cacheHome + "/thumbnails";
@@ -69,6 +69,9 @@ Platform::Platform(PlatformOptions options)
   services.reachability = reachability;
   services.network = network_;
   addLaunchServices(services);
+  services.mailComposer = std::make_shared<MailComposer>(std::move(options.mailHandler), std::move(options.launcher));
+  services.pasteboard = std::make_shared<Pasteboard>();
+  services.storeReview = std::make_shared<platform::ReviewDialog>(options.storeLink);
   platform::install(std::move(services));
 }
 

@@ -11,6 +11,7 @@
 #include "desktop/system/AppFolders.h"
 #include "desktop/system/Application.h"
 #include "desktop/system/Device.h"
+#include "desktop/system/Feedback.h"
 #include "desktop/system/FileManager.h"
 #include "desktop/library/FolderPhotoLibrary.h"
 #include "desktop/ads/HouseAdsNetwork.h"
@@ -40,6 +41,10 @@ struct PlatformOptions {
   // The ads network's creatives, fill rate, latency and seed (the GUI passes its creatives
   // and the deployment file's fill rate and latency).
   HouseAdsOptions houseAds;
+  // The app's store link, offered by the rating dialog (the deployment file's).
+  std::string storeLink = "https://apps.example.com/solvanta";
+  // None: queryMailHandler.
+  MailHandlerQuery mailHandler;
   // Bounds of the image manager's cache.
   ThumbnailImageManagerOptions images;
   // The measurement collection host (the deployment file's "measurement.host"); empty: the

@@ -182,6 +182,8 @@ const std::map<std::string, Check>& checks() {
        }},
       {"assertToast", text},
       {"assertConsole", text},
+      {"assertOpened", text},
+      {"assertPasteboard", text},
       {"assertPreference",
        [](const YAML::Node& n) -> std::string {
          if (auto e = mapWith(n, {"key", "equals"}); !e.empty()) return e;

@@ -398,6 +398,18 @@ class Run {
     }
     if (c == "assertAd") return assertAd(a["shown"].Scalar());
     if (c == "assertAdLoads") return assertAdLoads(a);
+    if (c == "assertOpened") {
+      auto urls = world_.platform.application().openedURLs();
+      if (urls.empty() || urls.back().rfind(a.Scalar(), 0) != 0) {
+        fail("expected the app to have opened " + quoted(a.Scalar()) + ", found " + (urls.empty() ? "none" : (quoted)(urls.back())));
+      }
+      return urls.back();
+    }
+    if (c == "assertPasteboard") {
+      std::string found = world_.platform.pasteboard().string();
+      if (found != a.Scalar()) fail("expected the pasteboard to hold " + quoted(a.Scalar()) + ", found " + (quoted)(found));
+      return {};
+    }
     if (c == "answerPrompt") {
       auto& photos = world_.platform.photos();
       if (photos.pendingAuthorizationRequests() == 0) fail("expected a question of the platform, found none waiting");
@@ -492,8 +504,13 @@ class Run {
     if (sel.IsScalar() || !sel["id"]) {
       const kit::View* within = nullptr;
       if (sel.IsMap() && sel["in"]) within = resolve(sel["in"], screen).view;
-      const Element& e = byText(sel.IsScalar() ? sel.Scalar() : sel["text"].Scalar(), screen, true, within);
-      t = Target{e.view, nullptr, {}, describe(e)};
+      const std::string text = sel.IsScalar() ? sel.Scalar() : sel["text"].Scalar();
+      if (auto cell = cellShowing(text, screen, within)) {
+        t = *cell;
+      } else {
+        const Element& e = byText(text, screen, true, within);
+        t = Target{e.view, nullptr, {}, describe(e)};
+      }
     } else {
       t = resolveId(sel, screen);
     }
@@ -506,11 +523,30 @@ class Run {
         collection->userSelectItem(t.path);
       }
       kit::runLayoutPass();
+    } else if (auto* sw = dynamic_cast<kit::Switch*>(t.view)) {
+      if (!kit::toggle(*sw)) fail("expected " + t.what + " to take a tap, but it is disabled or takes no touches");
     } else if (!kit::tap(*t.view)) {
       fail("expected " + t.what + " to take a tap, but it is disabled or takes no touches");
     }
     settle();
     return t.what;
+  }
+
+  // The cell of a list that shows `text` in a label of its own, when nothing that takes taps
+  // shows that text: a person taps such a cell (a key of a keypad, a row of a table).
+  std::optional<Target> cellShowing(const std::string& text, const FrontScreen& screen, const kit::View* within) {
+    std::vector<Target> cells;
+    for (const Element* e : screen.showing(text)) {
+      if (!e->view || (within && !e->view->isDescendantOf(*within))) continue;
+      if (e->tappable) return std::nullopt;
+      auto* cell = e->view->ancestorOfType<kit::ListCell>();
+      auto* list = cell ? dynamic_cast<kit::ListView*>(cell->superview()) : nullptr;
+      auto path = list ? list->indexPathForCell(*cell) : std::nullopt;
+      if (!path) continue;
+      cells.push_back(Target{cell, list, *path, describe(*e)});
+    }
+    if (cells.size() != 1) return std::nullopt;
+    return cells.front();
   }
 
   std::string longPressOn(const YAML::Node& sel) {

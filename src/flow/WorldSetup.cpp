@@ -235,6 +235,16 @@ std::string readEagerMain(const YAML::Node& n, WorldSetup& s) {
   return {};
 }
 
+std::string readMail(const YAML::Node& n, WorldSetup& s) { return choice(n, {"none", "fails", "sends"}, &s.mail); }
+
+std::string readRating(const YAML::Node& n, WorldSetup& s) { return choice(n, {"shows", "ignored"}, &s.rating); }
+
+void applyFeedback(const WorldSetup& s, sim::World& world) {
+  using Outcome = sim::MailComposer::Outcome;
+  world.platform.mail().setOutcome(s.mail == "none" ? Outcome::None : s.mail == "fails" ? Outcome::Fails : Outcome::Sends);
+  world.platform.review().setShows(s.rating == "shows");
+}
+
 }  // namespace
 
 std::optional<double> parseTimestamp(const std::string& t) {
@@ -306,6 +316,8 @@ const std::vector<WorldKey>& worldKeys() {
       {"preferences", "{} (unset keys read as 0, false or empty)", readPreferences},
       {"disk", "{totalBytes: 128000000000, freeBytes: 64000000000}", readDisk},
       {"eagerMain", "true", readEagerMain},
+      {"mail", "sends", readMail},
+      {"rating", "shows", readRating},
   };
   return keys;
 }
@@ -376,6 +388,7 @@ void WorldSetup::applyTo(sim::World& world) const {
 
   for (const auto& [key, value] : preferences) world.platform.preferences().setObject(value, key);
   world.platform.files().setFileSystem(diskTotalBytes, diskFreeBytes);
+  applyFeedback(*this, world);
 }
 
 }  // namespace flow

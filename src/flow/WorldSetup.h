@@ -46,6 +46,10 @@ struct WorldSetup {
   long long diskTotalBytes = 128000000000LL;
   long long diskFreeBytes = 64000000000LL;
   bool eagerMain = true;
+  // Feedback: the mail composer's outcome (none: no mail can be sent; fails; sends) and
+  // whether a rating request shows its dialog (shows) or nothing (ignored).
+  std::string mail = "sends";
+  std::string rating = "shows";
 
   // Sets up `world`: clock, time zone, library, access, answers, deletion, ads, preferences,
   // disk and queue behaviour. Main thread, before the app starts.

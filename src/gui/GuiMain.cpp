@@ -21,6 +21,7 @@
 #include "kit/Console.h"
 #include "kit/NotificationCenter.h"
 #include "platform/Platform.h"
+#include "shell/Feedback.h"
 
 namespace gui {
 namespace {
@@ -180,6 +181,11 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
   adConfig.bannerAdUnitID = deployment.config.bannerAdUnitID.value_or(adConfig.bannerAdUnitID);
   adConfig.testDeviceIdentifier = deployment.config.testDeviceIdentifier.value_or(adConfig.testDeviceIdentifier);
   ads::AdConfig::setCurrent(adConfig);
+  shell::AppLinks links = shell::AppLinks::current();
+  links.storeLink = deployment.config.storeLink.value_or(links.storeLink);
+  links.promotionLink = deployment.config.promotionLink.value_or(links.promotionLink);
+  links.supportAddress = deployment.config.supportAddress.value_or(links.supportAddress);
+  shell::AppLinks::setCurrent(links);
 
   desktop::PlatformOptions platformOptions;
   platformOptions.libraryRoot = library;
@@ -190,6 +196,7 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
   platformOptions.houseAds.fillRate = deployment.config.houseAdsFillRate;
   platformOptions.houseAds.latencySeconds = deployment.config.houseAdsLatencySeconds;
   platformOptions.measurementHost = deployment.config.measurementHost;
+  platformOptions.storeLink = links.storeLink;
   platformOptions.permissionPrompt = [&app, library](desktop::PermissionKind kind) {
     if (kind == desktop::PermissionKind::Notifications) {
       int answer = askInWindow(app, "\xE2\x80\x9CSolvanta\xE2\x80\x9D Would Like to Send You Notifications",

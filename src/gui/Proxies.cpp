@@ -5,6 +5,7 @@
 #include "gui/ImageRegistry.h"
 #include "kit/AlertController.h"
 #include "kit/Controls.h"
+#include "kit/Dispatch.h"
 #include "kit/GestureRecognizer.h"
 #include "kit/Views.h"
 #include "platform/AdsNetwork.h"
@@ -199,6 +200,15 @@ bool ViewProxy::toggle() {
 void ViewProxy::type(const QString& text) {
   if (auto* f = as<kit::TextField>(object_)) f->typeText(text.toStdString());
   if (auto* s = as<kit::SearchBar>(object_)) s->userSetText(text.toStdString());
+}
+
+void ViewProxy::edit(const QString& text) {
+  auto* f = as<kit::TextField>(object_);
+  if (!f || !f->isEnabled() || f->text().value_or("") == text.toStdString()) return;
+  if (!f->isFirstResponder()) f->becomeFirstResponder();
+  f->setText(text.toStdString());
+  f->sendActionsForControlEvents(kit::kControlEventEditingChanged);
+  kit::runLayoutPass();
 }
 
 void ViewProxy::pressReturn() {

@@ -93,6 +93,9 @@ class ViewProxy : public QObject {
   // Typing into a text field, or editing a search bar.
   Q_INVOKABLE void type(const QString& text);
   Q_INVOKABLE void pressReturn();
+  // A keyboard's edit of a text field that leaves `text` in it (typing, deleting, pasting):
+  // the field takes the text and sends EditingChanged.
+  Q_INVOKABLE void edit(const QString& text);
   // A long press reported by the renderer.
   Q_INVOKABLE bool longPress(int state, double x, double y);
 

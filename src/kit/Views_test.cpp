@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "kit/Controls.h"
+#include "kit/DropDown.h"
 #include "kit/GestureRecognizer.h"
 #include "kit/Views.h"
 
@@ -108,3 +109,49 @@ TEST(TextFieldTest, TypingAsksTheDelegateForEachCharacter) {
 }
 
 }  // namespace
+
+// ---- DropDown ----
+
+
+TEST(DropDownTest, ATouchOpensTheListAndAChoiceClosesItAndTellsTheHandler) {
+  auto field = kit::make<kit::DropDown>();
+  std::vector<std::string> chosen;
+  field->didSelect([&](const std::string& text, int index, int id) {
+    chosen.push_back(text + "/" + std::to_string(index) + "/" + std::to_string(id));
+  });
+  EXPECT_TRUE(kit::tap(*field));
+  EXPECT_FALSE(field->isListShown());  // nothing to offer
+  field->setOptionArray({"a", "b", "c"});
+  field->setOptionIds({10, 20});
+  ASSERT_EQ(field->listView().subviews().size(), 3u);
+  EXPECT_TRUE(kit::tap(*field));
+  EXPECT_TRUE(field->isListShown());
+  EXPECT_FALSE(field->listView().isHidden());
+  EXPECT_TRUE(kit::tap(*field->listView().subviews()[1]));
+  EXPECT_FALSE(field->isListShown());
+  EXPECT_EQ(field->text(), "b");
+  EXPECT_EQ(field->selectedIndex(), 1);
+  EXPECT_TRUE(static_cast<kit::Button&>(*field->listView().subviews()[1]).isSelected());
+  EXPECT_FALSE(field->selectOption(3));
+  EXPECT_FALSE(field->selectOption(-1));
+  EXPECT_TRUE(field->selectOption(2));  // past the ids: the index stands in
+  EXPECT_EQ(chosen, (std::vector<std::string>{"b/1/20", "c/2/2"}));
+  // New options forget the choice and close the list.
+  field->showList();
+  field->setOptionArray({"x"});
+  EXPECT_FALSE(field->selectedIndex());
+  EXPECT_FALSE(field->isListShown());
+  EXPECT_EQ(field->listView().subviews().size(), 1u);
+}
+
+TEST(DropDownTest, ATapRecognizerOnTheFieldDecidesWhatATouchDoes) {
+  auto field = kit::make<kit::DropDown>();
+  field->setOptionArray({"a"});
+  int recognized = 0;
+  auto tap = std::make_shared<kit::TapGestureRecognizer>();
+  tap->addTarget([&](kit::GestureRecognizer&) { ++recognized; });
+  field->addGestureRecognizer(tap);
+  EXPECT_TRUE(kit::tap(*field));
+  EXPECT_EQ(recognized, 1);
+  EXPECT_FALSE(field->isListShown());
+}

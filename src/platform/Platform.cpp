@@ -57,6 +57,9 @@ AppServices& appServices() { return require(installed().appServices, "app servic
 Messaging& messaging() { return require(installed().messaging, "messaging"); }
 KeyboardManager& keyboardManager() { return require(installed().keyboardManager, "keyboard manager"); }
 PersistentStores& persistentStores() { return require(installed().persistentStores, "persistent stores"); }
+MailComposer& mailComposer() { return require(installed().mailComposer, "mail composer"); }
+Pasteboard& pasteboard() { return require(installed().pasteboard, "pasteboard"); }
+StoreReview& storeReview() { return require(installed().storeReview, "store review"); }
 
 int Device::systemMajorVersion() { return std::atoi(systemVersion().c_str()); }
 

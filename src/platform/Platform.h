@@ -10,6 +10,7 @@
 #include "platform/Application.h"
 #include "platform/Device.h"
 #include "platform/DeviceFacts.h"
+#include "platform/Feedback.h"
 #include "platform/FileManager.h"
 #include "platform/ImageManager.h"
 #include "platform/KeyboardManager.h"
@@ -48,6 +49,10 @@ struct Services {
   std::shared_ptr<Messaging> messaging;
   std::shared_ptr<KeyboardManager> keyboardManager;
   std::shared_ptr<PersistentStores> persistentStores;
+  // Feedback: mail, pasteboard, rating.
+  std::shared_ptr<MailComposer> mailComposer;
+  std::shared_ptr<Pasteboard> pasteboard;
+  std::shared_ptr<StoreReview> storeReview;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -76,5 +81,8 @@ AppServices& appServices();
 Messaging& messaging();
 KeyboardManager& keyboardManager();
 PersistentStores& persistentStores();
+MailComposer& mailComposer();
+Pasteboard& pasteboard();
+StoreReview& storeReview();
 
 }  // namespace platform

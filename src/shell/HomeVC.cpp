@@ -10,7 +10,9 @@
 #include "media/DuplicatePhotoVC.h"
 #include "platform/Platform.h"
 #include "shared/PreferenceKeys.h"
-#include "shell/PlaceholderScreens.h"
+#include "shell/SettingVc.h"
+#include "vault/SecretSpaceVC.h"
+#include "vault/SetPin.h"
 
 namespace shell {
 
@@ -99,13 +101,13 @@ void HomeVC::secretBtn(kit::Object*) {
   auto& board = storyboardOf(*this);
   std::shared_ptr<kit::ViewController> target;
   if (!defaults.boolForKey(shared::SINGLE_TIME_CALL)) {
-    target = board.instantiate<SetPin>("SetPin");
+    target = board.instantiate<vault::SetPin>("SetPin");
   } else if (defaults.boolForKey(shared::IS_PIN_SET)) {
-    auto pin = board.instantiate<SetPin>("SetPin");
+    auto pin = board.instantiate<vault::SetPin>("SetPin");
     pin->isFrom = "security";
     target = pin;
   } else {
-    target = board.instantiate<SecretSpaceVC>("SecretSpaceVC");
+    target = board.instantiate<vault::SecretSpaceVC>("SecretSpaceVC");
   }
   if (auto* nav = navigationController()) nav->pushViewController(target, true);
   ads::runPacedInterstitial(sharedAs<HomeVC>());

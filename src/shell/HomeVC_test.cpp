@@ -12,6 +12,7 @@
 #include "shared/PreferenceKeys.h"
 #include "shell/MainStoryboard.h"
 #include "shell/PlaceholderScreens.h"
+#include "vault/SetPin.h"
 #include "sim/World.h"
 
 namespace {
@@ -116,7 +117,7 @@ TEST_F(HomeVCTest, SecretButtonRoutesByTheTwoPreferences) {
     const char* target;
     const char* isFrom;
   };
-  for (Row row : {Row{false, false, "SetPin", ""}, Row{false, true, "SetPin", ""}, Row{true, true, "SetPin", "security"},
+  for (Row row : {Row{false, false, "SetPin", nullptr}, Row{false, true, "SetPin", nullptr}, Row{true, true, "SetPin", "security"},
                   Row{true, false, "SecretSpaceVC", nullptr}}) {
     platform::preferences().setBool(row.singleTimeCall, shared::SINGLE_TIME_CALL);
     platform::preferences().setBool(row.pinSet, shared::IS_PIN_SET);
@@ -124,8 +125,9 @@ TEST_F(HomeVCTest, SecretButtonRoutesByTheTwoPreferences) {
     home->performAction("secretBtn:");
     kit::ViewController* top = nav->topViewController();
     EXPECT_EQ(top->storyboardIdentifier(), row.target);
-    if (row.isFrom) {
-      EXPECT_EQ(dynamic_cast<shell::SetPin&>(*top).isFrom, row.isFrom);
+    if (std::string(row.target) == "SetPin") {
+      EXPECT_EQ(dynamic_cast<vault::SetPin&>(*top).isFrom,
+                row.isFrom ? std::optional<std::string>(row.isFrom) : std::nullopt);
     }
   }
   EXPECT_EQ(platform::preferences().integerForKey(shared::FULLSERVICECOUNT), 0);  // the fourth showed (or tried)

@@ -7,6 +7,10 @@
 #include "shell/HomeVC.h"
 #include "shell/PlaceholderScreens.h"
 #include "shell/SplashVC.h"
+#include "shell/SettingVc.h"
+#include "vault/SecretSpaceVC.h"
+#include "vault/SecurityQuestionVC.h"
+#include "vault/SetPin.h"
 
 namespace shell {
 
@@ -16,8 +20,11 @@ void registerMainStoryboard() {
   main.registerScene("BlankViewController", [] { return std::make_shared<BlankViewController>(); });
   main.registerScene("HomeVC", [] { return std::make_shared<HomeVC>(); });
   main.registerScene("DuplicatePhotoVC", [] { return std::make_shared<media::DuplicatePhotoVC>(); });
-  main.registerScene("SetPin", [] { return std::make_shared<SetPin>(); });
-  main.registerScene("SecretSpaceVC", [] { return std::make_shared<SecretSpaceVC>(); });
+  main.registerScene("SetPin", [] { return std::make_shared<vault::SetPin>(); });
+  main.registerScene("SecurityQuestionVC", [] { return std::make_shared<vault::SecurityQuestionVC>(); });
+  main.registerScene("SecretSpaceVC", [] { return std::make_shared<vault::SecretSpaceVC>(); });
+  main.registerScene("SecretFilesVC", [] { return std::make_shared<SecretFilesVC>(); });
+  main.registerScene("SecretContactVC", [] { return std::make_shared<SecretContactVC>(); });
   main.registerScene("SettingVc", [] { return std::make_shared<SettingVc>(); });
 }
 

@@ -1,4 +1,4 @@
-// Screens that HomeVC opens and that are not built yet: a plain page under each identifier,
+// Screens that are not built yet: a plain page under each identifier,
 // with the fields their openers set. Each will be replaced by the real screen of that name.
 #pragma once
 
@@ -19,21 +19,15 @@ class PlaceholderScreen : public kit::ViewController {
   std::string title_;
 };
 
-class SetPin : public PlaceholderScreen {
+// The secret space's two stores, reached from its hub.
+class SecretFilesVC : public PlaceholderScreen {
  public:
-  SetPin() : PlaceholderScreen("Set PIN") {}
-  // The mode text its opener sets ("security" to ask for the PIN).
-  std::string isFrom;
+  SecretFilesVC() : PlaceholderScreen("Secret Files") {}
 };
 
-class SecretSpaceVC : public PlaceholderScreen {
+class SecretContactVC : public PlaceholderScreen {
  public:
-  SecretSpaceVC() : PlaceholderScreen("Secret Space") {}
-};
-
-class SettingVc : public PlaceholderScreen {
- public:
-  SettingVc() : PlaceholderScreen("Settings") {}
+  SecretContactVC() : PlaceholderScreen("Secret Contacts") {}
 };
 
 }  // namespace shell

@@ -580,7 +580,8 @@ Platform::Platform()
       device_(std::make_shared<Device>()) {
   platform::install(platform::Services{photos_, images_, frames_, files_, preferences_, application_, ads_, device_,
                                        keychain_, random_, deviceFacts_, advertising_, reachability_, network_,
-                                       notifications_, appServices_, messaging_, keyboard_, stores_});
+                                       notifications_, appServices_, messaging_, keyboard_, stores_, mail_,
+                                       pasteboard_, review_});
 }
 
 Platform::~Platform() { platform::uninstall(); }

@@ -18,6 +18,7 @@
 #include "platform/FullScreenAd.h"
 #include "platform/Platform.h"
 #include "sim/LaunchServices.h"
+#include "sim/Feedback.h"
 #include "sim/MeasurementServices.h"
 #include "sim/Network.h"
 
@@ -296,6 +297,9 @@ class Platform {
   Messaging& messaging() { return *messaging_; }
   platform::BasicKeyboardManager& keyboard() { return *keyboard_; }
   PersistentStores& stores() { return *stores_; }
+  MailComposer& mail() { return *mail_; }
+  Pasteboard& pasteboard() { return *pasteboard_; }
+  StoreReview& review() { return *review_; }
 
  private:
   std::shared_ptr<PhotoLibrary> photos_;
@@ -317,6 +321,9 @@ class Platform {
   std::shared_ptr<Messaging> messaging_ = std::make_shared<Messaging>();
   std::shared_ptr<platform::BasicKeyboardManager> keyboard_ = std::make_shared<platform::BasicKeyboardManager>();
   std::shared_ptr<PersistentStores> stores_ = std::make_shared<PersistentStores>();
+  std::shared_ptr<MailComposer> mail_ = std::make_shared<MailComposer>();
+  std::shared_ptr<Pasteboard> pasteboard_ = std::make_shared<Pasteboard>();
+  std::shared_ptr<StoreReview> review_ = std::make_shared<StoreReview>();
 };
 
 }  // namespace sim

@@ -108,7 +108,7 @@ bool parse(const Json& json, DeploymentConfig* config, std::string* why) {
   }
   std::string unknown = unknownKey(json, {"interstitialAdUnitID", "appOpenAdUnitID",
                                           "bannerAdUnitID", "testDeviceIdentifier", "houseAds",
-                                          "measurement"});
+                                          "measurement", "storeLink", "promotionLink", "supportAddress"});
   if (!unknown.empty()) {
     *why = "unknown key \"" + unknown + "\"";
     return false;
@@ -116,7 +116,9 @@ bool parse(const Json& json, DeploymentConfig* config, std::string* why) {
   if (!readAdUnit(json, "interstitialAdUnitID", &config->interstitialAdUnitID, why) ||
       !readAdUnit(json, "appOpenAdUnitID", &config->appOpenAdUnitID, why) ||
       !readAdUnit(json, "bannerAdUnitID", &config->bannerAdUnitID, why) ||
-      !readText(json, "testDeviceIdentifier", &config->testDeviceIdentifier, why)) {
+      !readText(json, "testDeviceIdentifier", &config->testDeviceIdentifier, why) ||
+      !readText(json, "storeLink", &config->storeLink, why) || !readText(json, "promotionLink", &config->promotionLink, why) ||
+      !readText(json, "supportAddress", &config->supportAddress, why)) {
     return false;
   }
   if (!parseMeasurement(json, config, why)) return false;

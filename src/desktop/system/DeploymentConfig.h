@@ -4,6 +4,7 @@
 //   {
 //     "interstitialAdUnitID": "...", "appOpenAdUnitID": "...", "bannerAdUnitID": "...",
 //     "testDeviceIdentifier": "...",
+//     "storeLink": "https://...", "promotionLink": "https://...", "supportAddress": "...",
 //     "houseAds": {"fillRate": 1.0, "latencySeconds": 0.5},
 //     "measurement": {"host": "https://collector.example"}
 //   }
@@ -25,6 +26,10 @@ struct DeploymentConfig {
   std::optional<std::string> appOpenAdUnitID;
   std::optional<std::string> bannerAdUnitID;
   std::optional<std::string> testDeviceIdentifier;
+  // The app's store link, the promoted app's link and the feedback mail's address.
+  std::optional<std::string> storeLink;
+  std::optional<std::string> promotionLink;
+  std::optional<std::string> supportAddress;
   // Share of house-ad loads that fill (0..1), and seconds each load takes (0 or more).
   double houseAdsFillRate = 1.0;
   double houseAdsLatencySeconds = 0.5;

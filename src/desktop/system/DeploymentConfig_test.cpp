@@ -30,7 +30,8 @@ struct DeploymentConfigTest : ::testing::Test {
 TEST_F(DeploymentConfigTest, TheFileSetsWhatItNamesAndLeavesTheRest) {
   writeText(defaultPath(), R"({
     "interstitialAdUnitID": "inter-1", "appOpenAdUnitID": "open-1", "bannerAdUnitID": "banner-1",
-    "testDeviceIdentifier": "device-1", "houseAds": {"fillRate": 0.25, "latencySeconds": 2}
+    "testDeviceIdentifier": "device-1", "houseAds": {"fillRate": 0.25, "latencySeconds": 2},
+    "storeLink": "https://store.example/app", "supportAddress": "help@example.org"
   })");
   DeploymentConfigLoad load = loadDeploymentConfig(home.folders());
   EXPECT_TRUE(load.fromFile);
@@ -42,6 +43,9 @@ TEST_F(DeploymentConfigTest, TheFileSetsWhatItNamesAndLeavesTheRest) {
   EXPECT_EQ(load.config.testDeviceIdentifier, "device-1");
   EXPECT_EQ(load.config.houseAdsFillRate, 0.25);
   EXPECT_EQ(load.config.houseAdsLatencySeconds, 2.0);
+  EXPECT_EQ(load.config.storeLink, "https://store.example/app");
+  EXPECT_EQ(load.config.supportAddress, "help@example.org");
+  EXPECT_FALSE(load.config.promotionLink);
 
   writeText(defaultPath(), R"({"houseAds": {"fillRate": 0}})");
   load = loadDeploymentConfig(home.folders());
