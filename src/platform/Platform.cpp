@@ -41,6 +41,7 @@ AdvertisingIdentity& advertisingIdentity() {
   return require(installed().advertisingIdentity, "advertising identity");
 }
 Reachability& reachability() { return require(installed().reachability, "reachability"); }
+VideoPlayers& videoPlayers() { return require(installed().videoPlayers, "video players"); }
 
 int Device::systemMajorVersion() { return std::atoi(systemVersion().c_str()); }
 

@@ -17,6 +17,7 @@
 #include "platform/PreferenceStore.h"
 #include "platform/Reachability.h"
 #include "platform/SecureRandom.h"
+#include "platform/VideoPlayer.h"
 
 namespace platform {
 
@@ -35,6 +36,8 @@ struct Services {
   std::shared_ptr<DeviceFacts> deviceFacts;
   std::shared_ptr<AdvertisingIdentity> advertisingIdentity;
   std::shared_ptr<Reachability> reachability;
+  // Services of the mobile ads client.
+  std::shared_ptr<VideoPlayers> videoPlayers;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -57,5 +60,6 @@ SecureRandom& secureRandom();
 DeviceFacts& deviceFacts();
 AdvertisingIdentity& advertisingIdentity();
 Reachability& reachability();
+VideoPlayers& videoPlayers();
 
 }  // namespace platform

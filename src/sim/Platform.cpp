@@ -574,7 +574,8 @@ Platform::Platform()
       ads_(std::make_shared<AdsNetwork>()),
       device_(std::make_shared<Device>()) {
   platform::install(platform::Services{photos_, images_, frames_, files_, preferences_, application_, ads_, device_,
-                                       keychain_, random_, deviceFacts_, advertising_, reachability_});
+                                       keychain_, random_, deviceFacts_, advertising_, reachability_,
+                                       videoPlayers_});
 }
 
 Platform::~Platform() { platform::uninstall(); }

@@ -18,6 +18,7 @@
 #include "platform/FullScreenAd.h"
 #include "platform/Platform.h"
 #include "sim/MeasurementServices.h"
+#include "sim/VideoPlayer.h"
 
 namespace sim {
 
@@ -286,6 +287,7 @@ class Platform {
   DeviceFacts& deviceFacts() { return *deviceFacts_; }
   AdvertisingIdentity& advertisingIdentity() { return *advertising_; }
   Reachability& reachability() { return *reachability_; }
+  VideoPlayers& videoPlayers() { return *videoPlayers_; }
 
  private:
   std::shared_ptr<PhotoLibrary> photos_;
@@ -301,6 +303,7 @@ class Platform {
   std::shared_ptr<DeviceFacts> deviceFacts_ = std::make_shared<DeviceFacts>();
   std::shared_ptr<AdvertisingIdentity> advertising_ = std::make_shared<AdvertisingIdentity>();
   std::shared_ptr<Reachability> reachability_ = std::make_shared<Reachability>();
+  std::shared_ptr<VideoPlayers> videoPlayers_ = std::make_shared<VideoPlayers>();
 };
 
 }  // namespace sim
