@@ -36,9 +36,13 @@ function(solvanta_tests name)
   add_executable(${name}_tests ${ARG_SOURCES})
   target_compile_options(${name}_tests PRIVATE ${SOLVANTA_WARNINGS})
   target_link_libraries(${name}_tests PRIVATE ${ARG_DEPS} solvanta::testmain GTest::gmock)
-  set(_labels ${name} ${ARG_LABELS})
-  # A list value must reach CTest whole: escape its separators.
-  string(REPLACE ";" "\\;" _labels "${_labels}")
+  # Test discovery writes a label list as separate words, and CTest then keeps only the first:
+  # a program has one label, its own name unless it names another (such as "threaded").
+  if(ARG_LABELS)
+    list(GET ARG_LABELS 0 _labels)
+  else()
+    set(_labels ${name})
+  endif()
   gtest_discover_tests(${name}_tests
     TEST_PREFIX "${name}."
     PROPERTIES LABELS "${_labels}"

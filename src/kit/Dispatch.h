@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "kit/Object.h"
@@ -70,6 +71,15 @@ class Environment {
   virtual double uptime() = 0;
   // True on the thread that runs the main queue.
   virtual bool isMainThread() = 0;
+  // For a wait that would block the calling thread (kit::Semaphore). An environment that runs
+  // every queue on one thread cannot block it: it runs its other ready work instead until
+  // `done()` holds or nothing else can run, and returns `done()`. Environments on real threads
+  // return nothing, and the caller blocks for up to `timeoutSeconds`.
+  virtual std::optional<bool> runOtherWorkUntil(const std::function<bool()>& done, double timeoutSeconds) {
+    (void)done;
+    (void)timeoutSeconds;
+    return std::nullopt;
+  }
 
  protected:
   // Implementations install themselves on construction and uninstall on destruction.

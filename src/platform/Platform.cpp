@@ -60,6 +60,7 @@ PersistentStores& persistentStores() { return require(installed().persistentStor
 MailComposer& mailComposer() { return require(installed().mailComposer, "mail composer"); }
 Pasteboard& pasteboard() { return require(installed().pasteboard, "pasteboard"); }
 StoreReview& storeReview() { return require(installed().storeReview, "store review"); }
+VideoPlayers& videoPlayers() { return require(installed().videoPlayers, "video players"); }
 
 int Device::systemMajorVersion() { return std::atoi(systemVersion().c_str()); }
 

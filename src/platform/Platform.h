@@ -23,6 +23,7 @@
 #include "platform/Reachability.h"
 #include "platform/SecureRandom.h"
 #include "platform/UserNotifications.h"
+#include "platform/VideoPlayer.h"
 
 namespace platform {
 
@@ -53,6 +54,8 @@ struct Services {
   std::shared_ptr<MailComposer> mailComposer;
   std::shared_ptr<Pasteboard> pasteboard;
   std::shared_ptr<StoreReview> storeReview;
+  // Services of the mobile ads client.
+  std::shared_ptr<VideoPlayers> videoPlayers;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -84,5 +87,6 @@ PersistentStores& persistentStores();
 MailComposer& mailComposer();
 Pasteboard& pasteboard();
 StoreReview& storeReview();
+VideoPlayers& videoPlayers();
 
 }  // namespace platform

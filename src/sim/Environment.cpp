@@ -27,6 +27,7 @@ class Environment::SimQueue : public kit::Queue {
   Environment* env_;
   Kind kind_;
   std::string label_;
+  int running_ = 0;  // tasks of this queue on the (one) thread's stack
 };
 
 class Environment::SimTimer : public kit::Timer {
@@ -160,12 +161,37 @@ void Environment::runBackgroundTask(Held& held) {
   Flag bg(inBackground_, true);
   SimQueue* previous = runningQueue_;
   runningQueue_ = held.queue;
+  ++held.queue->running_;
   struct Restore {
     SimQueue*& slot;
     SimQueue* value;
-    ~Restore() { slot = value; }
-  } restore{runningQueue_, previous};
+    SimQueue* mine;
+    ~Restore() {
+      --mine->running_;
+      slot = value;
+    }
+  } restore{runningQueue_, previous, held.queue};
   held.task();
+}
+
+std::optional<bool> Environment::runOtherWorkUntil(const std::function<bool()>& done, double) {
+  while (!done()) {
+    if (inBackground_ && !main_.empty()) {
+      kit::Task task = std::move(main_.front());
+      main_.pop_front();
+      Flag bg(inBackground_, false);
+      runMainTask(task);
+      continue;
+    }
+    auto it = std::find_if(background_.begin(), background_.end(), [](const Held& h) {
+      return h.queue->kind() != SimQueue::Serial || h.queue->running_ == 0;
+    });
+    if (it == background_.end()) break;
+    Held held = std::move(*it);
+    background_.erase(it);
+    runBackgroundTask(held);
+  }
+  return done();
 }
 
 bool Environment::runMainOnce() {

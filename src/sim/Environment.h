@@ -43,6 +43,11 @@ class Environment : public kit::Environment {
   double uptime() override { return now_ - bootTime_; }
   // False only while a background task runs.
   bool isMainThread() override { return !inBackground_; }
+  // Runs, in posting order, the main-queue tasks (when the waiter is not the main thread) and
+  // the held background tasks of queues other than the serial queues running now, until
+  // `done()` holds or none is left. Delayed work waits and the clock stays: a wait that
+  // nothing ready can satisfy times out at once.
+  std::optional<bool> runOtherWorkUntil(const std::function<bool()>& done, double timeoutSeconds) override;
 
   // --- Driving ---
   // Runs main-queue tasks until the main queue is empty (tasks they post included); returns

@@ -21,6 +21,7 @@
 #include "sim/Feedback.h"
 #include "sim/MeasurementServices.h"
 #include "sim/Network.h"
+#include "sim/VideoPlayer.h"
 
 namespace sim {
 
@@ -300,6 +301,7 @@ class Platform {
   MailComposer& mail() { return *mail_; }
   Pasteboard& pasteboard() { return *pasteboard_; }
   StoreReview& review() { return *review_; }
+  VideoPlayers& videoPlayers() { return *videoPlayers_; }
 
  private:
   std::shared_ptr<PhotoLibrary> photos_;
@@ -324,6 +326,7 @@ class Platform {
   std::shared_ptr<MailComposer> mail_ = std::make_shared<MailComposer>();
   std::shared_ptr<Pasteboard> pasteboard_ = std::make_shared<Pasteboard>();
   std::shared_ptr<StoreReview> review_ = std::make_shared<StoreReview>();
+  std::shared_ptr<VideoPlayers> videoPlayers_ = std::make_shared<VideoPlayers>();
 };
 
 }  // namespace sim
