@@ -11,6 +11,8 @@
 
 #include <yaml-cpp/eventhandler.h>
 
+#include "flow/YamlValues.h"
+
 namespace flow {
 
 std::string FlowSyntaxError::located() const {
@@ -27,28 +29,6 @@ constexpr long long kMaxTimes = 10000;
 constexpr long kMaxSteps = 100000;
 
 using Check = std::function<std::string(const YAML::Node&)>;
-
-bool scalar(const YAML::Node& n) { return n.IsDefined() && n.IsScalar(); }
-
-std::optional<double> numberOf(const YAML::Node& n) {
-  if (!scalar(n)) return std::nullopt;
-  try {
-    double v = n.as<double>();
-    if (!std::isfinite(v)) return std::nullopt;
-    return v;
-  } catch (const YAML::Exception&) {
-    return std::nullopt;
-  }
-}
-
-std::optional<long long> integerOf(const YAML::Node& n) {
-  if (!scalar(n)) return std::nullopt;
-  try {
-    return n.as<long long>();
-  } catch (const YAML::Exception&) {
-    return std::nullopt;
-  }
-}
 
 std::string joined(const std::vector<std::string>& names) {
   std::string s;
@@ -68,12 +48,12 @@ std::string mapWith(const YAML::Node& n, const std::vector<std::string>& known) 
   return {};
 }
 
-std::string text(const YAML::Node& n) { return scalar(n) ? "" : "expected a text"; }
+std::string text(const YAML::Node& n) { return isScalar(n) ? "" : "expected a text"; }
 
 std::string none(const YAML::Node& n) { return n.IsNull() ? "" : "takes no argument"; }
 
 std::string wholeAtLeast(const YAML::Node& n, long long least, const char* what) {
-  auto v = integerOf(n);
+  auto v = integer(n);
   if (!v || *v < least) return std::string("expected ") + what;
   return {};
 }
@@ -82,13 +62,13 @@ std::string wholeAtLeast(const YAML::Node& n, long long least, const char* what)
 // list cell to look in, at most kMaxDepth deep), plus `extra` keys.
 std::string selector(const YAML::Node& n, const std::vector<std::string>& extra, int depth = 0) {
   if (depth > kMaxDepth) return "selectors nest too deeply";
-  if (scalar(n)) return n.Scalar().empty() ? "expected a text that is not empty" : "";
+  if (isScalar(n)) return n.Scalar().empty() ? "expected a text that is not empty" : "";
   std::vector<std::string> keys = {"id", "text", "index", "section", "row", "in"};
   keys.insert(keys.end(), extra.begin(), extra.end());
   if (auto e = mapWith(n, keys); !e.empty()) return e;
   if (!n["id"] && !n["text"]) return "a selector needs id or text";
-  if (n["id"] && !scalar(n["id"])) return "id: expected an outlet name";
-  if (n["text"] && !scalar(n["text"])) return "text: expected a text";
+  if (n["id"] && !isScalar(n["id"])) return "id: expected an outlet name";
+  if (n["text"] && !isScalar(n["text"])) return "text: expected a text";
   for (const char* k : {"index", "section", "row"}) {
     if (n[k]) {
       if (auto e = wholeAtLeast(n[k], 0, "a whole number, 0 or more"); !e.empty()) return std::string(k) + ": " + e;
@@ -100,7 +80,7 @@ std::string selector(const YAML::Node& n, const std::vector<std::string>& extra,
     if (auto e = selector(n["in"], {}, depth + 1); !e.empty()) return "in: " + e;
   }
   for (const char* k : {"enabled", "selected"}) {
-    if (n[k] && (!scalar(n[k]) || (n[k].Scalar() != "true" && n[k].Scalar() != "false"))) {
+    if (n[k] && !boolean(n[k])) {
       return std::string(k) + ": expected true or false";
     }
   }
@@ -119,9 +99,9 @@ std::string wait(const YAML::Node& n) {
   if (n["notVisible"]) {
     if (auto e = assertion(n["notVisible"]); !e.empty()) return "notVisible: " + e;
   }
-  if (n["screen"] && !scalar(n["screen"])) return "screen: expected a screen identifier";
+  if (n["screen"] && !isScalar(n["screen"])) return "screen: expected a screen identifier";
   if (n["timeout"]) {
-    auto t = numberOf(n["timeout"]);
+    auto t = number(n["timeout"]);
     if (!t || *t <= 0) return "timeout: expected seconds, more than 0";
   }
   return {};
@@ -133,16 +113,16 @@ const std::map<std::string, Check>& checks() {
        [](const YAML::Node& n) -> std::string {
          if (n.IsNull()) return {};
          if (auto e = mapWith(n, {"screen"}); !e.empty()) return e;
-         return scalar(n["screen"]) ? "" : "screen: expected a screen identifier";
+         return isScalar(n["screen"]) ? "" : "screen: expected a screen identifier";
        }},
       {"tapOn", [](const YAML::Node& n) { return selector(n, {}); }},
       {"longPressOn", [](const YAML::Node& n) { return selector(n, {}); }},
       {"inputText",
        [](const YAML::Node& n) -> std::string {
-         if (scalar(n)) return {};
+         if (isScalar(n)) return {};
          if (auto e = mapWith(n, {"id", "text"}); !e.empty()) return e;
-         if (!scalar(n["text"])) return "text: expected the text to type";
-         return n["id"] && !scalar(n["id"]) ? "id: expected an outlet name" : "";
+         if (!isScalar(n["text"])) return "text: expected the text to type";
+         return n["id"] && !isScalar(n["id"]) ? "id: expected an outlet name" : "";
        }},
       {"eraseText", [](const YAML::Node& n) { return wholeAtLeast(n, 0, "a number of characters, 0 or more"); }},
       {"back", none},
@@ -150,17 +130,17 @@ const std::map<std::string, Check>& checks() {
       {"enterForeground", none},
       {"backgroundWork",
        [](const YAML::Node& n) -> std::string {
-         return scalar(n) && (n.Scalar() == "hold" || n.Scalar() == "run") ? "" : "expected hold or run";
+         return isScalar(n) && (n.Scalar() == "hold" || n.Scalar() == "run") ? "" : "expected hold or run";
        }},
       {"advance",
        [](const YAML::Node& n) -> std::string {
-         auto v = numberOf(n);
+         auto v = number(n);
          if (!v) return "expected seconds";
          return *v < 0 ? "expected seconds, 0 or more (the clock never goes back)" : "";
        }},
       {"answerPrompt",
        [](const YAML::Node& n) -> std::string {
-         return scalar(n) && (n.Scalar() == "allow" || n.Scalar() == "deny") ? "" : "expected allow or deny";
+         return isScalar(n) && (n.Scalar() == "allow" || n.Scalar() == "deny") ? "" : "expected allow or deny";
        }},
       {"assertVisible", assertion},
       {"assertNotVisible", assertion},
@@ -170,12 +150,12 @@ const std::map<std::string, Check>& checks() {
        [](const YAML::Node& n) -> std::string {
          if (auto e = mapWith(n, {"title", "message", "actions"}); !e.empty()) return e;
          for (const char* k : {"title", "message"}) {
-           if (n[k] && !scalar(n[k])) return std::string(k) + ": expected a text";
+           if (n[k] && !isScalar(n[k])) return std::string(k) + ": expected a text";
          }
          if (n["actions"]) {
            if (!n["actions"].IsSequence()) return "actions: expected a list of action titles";
            for (const auto& a : n["actions"]) {
-             if (!scalar(a)) return "actions: expected a list of action titles";
+             if (!isScalar(a)) return "actions: expected a list of action titles";
            }
          }
          return {};
@@ -187,8 +167,8 @@ const std::map<std::string, Check>& checks() {
       {"assertPreference",
        [](const YAML::Node& n) -> std::string {
          if (auto e = mapWith(n, {"key", "equals"}); !e.empty()) return e;
-         if (!scalar(n["key"])) return "key: expected a preference key";
-         if (!scalar(n["equals"])) return "equals: expected a number, true/false or a text";
+         if (!isScalar(n["key"])) return "key: expected a preference key";
+         if (!isScalar(n["equals"])) return "equals: expected a number, true/false or a text";
          return {};
        }},
       {"assertLibrary",
@@ -202,7 +182,7 @@ const std::map<std::string, Check>& checks() {
          if (n["deleted"]) {
            if (!n["deleted"].IsSequence()) return "deleted: expected a list of asset names";
            for (const auto& a : n["deleted"]) {
-             if (!scalar(a)) return "deleted: expected a list of asset names";
+             if (!isScalar(a)) return "deleted: expected a list of asset names";
            }
          }
          return {};
@@ -211,7 +191,7 @@ const std::map<std::string, Check>& checks() {
        [](const YAML::Node& n) -> std::string {
          if (auto e = mapWith(n, {"shown"}); !e.empty()) return e;
          const YAML::Node s = n["shown"];
-         if (scalar(s) && (s.Scalar() == "interstitial" || s.Scalar() == "appOpen" || s.Scalar() == "none")) return {};
+         if (isScalar(s) && (s.Scalar() == "interstitial" || s.Scalar() == "appOpen" || s.Scalar() == "none")) return {};
          return "shown: expected interstitial, appOpen or none";
        }},
       {"assertAdLoads",
@@ -226,7 +206,7 @@ const std::map<std::string, Check>& checks() {
        }},
       {"takeScreenshot",
        [](const YAML::Node& n) -> std::string {
-         if (!scalar(n) || n.Scalar().empty()) return "expected a name";
+         if (!isScalar(n) || n.Scalar().empty()) return "expected a name";
          for (char c : n.Scalar()) {
            if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_' && c != '.') {
              return "expected a name of letters, digits, '-', '_' and '.'";
@@ -239,7 +219,7 @@ const std::map<std::string, Check>& checks() {
       {"repeat",
        [](const YAML::Node& n) -> std::string {
          if (auto e = mapWith(n, {"times", "commands"}); !e.empty()) return e;
-         auto t = integerOf(n["times"]);
+         auto t = integer(n["times"]);
          if (!t || *t < 0 || *t > kMaxTimes) return "times: expected a count from 0 to " + std::to_string(kMaxTimes);
          if (!n["commands"].IsSequence()) return "commands: expected a list of commands";
          return {};
@@ -337,7 +317,7 @@ class Parser {
     for (const auto& kv : header) {
       const std::string key = kv.first.IsScalar() ? kv.first.Scalar() : "?";
       if (key == "appId") {
-        if (!scalar(kv.second) || kv.second.Scalar() != "solvanta") {
+        if (!isScalar(kv.second) || kv.second.Scalar() != "solvanta") {
           throw FlowSyntaxError(file, lineOf(kv.second), "appId: expected solvanta");
         }
       } else if (key == "world") {
@@ -363,7 +343,7 @@ class Parser {
     Step step;
     step.file = file;
     step.line = lineOf(item);
-    if (scalar(item)) {
+    if (isScalar(item)) {
       step.command = item.Scalar();
       step.argument = YAML::Node(YAML::NodeType::Null);
     } else if (item.IsMap() && item.size() == 1) {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <set>
 
+#include "flow/YamlValues.h"
 #include "sim/World.h"
 
 namespace flow {
@@ -38,36 +39,6 @@ bool digits(const std::string& s, std::size_t at, std::size_t n, int* out) {
   }
   *out = v;
   return true;
-}
-
-bool isScalar(const YAML::Node& n) { return n.IsDefined() && n.IsScalar(); }
-
-std::optional<double> number(const YAML::Node& n) {
-  if (!isScalar(n)) return std::nullopt;
-  try {
-    double v = n.as<double>();
-    if (!std::isfinite(v)) return std::nullopt;
-    return v;
-  } catch (const YAML::Exception&) {
-    return std::nullopt;
-  }
-}
-
-std::optional<long long> integer(const YAML::Node& n) {
-  if (!isScalar(n)) return std::nullopt;
-  try {
-    return n.as<long long>();
-  } catch (const YAML::Exception&) {
-    return std::nullopt;
-  }
-}
-
-std::optional<bool> boolean(const YAML::Node& n) {
-  if (!isScalar(n)) return std::nullopt;
-  const std::string& s = n.Scalar();
-  if (s == "true") return true;
-  if (s == "false") return false;
-  return std::nullopt;
 }
 
 // One of `choices`, or an error naming them.
