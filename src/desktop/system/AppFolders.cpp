@@ -48,17 +48,10 @@ AppFolders AppFolders::fromEnvironment() {
 
 std::optional<std::string> parsePicturesDir(const std::string& text, const std::string& home) {
   std::optional<std::string> found;
-  std::size_t pos = 0;
-  while (pos < text.size()) {
-    std::size_t end = text.find('\n', pos);
-    if (end == std::string::npos) end = text.size();
-    std::string line = text.substr(pos, end - pos);
-    pos = end + 1;
-    std::size_t i = line.find_first_not_of(" \t");
-    if (i == std::string::npos || line[i] == '#') continue;
+  for (std::string_view line : settingLines(text)) {
     static const std::string kKey = "XDG_PICTURES_DIR";
-    if (line.compare(i, kKey.size(), kKey) != 0) continue;
-    i = line.find_first_not_of(" \t", i + kKey.size());
+    if (line.compare(0, kKey.size(), kKey) != 0) continue;
+    std::size_t i = line.find_first_not_of(" \t", kKey.size());
     if (i == std::string::npos || line[i] != '=') continue;
     i = line.find_first_not_of(" \t", i + 1);
     if (i == std::string::npos || line[i] != '"') continue;

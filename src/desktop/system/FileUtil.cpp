@@ -93,6 +93,21 @@ bool writeFileAtomically(const std::string& path, std::string_view contents, mod
   return true;
 }
 
+std::vector<std::string_view> settingLines(std::string_view text) {
+  std::vector<std::string_view> lines;
+  std::size_t pos = 0;
+  while (pos < text.size()) {
+    std::size_t end = text.find('\n', pos);
+    if (end == std::string_view::npos) end = text.size();
+    std::string_view line = text.substr(pos, end - pos);
+    pos = end + 1;
+    std::size_t start = line.find_first_not_of(" \t");
+    if (start == std::string_view::npos || line[start] == '#') continue;
+    lines.push_back(line.substr(start));
+  }
+  return lines;
+}
+
 std::string parentPath(const std::string& path) {
   std::size_t slash = path.find_last_of('/');
   if (slash == std::string::npos) return ".";

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace desktop {
 
@@ -26,6 +27,11 @@ bool writeFileAtomically(const std::string& path, std::string_view contents, mod
 // The folder part of `path` ("." when it has none) and its last component.
 std::string parentPath(const std::string& path);
 std::string lastComponent(const std::string& path);
+
+// The lines of a shell-style settings file (KEY=value lines, '#' comments) that hold something:
+// blank and comment lines left out, leading blanks and tabs removed. The views point into
+// `text`.
+std::vector<std::string_view> settingLines(std::string_view text);
 
 // Receives platform diagnostics (one line, no trailing newline). Thread-safe; the default
 // writes "solvanta: <line>" to standard error.

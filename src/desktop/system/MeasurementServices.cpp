@@ -151,20 +151,12 @@ void SystemDeviceFacts::setScreen(int width, int height, double scale) {
 }
 
 std::optional<std::string> osReleaseValue(const std::string& text, const std::string& key) {
-  std::size_t pos = 0;
-  while (pos < text.size()) {
-    std::size_t end = text.find('\n', pos);
-    if (end == std::string::npos) end = text.size();
-    std::string line = text.substr(pos, end - pos);
-    pos = end + 1;
-    std::size_t start = line.find_first_not_of(" \t");
-    if (start == std::string::npos || line[start] == '#') continue;
-    line.erase(0, start);
+  for (std::string_view line : settingLines(text)) {
     if (line.compare(0, key.size(), key) != 0 || line.size() <= key.size() ||
         line[key.size()] != '=') {
       continue;
     }
-    std::string raw = line.substr(key.size() + 1);
+    std::string raw(line.substr(key.size() + 1));
     while (!raw.empty() && (raw.back() == ' ' || raw.back() == '\t' || raw.back() == '\r')) {
       raw.pop_back();
     }
