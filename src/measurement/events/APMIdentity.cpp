@@ -4,9 +4,7 @@
 
 #include "platform/Platform.h"
 
-std::string APMAppInstanceID(APMPersistedConfig& config) {
-  std::string current = config.appInstanceID();
-  if (!current.empty()) return current;
+std::string APMRandomIdentifier() {
   std::uint8_t bytes[16];
   if (!platform::secureRandom().copyBytes(bytes, sizeof bytes)) return "";
   static const char kHex[] = "0123456789abcdef";
@@ -15,6 +13,14 @@ std::string APMAppInstanceID(APMPersistedConfig& config) {
     id.push_back(kHex[b >> 4]);
     id.push_back(kHex[b & 15]);
   }
+  return id;
+}
+
+std::string APMAppInstanceID(APMPersistedConfig& config) {
+  std::string current = config.appInstanceID();
+  if (!current.empty()) return current;
+  std::string id = APMRandomIdentifier();
+  if (id.empty()) return "";
   config.setAppInstanceID(id);
   return id;
 }

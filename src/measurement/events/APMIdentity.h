@@ -24,6 +24,10 @@ struct APMAppInfo {
   std::string installSource = "manual_install";
 };
 
+// A fresh identifier of 32 lower-case hex digits of secure random bytes; empty when the random
+// source fails.
+std::string APMRandomIdentifier();
+
 // The application instance identifier kept in `config`; a new one (32 lower-case hex digits
 // of secure random bytes) is made and kept when there is none. Empty when the random source
 // fails.

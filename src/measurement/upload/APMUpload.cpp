@@ -78,19 +78,6 @@ std::string errorText(const std::optional<platform::Error>& error) {
   return error ? error->localizedDescription : std::string();
 }
 
-// A fresh identifier of 32 hex digits, or empty when the random source fails.
-std::string randomIdentifier() {
-  std::uint8_t bytes[16];
-  if (!platform::secureRandom().copyBytes(bytes, sizeof bytes)) return "";
-  static const char kHex[] = "0123456789abcdef";
-  std::string id;
-  for (std::uint8_t b : bytes) {
-    id.push_back(kHex[b >> 4]);
-    id.push_back(kHex[b & 15]);
-  }
-  return id;
-}
-
 // Withholds the fields the data controls name; records each applied name in tag 64.
 void applyDataControls(APMPBMeasurementBundle& b, const std::vector<std::string>& controls,
                        const std::string& ephemeralID) {
@@ -460,7 +447,7 @@ void APMMeasurement::uploadData() {
     updateSchedule();
     return;
   }
-  static const std::string ephemeralID = randomIdentifier();
+  static const std::string ephemeralID = APMRandomIdentifier();
   std::vector<std::string> controls = config.dataControls();
   bool checksum = config.checksumEnabled();
   APMPBMessage<APMPBMeasurementBatch> batch;
