@@ -7,6 +7,8 @@
 #include <atomic>
 #include <mutex>
 
+#include "desktop/system/Device.h"
+#include "desktop/system/FileUtil.h"
 #include "desktop/testing/DesktopTesting.h"
 #include "desktop/threaded/ThreadedEnvironment.h"
 #include "platform/Platform.h"
@@ -97,14 +99,28 @@ TEST_F(PlatformTest, LibraryRootFromOptionsOrVariable) {
 TEST_F(PlatformTest, DeviceIsThisLinuxMachine) {
   auto p = make();
   auto& device = platform::device();
-  EXPECT_EQ(device.systemName(), "Linux");
-  EXPECT_GT(device.systemMajorVersion(), 0);
+  EXPECT_FALSE(device.systemName().empty());
+  EXPECT_FALSE(device.systemVersion().empty());
   EXPECT_FALSE(device.name().empty());
   EXPECT_FALSE(device.machineIdentifier().empty());
   EXPECT_EQ(dottedVersion("6.1.0-18-amd64"), "6.1.0");
   EXPECT_EQ(dottedVersion("5.15.90.1-microsoft-standard"), "5.15.90.1");
   EXPECT_EQ(dottedVersion("6."), "6");
   EXPECT_EQ(dottedVersion("custom"), "");
+}
+
+// The system is the distribution of /etc/os-release; without that file, Linux and its kernel.
+TEST_F(PlatformTest, DeviceSystemComesFromOsRelease) {
+  ASSERT_TRUE(writeFileAtomically(home.dir() / "os-release",
+                                  "PRETTY_NAME=\"Testix 3\"\nNAME=\"Testix Linux\"\nVERSION_ID=\"3.1\"\n", 0644));
+  Device named(home.dir() / "os-release");
+  EXPECT_EQ(named.systemName(), "Testix Linux");
+  EXPECT_EQ(named.systemVersion(), "3.1");
+  EXPECT_EQ(named.systemMajorVersion(), 3);
+
+  Device bare(home.dir() / "missing");
+  EXPECT_EQ(bare.systemName(), "Linux");
+  EXPECT_GT(bare.systemMajorVersion(), 0);  // the kernel's release
 }
 
 TEST_F(PlatformTest, WebAndMailLinksOpenThroughTheDesktopOpener) {

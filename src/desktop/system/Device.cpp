@@ -4,8 +4,14 @@
 #include <unistd.h>
 
 #include <climits>
+#include <utility>
+
+#include "desktop/system/FileUtil.h"
+#include "desktop/system/MeasurementServices.h"
 
 namespace desktop {
+
+Device::Device(std::string osReleasePath) : osReleasePath_(std::move(osReleasePath)) {}
 
 std::string Device::machineIdentifier() {
   utsname u{};
@@ -18,7 +24,14 @@ std::string Device::name() {
   return host;
 }
 
+std::string Device::systemName() {
+  return osReleaseValue(readWholeFile(osReleasePath_).value_or(""), "NAME").value_or("Linux");
+}
+
 std::string Device::systemVersion() {
+  if (auto version = osReleaseValue(readWholeFile(osReleasePath_).value_or(""), "VERSION_ID")) {
+    return *version;
+  }
   utsname u{};
   return ::uname(&u) == 0 ? dottedVersion(u.release) : "";
 }
