@@ -145,6 +145,14 @@ double ViewProxy::scale() const {
   auto* v = as<kit::View>(object_);
   return v ? v->transform().a : 1.0;
 }
+QVariantMap ViewProxy::transformAnimation() const {
+  auto* v = as<kit::View>(object_);
+  if (!v || !v->transformAnimation()) return {{"serial", 0}};
+  const kit::TransformAnimation& a = *v->transformAnimation();
+  return {{"serial", a.serial},       {"fromX", a.from.tx},       {"fromY", a.from.ty},
+          {"duration", a.duration},   {"delay", a.delay},         {"damping", a.damping},
+          {"initialVelocity", a.initialVelocity}};
+}
 bool ViewProxy::on() const {
   auto* s = as<kit::Switch>(object_);
   return s && s->isOn();

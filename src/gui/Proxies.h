@@ -42,6 +42,7 @@ class ViewProxy : public QObject {
   Q_PROPERTY(double borderWidth READ borderWidth NOTIFY changed)
   Q_PROPERTY(double cornerRadius READ cornerRadius NOTIFY changed)
   Q_PROPERTY(double scale READ scale NOTIFY changed)
+  Q_PROPERTY(QVariantMap transformAnimation READ transformAnimation NOTIFY changed)
   Q_PROPERTY(bool on READ on NOTIFY changed)
   Q_PROPERTY(bool secure READ secure NOTIFY changed)
   Q_PROPERTY(int numberOfLines READ numberOfLines NOTIFY changed)
@@ -75,6 +76,9 @@ class ViewProxy : public QObject {
   double borderWidth() const;
   double cornerRadius() const;
   double scale() const;
+  // The view's last spring animation: serial (0: none), fromX, fromY (points of translation),
+  // duration and delay (seconds), damping, initialVelocity.
+  QVariantMap transformAnimation() const;
   bool on() const;
   bool secure() const;
   int numberOfLines() const;

@@ -37,6 +37,36 @@ bool View::isDescendantOf(const View& ancestor) const {
   return false;
 }
 
+namespace {
+
+// The parameters of the innermost animateWithSpring block running on this thread, if any.
+thread_local const TransformAnimation* tCurrentSpring = nullptr;
+
+}  // namespace
+
+void View::setTransform(AffineTransform v) {
+  if (tCurrentSpring && !(v == transform_)) {
+    TransformAnimation animation = *tCurrentSpring;
+    animation.from = transform_;
+    animation.serial = transformAnimation_ ? transformAnimation_->serial + 1 : 1;
+    transformAnimation_ = animation;
+    notify("transformAnimation");
+  }
+  assign(transform_, v, "transform");
+}
+
+void View::animateWithSpring(double duration, double delay, double damping, double initialVelocity,
+                             const std::function<void()>& animations) {
+  TransformAnimation spring{AffineTransform{}, duration, delay, damping, initialVelocity, 0};
+  const TransformAnimation* outer = tCurrentSpring;
+  tCurrentSpring = &spring;
+  struct Restore {
+    const TransformAnimation* outer;
+    ~Restore() { tCurrentSpring = outer; }
+  } restore{outer};
+  if (animations) animations();
+}
+
 void View::setCornerMask(unsigned corners, double radius) {
   if (maskedCorners_ == corners && maskCornerRadius_ == radius) return;
   maskedCorners_ = corners;

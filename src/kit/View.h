@@ -3,6 +3,7 @@
 // Views are main-thread objects, always owned by shared_ptr (make them with kit::make).
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,6 +32,17 @@ template <class T, class... Args>
 std::shared_ptr<T> make(Args&&... args) {
   return std::make_shared<T>(std::forward<Args>(args)...);
 }
+
+// A spring that carries a view's transform from `from` to the transform it has now, as the
+// renderer plays it. The model holds the final transform at once; only pixels move.
+struct TransformAnimation {
+  AffineTransform from;
+  double duration = 0;         // seconds
+  double delay = 0;            // seconds before it starts
+  double damping = 1;          // 0 (springs for ever) to 1 (no overshoot)
+  double initialVelocity = 0;  // in distances per second, the distance being from `from` to the end
+  unsigned serial = 0;         // grows with each animation of the view
+};
 
 class View : public Object, public Observable {
  public:
@@ -70,7 +82,15 @@ class View : public Object, public Observable {
   void setFrame(Rect v) { assign(frame_, v, "frame"); }
   Rect bounds() const { return Rect{{0, 0}, frame_.size}; }
   const AffineTransform& transform() const { return transform_; }
-  void setTransform(AffineTransform v) { assign(transform_, v, "transform"); }
+  // Inside animateWithSpring's block the change is also recorded as transformAnimation.
+  void setTransform(AffineTransform v);
+  // The last animation of the transform, if any. Notifies "transformAnimation" when it changes.
+  const std::optional<TransformAnimation>& transformAnimation() const { return transformAnimation_; }
+  // Runs `animations` at once; every transform they set is animated from the transform the
+  // view had before, with a spring of the given parameters. Nested calls take the innermost
+  // parameters. Main thread.
+  static void animateWithSpring(double duration, double delay, double damping, double initialVelocity,
+                                const std::function<void()>& animations);
   int tag() const { return tag_; }
   void setTag(int v) { assign(tag_, v, "tag"); }
   ContentMode contentMode() const { return contentMode_; }
@@ -155,6 +175,7 @@ class View : public Object, public Observable {
   bool userInteractionEnabled_ = true;
   Rect frame_;
   AffineTransform transform_;
+  std::optional<TransformAnimation> transformAnimation_;
   int tag_ = 0;
   ContentMode contentMode_ = ContentMode::ScaleToFill;
   bool clipsToBounds_ = false;

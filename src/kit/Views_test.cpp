@@ -31,6 +31,28 @@ TEST(ViewTest, HierarchyMovesAViewBetweenParents) {
   EXPECT_EQ(child->superview(), nullptr);
 }
 
+// Only transforms set inside the block are animated, from where the view was, innermost
+// parameters winning; the model holds the final transform at once.
+TEST(ViewTest, SpringAnimationsRecordWhereTheTransformCameFrom) {
+  auto view = kit::make<kit::View>();
+  view->setTransform(kit::AffineTransform{1, 0, 0, 1, 20, 0});
+  EXPECT_FALSE(view->transformAnimation().has_value());
+  kit::View::animateWithSpring(0.4, 0.1, 0.2, 1.0, [&] {
+    kit::View::animateWithSpring(0.3, 0, 0.5, 0, [&] { view->setTransform(kit::AffineTransform::scale(2, 2)); });
+    view->setTransform(kit::AffineTransform::identity());
+  });
+  ASSERT_TRUE(view->transformAnimation().has_value());
+  EXPECT_EQ(view->transformAnimation()->from, kit::AffineTransform::scale(2, 2));
+  EXPECT_EQ(view->transformAnimation()->duration, 0.4);
+  EXPECT_EQ(view->transformAnimation()->delay, 0.1);
+  EXPECT_EQ(view->transformAnimation()->serial, 2u);
+  EXPECT_TRUE(view->transform().isIdentity());
+  // Outside a block, and for no change inside one, nothing is recorded.
+  view->setTransform(kit::AffineTransform::scale(3, 3));
+  kit::View::animateWithSpring(1, 0, 1, 0, [&] { view->setTransform(kit::AffineTransform::scale(3, 3)); });
+  EXPECT_EQ(view->transformAnimation()->serial, 2u);
+}
+
 TEST(ButtonTest, TitlesFallBackToTheNormalState) {
   auto button = kit::make<kit::Button>();
   button->setTitle("Select All", kit::kControlStateNormal);

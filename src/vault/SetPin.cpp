@@ -203,10 +203,11 @@ void SetPin::verifyPath(const std::string& mode, const std::string& stored, int 
     self->passwordView->setBorderWidth(0.0);
     self->dotColor(0, false, true);
   });
-  // The shake: the renderer springs each view back from the offset to where it belongs.
+  // The shake: each view jumps 20 points right and springs back to where it belongs.
   for (kit::View* shaken : {static_cast<kit::View*>(&*passwordView), static_cast<kit::View*>(&*lockBtn)}) {
     shaken->setTransform(kit::AffineTransform{1, 0, 0, 1, 20, 0});
-    shaken->setTransform(kit::AffineTransform::identity());
+    kit::View::animateWithSpring(0.4, 0, 0.2, 1.0,
+                                 [shaken] { shaken->setTransform(kit::AffineTransform::identity()); });
   }
 }
 

@@ -113,6 +113,15 @@ TEST_F(SetPinTest, AWrongPinShakesReddensAndClearsAfterASecond) {
   EXPECT_EQ(tints(*pin), std::vector<kit::Color>(4, kRed));
   EXPECT_EQ(pin->passwordView->borderColor(), kRed);
   EXPECT_EQ(pin->passwordView->borderWidth(), 2.0);
+  for (kit::View* shaken : {static_cast<kit::View*>(&*pin->passwordView), static_cast<kit::View*>(&*pin->lockBtn)}) {
+    ASSERT_TRUE(shaken->transformAnimation().has_value());
+    const kit::TransformAnimation& spring = *shaken->transformAnimation();
+    EXPECT_EQ(spring.from, (kit::AffineTransform{1, 0, 0, 1, 20, 0}));
+    EXPECT_EQ(spring.duration, 0.4);
+    EXPECT_EQ(spring.damping, 0.2);
+    EXPECT_EQ(spring.initialVelocity, 1.0);
+    EXPECT_TRUE(shaken->transform().isIdentity());
+  }
   press(*pin, "2");  // ignored: already four characters
   EXPECT_EQ(pin->password, "1111");
   world.env.advance(1.0);

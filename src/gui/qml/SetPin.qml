@@ -26,6 +26,7 @@ Page {
     NavBar { id: bar; width: parent.width; backButton: o.backButton }
     KitButton {
         view: o.lockBtn
+        transform: KitSpring { view: o.lockBtn }
         anchors.right: parent.right; anchors.rightMargin: 12
         anchors.verticalCenter: bar.verticalCenter
         fallbackText: "\uD83D\uDD12"
@@ -45,6 +46,7 @@ Page {
         anchors.top: head.bottom; anchors.topMargin: 28
         anchors.horizontalCenter: parent.horizontalCenter
         width: 220; height: 64; radius: 14
+        transform: KitSpring { view: o.passwordView }
         color: Theme.card
         border.width: o.passwordView ? o.passwordView.borderWidth : 0
         border.color: o.passwordView ? o.passwordView.borderColor : "transparent"
