@@ -17,12 +17,6 @@ Page {
         anchors.top: bar.bottom
         anchors.left: parent.left; anchors.right: parent.right
         height: 230
-        Image {
-            anchors.centerIn: parent
-            source: "image://kit/named/vault"
-            width: 150; height: 150
-            fillMode: Image.PreserveAspectFit
-        }
         Repeater {
             model: o.secretSpaceView ? o.secretSpaceView.subviews : []
             delegate: KitAnimation { view: modelData; anchors.fill: parent }
