@@ -204,6 +204,23 @@ const std::map<std::string, Check>& checks() {
          }
          return {};
        }},
+      {"assertEvent",
+       [](const YAML::Node& n) -> std::string {
+         if (isScalar(n)) return n.Scalar().empty() ? "expected an event name" : "";
+         if (auto e = mapWith(n, {"name", "count", "params"}); !e.empty()) return e;
+         if (!isScalar(n["name"]) || n["name"].Scalar().empty()) return "name: expected an event name";
+         if (n["count"]) {
+           if (auto e = wholeAtLeast(n["count"], 0, "a count"); !e.empty()) return "count: " + e;
+         }
+         if (n["params"]) {
+           if (!n["params"].IsMap()) return "params: expected a map of parameter names to values";
+           for (const auto& p : n["params"]) {
+             if (!isScalar(p.second)) return "params: expected a number or a text for " + p.first.Scalar();
+           }
+         }
+         return {};
+       }},
+      {"assertRawEvents", [](const YAML::Node& n) { return wholeAtLeast(n, 0, "a count of waiting events"); }},
       {"takeScreenshot",
        [](const YAML::Node& n) -> std::string {
          if (!isScalar(n) || n.Scalar().empty()) return "expected a name";

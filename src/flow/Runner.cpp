@@ -1,18 +1,26 @@
 #include "flow/Runner.h"
 
+#include <stdlib.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
 #include <set>
 
+#include "cli/MeasurementCommand.h"
 #include "flow/FrontScreen.h"
 #include "kit/Console.h"
 #include "kit/Controls.h"
 #include "kit/Fatal.h"
 #include "kit/GestureRecognizer.h"
+#include "kit/ApplicationNotifications.h"
 #include "kit/NavigationController.h"
+#include "kit/NotificationCenter.h"
 #include "kit/ProgressHUD.h"
 #include "kit/Storyboard.h"
 #include "kit/Toast.h"
+#include "measurement/events/APMMeasurement.h"
 #include "platform/Platform.h"
 #include "shell/AppDelegate.h"
 #include "shell/MainStoryboard.h"
@@ -84,11 +92,35 @@ struct Probe {
   std::string detail;    // what was found instead
 };
 
+// A folder of the run's own under the system's temporary folder, removed with everything in it
+// when the run ends: the simulated phone's application-support folder, where the measurement
+// client keeps its database.
+class RunFolder {
+ public:
+  RunFolder() {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/solvanta-flow-run-XXXXXX";
+    if (const char* made = ::mkdtemp(pattern.data())) path_ = made;
+  }
+  ~RunFolder() {
+    std::error_code ec;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
+  }
+  RunFolder(const RunFolder&) = delete;
+  RunFolder& operator=(const RunFolder&) = delete;
+  // Empty when the folder could not be made.
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
 class Run {
  public:
   Run(const Flow& flow, const RunOptions& options)
       : flow_(flow), options_(options), world_(flow.world.now) {
     previousFatal_ = kit::setFatalHandler(kit::throwingFatalHandler);
+    if (!folder_.path().empty()) world_.platform.files().setApplicationSupportPath(folder_.path() + "/Application Support");
     flow.world.applyTo(world_);
     start_ = world_.env.now();
     toastToken_ = kit::ToastManager::shared().addObserver([this](std::string_view) { noteToasts(); });
@@ -386,6 +418,8 @@ class Run {
       return {};
     }
     if (c == "assertPreference") return assertPreference(a);
+    if (c == "assertEvent") return assertEvent(a);
+    if (c == "assertRawEvents") return assertRawEvents(a.as<long>());
     if (c == "assertLibrary") return assertLibrary(a);
     if (c == "assertConsole") return assertConsole(a.Scalar());
     if (c == "assertToast") {
@@ -426,9 +460,18 @@ class Run {
     if (c == "eraseText") return eraseText(a.as<int>());
     if (c == "back") return back();
     if (c == "enterBackground" || c == "enterForeground") {
+      // As the window does: the app resigns active and goes to the background, or comes back
+      // and becomes active; the lifecycle's observers hear of it.
       auto& app = platform::application();
-      if (c == "enterBackground") app.enterBackground();
-      else app.enterForeground();
+      auto& center = kit::NotificationCenter::defaultCenter();
+      if (c == "enterBackground") {
+        center.postNotificationName(kit::kApplicationWillResignActiveNotification);
+        app.enterBackground();
+        center.postNotificationName(kit::kApplicationDidEnterBackgroundNotification);
+      } else {
+        app.enterForeground();
+        center.postNotificationName(kit::kApplicationDidBecomeActiveNotification);
+      }
       settle();
       return {};
     }
@@ -467,8 +510,12 @@ class Run {
   std::string launch(const YAML::Node& a) {
     if (window_) fail("the app is already running");
     if (!a.IsMap()) {
-      // The real start: the entry routine, AppDelegate's launch, the splash.
+      // The real start: the entry routine, AppDelegate's launch, the splash; then, as the
+      // window does, the lifecycle's observers hear that the app launched and is active.
       window_ = shell::applicationMain();
+      auto& center = kit::NotificationCenter::defaultCenter();
+      center.postNotificationName(kit::kApplicationDidFinishLaunchingNotification);
+      center.postNotificationName(kit::kApplicationDidBecomeActiveNotification);
       settle();
       return {};
     }
@@ -718,6 +765,68 @@ class Run {
     return {};
   }
 
+  // What the measurement client holds, as `solvanta measurement` reads it: the events waiting in
+  // raw_events and those already in bundles.
+  nlohmann::json measurementStore() {
+    auto measurement = APMMeasurement::sharedInstance();
+    if (!measurement) fail("expected the measurement client to be running (the app's launch starts it), found none");
+    std::string error;
+    auto report = cli::measurementReport(measurement->databasePath(), 0, &error);
+    if (!report) fail("expected the measurement store to be readable, found: " + error);
+    return *report;
+  }
+
+  // An event of the name is recorded (waiting or bundled), with the given parameters among its
+  // own; `count` makes the number of such events exact.
+  std::string assertEvent(const YAML::Node& a) {
+    const std::string name = a.IsScalar() ? a.Scalar() : a["name"].Scalar();
+    const bool withParams = a.IsMap() && a["params"];
+    const YAML::Node params = withParams ? a["params"] : YAML::Node();
+    nlohmann::json store = measurementStore();
+    auto matches = [&](const nlohmann::json& event) {
+      if (event.value("name", "") != name) return false;
+      if (!withParams) return true;
+      for (const auto& p : params) {
+        const auto& found = event["parameters"];
+        const std::string key = p.first.Scalar();
+        if (!found.contains(key)) return false;
+        const auto& value = found[key];
+        const std::string want = p.second.Scalar();
+        if (value.is_string() ? value.get<std::string>() != want
+                              : !value.is_number() || value.get<double>() != std::strtod(want.c_str(), nullptr)) {
+          return false;
+        }
+      }
+      return true;
+    };
+    long count = 0;
+    std::vector<std::string> seen;
+    auto look = [&](const nlohmann::json& events) {
+      for (const auto& e : events) {
+        if (matches(e)) ++count;
+        seen.push_back(e.value("name", ""));
+      }
+    };
+    look(store["raw_events"]);
+    for (const auto& bundle : store["bundles"]) look(bundle["events"]);
+    const bool exact = a.IsMap() && a["count"];
+    if (exact ? count != a["count"].as<long>() : count == 0) {
+      fail("expected " + (exact ? a["count"].Scalar() : std::string("an")) + " event " + quoted(name) +
+           (withParams ? " with " + selectorText(params) : std::string()) + ", found " + std::to_string(count) +
+           " among " + list(seen));
+    }
+    return std::to_string(count) + " " + name;
+  }
+
+  std::string assertRawEvents(long expected) {
+    nlohmann::json store = measurementStore();
+    const long found = static_cast<long>(store["raw_events"].size());
+    if (found != expected) {
+      fail("expected " + std::to_string(expected) + " events waiting in raw_events, found " + std::to_string(found));
+    }
+    return {};
+  }
+
   std::string assertLibrary(const YAML::Node& a) {
     auto assets = world_.platform.photos().allAssets();
     auto count = [&](platform::MediaType type) {
@@ -774,6 +883,7 @@ class Run {
   const RunOptions& options_;
   kit::ConsoleCapture console_;
   kit::FatalHandler previousFatal_;
+  RunFolder folder_;
   sim::World world_;
   double start_ = 0;
   double advanced_ = 0;
