@@ -59,7 +59,7 @@ endfunction()
 # compiled into the target so that libFuzzer sees their coverage. CORPUS names a folder of seed
 # inputs kept in the repository (relative to the calling folder). Every target is listed in
 # <build>/fuzz-targets.txt as "<binary> <corpus> <seconds>", which scripts/test runs for that
-# long (SECONDS, default 20); `cmake --build <build> --target fuzz_targets` builds them all.
+# long (SECONDS, default 10); `cmake --build <build> --target fuzz_targets` builds them all.
 function(solvanta_fuzz name)
   cmake_parse_arguments(ARG "" "CORPUS;SECONDS" "SOURCES;DEPS" ${ARGN})
   if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
@@ -74,7 +74,7 @@ function(solvanta_fuzz name)
     set(_corpus ${CMAKE_CURRENT_SOURCE_DIR}/${ARG_CORPUS})
   endif()
   if(NOT ARG_SECONDS)
-    set(ARG_SECONDS 20)
+    set(ARG_SECONDS 10)
   endif()
   set_property(GLOBAL APPEND PROPERTY SOLVANTA_FUZZ_TARGETS
     "$<TARGET_FILE:${name}> ${_corpus} ${ARG_SECONDS}")
