@@ -27,8 +27,11 @@ extern "C" {
 #include <libheif/heif.h>
 
 // The HEVC encoder behind the HEIF library keeps a few buffers until exit; the leak checker
-// of sanitizer builds is told to let those be.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libx265\n"; }
+// of sanitizer builds is told to let those be; so do the FFmpeg decoders behind Qt's media
+// players.
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libx265\nleak:libavutil.so\nleak:libffmpegmediaplugin.so\n";
+}
 extern "C" const char* __lsan_default_options() { return "print_suppressions=0"; }
 
 namespace samplegen {
