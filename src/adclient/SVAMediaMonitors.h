@@ -171,13 +171,15 @@ class SVAActiveViewMonitor {
 };
 
 // Finishes the content's loading once: for a video, with no error when the player posts its
-// metadata (it can play through) and with the player's error when its status turns failed;
-// for other content, at once. The completion runs on the main queue.
+// metadata (it can play through), with the player's error when its status turns failed, and
+// with "The video did not load in time." when neither happened within the timeout (a video
+// that is missing or does not decode); for other content, on the next main-queue turn. The
+// completion runs on the main queue; a monitor gone by then calls nothing.
 class SVAAdLoadMonitor {
  public:
   using Completion = std::function<void(std::optional<platform::Error>)>;
   // `playerContext` is the video player's context, or null for content without video.
-  SVAAdLoadMonitor(const SVAEventContext* playerContext, Completion completion);
+  SVAAdLoadMonitor(const SVAEventContext* playerContext, double timeoutSeconds, Completion completion);
   bool finished() const { return finished_; }
 
  private:
@@ -185,6 +187,7 @@ class SVAAdLoadMonitor {
   SVAObserverCollection observers_;
   Completion completion_;
   bool finished_ = false;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace adclient
