@@ -78,26 +78,36 @@ class QtPlayer : public platform::Player {
       status_ = platform::PlayerStatus::Failed;
       error_ = platform::PlayerError{"media", 1, "No media backend is available.", "", ""};
     }
+    // Signals of the decoding threads arrive as queued calls, which a disconnection does not
+    // take back: each handler first checks that this player is still there.
+    std::weak_ptr<bool> alive = alive_;
     QObject::connect(media_, &QMediaPlayer::mediaStatusChanged, media_,
-                     [this](QMediaPlayer::MediaStatus status) { onMediaStatus(status); });
-    QObject::connect(media_, &QMediaPlayer::errorOccurred, media_,
-                     [this](QMediaPlayer::Error error, const QString& text) {
-                       if (error != QMediaPlayer::NoError) failItem(static_cast<long>(error), text.toStdString());
+                     [this, alive](QMediaPlayer::MediaStatus status) {
+                       if (!alive.expired()) onMediaStatus(status);
                      });
-    QObject::connect(media_, &QMediaPlayer::playbackStateChanged, media_, [this] { (void)updateRate(); });
-    QObject::connect(media_, &QMediaPlayer::positionChanged, media_, [this](qint64 ms) {
-      if (item_) item_->currentTime_ = static_cast<double>(ms) / 1000.0;
+    QObject::connect(media_, &QMediaPlayer::errorOccurred, media_,
+                     [this, alive](QMediaPlayer::Error error, const QString& text) {
+                       if (!alive.expired() && error != QMediaPlayer::NoError)
+                         failItem(static_cast<long>(error), text.toStdString());
+                     });
+    QObject::connect(media_, &QMediaPlayer::playbackStateChanged, media_, [this, alive] {
+      if (!alive.expired()) (void)updateRate();
     });
-    QObject::connect(media_, &QMediaPlayer::durationChanged, media_, [this](qint64 ms) {
-      if (item_ && ms > 0) item_->duration_ = static_cast<double>(ms) / 1000.0;
+    QObject::connect(media_, &QMediaPlayer::positionChanged, media_, [this, alive](qint64 ms) {
+      if (!alive.expired() && item_) item_->currentTime_ = static_cast<double>(ms) / 1000.0;
     });
-    QObject::connect(sink_, &QVideoSink::videoFrameChanged, sink_,
-                     [this](const QVideoFrame& frame) { onFrame(frame); });
+    QObject::connect(media_, &QMediaPlayer::durationChanged, media_, [this, alive](qint64 ms) {
+      if (!alive.expired() && item_ && ms > 0) item_->duration_ = static_cast<double>(ms) / 1000.0;
+    });
+    QObject::connect(sink_, &QVideoSink::videoFrameChanged, sink_, [this, alive](const QVideoFrame& frame) {
+      if (!alive.expired()) onFrame(frame);
+    });
   }
 
   // The Qt objects may be in the middle of emitting the signal whose handler let this player
   // go: they are cut off now and deleted on a later turn of the event loop.
   ~QtPlayer() override {
+    alive_.reset();
     for (auto& [token, timer] : timers_) dispose(timer);
     if (item_) item_->currentTime_ = currentSeconds();
     if (media_) {
@@ -166,8 +176,9 @@ class QtPlayer : public platform::Player {
     if (!media_ || !(interval > 0.0)) return token;
     auto* timer = new QTimer;
     timer->setInterval(static_cast<int>(std::clamp(interval * 1000.0, 1.0, 1e9)));
-    QObject::connect(timer, &QTimer::timeout, timer, [this, block = std::move(block)] {
-      if (rate_ > 0.0f && item_) block(currentSeconds());
+    std::weak_ptr<bool> alive = alive_;
+    QObject::connect(timer, &QTimer::timeout, timer, [this, alive, block = std::move(block)] {
+      if (!alive.expired() && rate_ > 0.0f && item_) block(currentSeconds());
     });
     timer->start();
     timers_[token] = timer;
