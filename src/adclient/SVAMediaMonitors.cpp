@@ -161,6 +161,12 @@ SVAActiveViewMonitor::SVAActiveViewMonitor(std::string adFormat, kit::Dictionary
 
 // ---- Loading ----
 
+// GCC 12 at -O3 takes the optional errors handed to the completion for uninitialised.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+
 SVAAdLoadMonitor::SVAAdLoadMonitor(const SVAEventContext* playerContext, double timeoutSeconds, Completion completion)
     : completion_(std::move(completion)) {
   auto* main = &kit::mainQueue();
@@ -191,5 +197,9 @@ void SVAAdLoadMonitor::finish(std::optional<platform::Error> error) {
   finished_ = true;
   if (completion_) completion_(std::move(error));
 }
+
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
 
 }  // namespace adclient

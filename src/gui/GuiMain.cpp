@@ -227,8 +227,8 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
                                                                                auto completion) {
         adclient::SVAVideoInterstitialAd::loadWithAdUnitID(
             adUnitID, video, title, scriptLog, 10.0,
-            [completion](std::shared_ptr<adclient::SVAVideoInterstitialAd> ad, std::optional<platform::Error> error) {
-              completion(std::move(ad), std::move(error));
+            [completion](std::shared_ptr<adclient::SVAVideoInterstitialAd> ad, std::optional<platform::Error> failure) {
+              completion(std::move(ad), std::move(failure));
             });
       };
     }
