@@ -1,5 +1,10 @@
 #include "adclient/SVAAudioVideoManager.h"
 
+#include <algorithm>
+#include <cmath>
+
+#include "kit/NotificationCenter.h"
+
 #include "kit/Singleton.h"
 
 namespace adclient {
@@ -45,6 +50,33 @@ std::shared_ptr<SVAAudioVideoManager> SVAMobileAds::audioVideoManager() {
 void SVAMobileAds::setAudioVideoManager(std::shared_ptr<SVAAudioVideoManager> manager) {
   std::lock_guard lock(mu_);
   manager_ = std::move(manager);
+}
+
+double SVAMobileAds::applicationVolume() const {
+  std::lock_guard lock(mu_);
+  return applicationVolume_;
+}
+
+bool SVAMobileAds::applicationMuted() const {
+  std::lock_guard lock(mu_);
+  return applicationMuted_;
+}
+
+void SVAMobileAds::setApplicationVolume(double volume) {
+  if (std::isnan(volume)) return;
+  {
+    std::lock_guard lock(mu_);
+    applicationVolume_ = std::clamp(volume, 0.0, 1.0);
+  }
+  kit::NotificationCenter::defaultCenter().postNotificationName("com.stuvop.mt.application-volume.changed", this, {});
+}
+
+void SVAMobileAds::setApplicationMuted(bool muted) {
+  {
+    std::lock_guard lock(mu_);
+    applicationMuted_ = muted;
+  }
+  kit::NotificationCenter::defaultCenter().postNotificationName("com.stuvop.mt.application-volume.changed", this, {});
 }
 
 }  // namespace adclient

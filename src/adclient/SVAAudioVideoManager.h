@@ -47,9 +47,19 @@ class SVAMobileAds {
   // "9.0.0".
   static const char* sdkVersion() { return "9.0.0"; }
 
+  // The application's own volume for its ads (0..1, default 1) and whether they are muted.
+  // Setting either posts "com.stuvop.mt.application-volume.changed" on the calling thread.
+  // A volume outside 0..1 is clamped; NaN is ignored.
+  double applicationVolume() const;
+  bool applicationMuted() const;
+  void setApplicationVolume(double volume);
+  void setApplicationMuted(bool muted);
+
  private:
-  std::mutex mu_;
+  mutable std::mutex mu_;
   std::shared_ptr<SVAAudioVideoManager> manager_;
+  double applicationVolume_ = 1.0;
+  bool applicationMuted_ = false;
 };
 
 }  // namespace adclient

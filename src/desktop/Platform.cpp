@@ -6,6 +6,7 @@
 #include "desktop/system/FileUtil.h"
 #include "desktop/library/MetadataIndex.h"
 #include "platform/Platform.h"
+#include "desktop/video/QtVideoPlayers.h"
 
 namespace desktop {
 namespace {
@@ -72,6 +73,7 @@ Platform::Platform(PlatformOptions options)
   services.mailComposer = std::make_shared<MailComposer>(std::move(options.mailHandler), std::move(options.launcher));
   services.pasteboard = std::make_shared<Pasteboard>();
   services.storeReview = std::make_shared<platform::ReviewDialog>(options.storeLink);
+  services.videoPlayers = std::make_shared<QtVideoPlayers>();
   platform::install(std::move(services));
 }
 

@@ -12,6 +12,7 @@
 
 #include "gui/AppBridge.h"
 #include "gui/GuiApp.h"
+#include "gui/ImageRegistry.h"
 #include "gui/Proxies.h"
 #include "kit/AlertController.h"
 #include "kit/NavigationController.h"
@@ -242,3 +243,20 @@ TEST_F(BridgeTest, EveryScreenFileLoads) {
 }
 
 }  // namespace
+
+// A playing video registers a picture per frame: the registry keeps the newest ones, within
+// its byte bound, and the oldest go.
+TEST(ImageRegistryTest, VideoFramesAreBoundedInBytesButTheNewestStay) {
+  auto& registry = gui::ImageRegistry::shared();
+  const int side = 1024;  // 4 MiB a frame
+  std::vector<QString> urls;
+  std::vector<kit::ImagePtr> frames;
+  for (int i = 0; i < 80; ++i) {
+    frames.push_back(kit::Image::fromPixels(side, side, std::vector<std::uint8_t>(std::size_t{side} * side * 4, 7)));
+    urls.push_back(registry.urlFor(frames.back()));
+  }
+  const QString prefix = "image://kit/";
+  EXPECT_TRUE(registry.imageFor(urls.front().mid(prefix.size())).isNull());
+  for (std::size_t i = urls.size() - gui::ImageRegistry::kMinPixelImages; i < urls.size(); ++i)
+    EXPECT_FALSE(registry.imageFor(urls[i].mid(prefix.size())).isNull()) << i;
+}

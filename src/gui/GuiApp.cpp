@@ -20,7 +20,9 @@ void registerResources(QQmlEngine& engine) {
 
 GuiApp::GuiApp()
     : loop_(std::make_shared<QtMainLoop>()),
-      env_(std::make_unique<desktop::ThreadedEnvironment>(loop_)) {
+      // At least four workers: an ad's video player blocks one while it waits for its serial
+      // queues, which need workers of their own.
+      env_(std::make_unique<desktop::ThreadedEnvironment>(loop_, 4)) {
   registerResources(engine_);
 }
 

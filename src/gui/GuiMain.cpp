@@ -1,6 +1,7 @@
 #include "gui/GuiMain.h"
 
 #include <QDir>
+#include <QFile>
 #include <QGuiApplication>
 #include <QImage>
 #include <QQuickWindow>
@@ -12,6 +13,8 @@
 #include <future>
 #include <optional>
 
+#include "adclient/SVAScriptMessageLog.h"
+#include "adclient/SVAVideoInterstitialAd.h"
 #include "ads/AdConfig.h"
 #include "desktop/system/DeploymentConfig.h"
 #include "desktop/Platform.h"
@@ -93,6 +96,23 @@ std::vector<kit::ImagePtr> creatives(const QString& kind) {
     images.push_back(kit::Image::fromPixels(image.width(), image.height(), std::move(rgba)));
   }
   return images;
+}
+
+// The house ads' video creative, copied out of the app's resources to `folder` (Qt's players
+// read files) unless a copy of the same size is there. Its path, or empty when it cannot be
+// written.
+std::string houseVideoFile(const std::string& folder) {
+  QFile resource(":/assets/ads/video-interstitial.mp4");
+  const QString path = QString::fromStdString(folder) + "/video-interstitial.mp4";
+  QFile existing(path);
+  if (existing.exists() && existing.size() == resource.size()) return path.toStdString();
+  QDir().mkpath(QString::fromStdString(folder));
+  QFile::remove(path + ".part");
+  if (!resource.copy(path + ".part")) return {};
+  QFile::remove(path);
+  if (!QFile::rename(path + ".part", path)) return {};
+  QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+  return path.toStdString();
 }
 
 // The app's console lines go to standard error, as a desktop program's diagnostics do; its
@@ -195,6 +215,24 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
   platformOptions.houseAds.appOpenCreatives = creatives("appopen");
   platformOptions.houseAds.fillRate = deployment.config.houseAdsFillRate;
   platformOptions.houseAds.latencySeconds = deployment.config.houseAdsLatencySeconds;
+  if (deployment.config.houseAdsFormat == "video") {
+    // Video interstitials: what their script would hear, and their reports, go to the console.
+    std::string video = houseVideoFile(folders.cache());
+    if (video.empty()) {
+      std::fprintf(stderr, "solvanta: the video interstitial could not be written to %s\n", folders.cache().c_str());
+    } else {
+      auto scriptLog = std::make_shared<adclient::SVAScriptMessageLog>();
+      std::string title = platformOptions.houseAds.title;
+      platformOptions.houseAds.videoInterstitial = [video, title, scriptLog](const std::string& adUnitID,
+                                                                               auto completion) {
+        adclient::SVAVideoInterstitialAd::loadWithAdUnitID(
+            adUnitID, video, title, scriptLog, 10.0,
+            [completion](std::shared_ptr<adclient::SVAVideoInterstitialAd> ad, std::optional<platform::Error> failure) {
+              completion(std::move(ad), std::move(failure));
+            });
+      };
+    }
+  }
   platformOptions.measurementHost = deployment.config.measurementHost;
   platformOptions.storeLink = links.storeLink;
   platformOptions.permissionPrompt = [&app, library](desktop::PermissionKind kind) {

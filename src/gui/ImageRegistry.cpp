@@ -16,7 +16,10 @@ QString ImageRegistry::urlFor(const kit::ImagePtr& image) {
   int id = next_++;
   ids_[image.get()] = id;
   images_[id] = image;
-  while (images_.size() > kMaxPixelImages) {
+  pixelBytes_ += image->rgba().size();
+  while (images_.size() > kMaxPixelImages ||
+         (pixelBytes_ > kMaxPixelBytes && images_.size() > kMinPixelImages)) {
+    pixelBytes_ -= images_.begin()->second->rgba().size();
     ids_.erase(images_.begin()->second.get());
     images_.erase(images_.begin());
   }

@@ -20,17 +20,22 @@ class ImageRegistry {
 
   // The URL of `image`: "" for none or the empty image, "image://kit/named/<name>" for a named
   // one, "image://kit/pixels/<n>" for decoded pixels (kept until `kMaxPixelImages` newer ones
-  // have been registered).
+  // have been registered, or until newer ones hold more than `kMaxPixelBytes`).
   QString urlFor(const kit::ImagePtr& image);
   // The picture behind a URL's id ("named/check", "pixels/12"); a null image when unknown.
   QImage imageFor(const QString& id);
 
   static constexpr std::size_t kMaxPixelImages = 512;
+  // Pixels kept are also bounded in bytes (a playing video registers a picture per frame),
+  // though the newest kMinPixelImages are always kept.
+  static constexpr std::size_t kMaxPixelBytes = std::size_t{96} << 20;
+  static constexpr std::size_t kMinPixelImages = 64;
 
  private:
   std::mutex mu_;
   std::map<const kit::Image*, int> ids_;
   std::map<int, kit::ImagePtr> images_;
+  std::size_t pixelBytes_ = 0;
   int next_ = 1;
 };
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kit/Geometry.h"
+#include "kit/Views.h"
 #include "platform/Types.h"
 
 namespace platform {
@@ -90,6 +91,9 @@ class Player {
   virtual void removeTimeObserver(long token) = 0;
   // The one observer, held weakly.
   virtual void setObserver(std::weak_ptr<PlayerObserver> observer) = 0;
+  // Where the picture goes: each new picture of the current item is set on `view` (held
+  // weakly), scaled to fit the view's frame. A player that draws no pictures ignores it.
+  virtual void setVideoView(std::weak_ptr<kit::ImageView> view) { (void)view; }
 };
 
 class VideoPlayers {

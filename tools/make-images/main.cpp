@@ -1,5 +1,6 @@
 // make-images DIR: draws the app's named images (DIR/images/<name>.png) and the house ads'
-// creatives (DIR/ads/*.png). Run it when an image changes; the results are kept in assets/.
+// creatives (DIR/ads/*.png, and the video interstitial DIR/ads/video-interstitial.mp4). Run it
+// when an image changes; the results are kept in assets/.
 #include <QDir>
 #include <QFont>
 #include <QGuiApplication>
@@ -8,8 +9,12 @@
 #include <QPainter>
 #include <QPainterPath>
 
+#include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <functional>
+
+#include "samplegen/SampleMedia.h"
 
 namespace {
 
@@ -219,6 +224,25 @@ QImage creative(int w, int h, const QColor& from, const QColor& to, const QStrin
   return img;
 }
 
+// Frame `index` of `count` of the house ads' video interstitial: the creative's colours
+// turning slowly, its headline, and a bar that fills as the clip plays.
+QImage videoFrame(int w, int h, int index, int count) {
+  const double t = count > 1 ? static_cast<double>(index) / (count - 1) : 1.0;
+  QColor from = QColor("#2485EF"), to = QColor("#7A5AF8");
+  QImage img = creative(w, h, from, to, "Solvanta Pro", "No ads. Faster scans. Try it free for 7 days.");
+  draw(img, [&](QPainter& p) {
+    p.setPen(Qt::NoPen);
+    p.setBrush(QColor(255, 255, 255, 60));
+    const double r = w * (0.18 + 0.1 * std::sin(t * 6.283));
+    p.drawEllipse(QPointF(w * (0.2 + 0.6 * t), h * 0.18), r, r);
+    p.setBrush(QColor(255, 255, 255, 90));
+    p.drawRoundedRect(QRectF(w * 0.1, h * 0.86, w * 0.8, 10), 5, 5);
+    p.setBrush(Qt::white);
+    p.drawRoundedRect(QRectF(w * 0.1, h * 0.86, w * 0.8 * t, 10), 5, 5);
+  });
+  return img;
+}
+
 }  // namespace
 
 // The app's icon at `size` pixels: two photo cards, one over the other (a duplicate), on the
@@ -286,5 +310,26 @@ int main(int argc, char** argv) {
              dir.filePath("ads/banner-1.png"));
   ok &= save(creative(780, 100, QColor("#1FA971"), QColor("#2BC48A"), "Photo Backup", "Your memories, safe in the cloud"),
              dir.filePath("ads/banner-2.png"));
+  // The house ads' video interstitial: six seconds at 15 frames a second.
+  samplegen::VideoOptions clip;
+  clip.seconds = 6.0;
+  clip.fps = 15;
+  clip.width = 360;
+  clip.height = 540;
+  clip.container = "mp4";
+  clip.bitRate = 400000;
+  const int count = static_cast<int>(clip.seconds * clip.fps);
+  clip.drawFrame = [&](int index, std::vector<std::uint8_t>& rgba) {
+    QImage frame = videoFrame(clip.width, clip.height, index, count).convertToFormat(QImage::Format_RGBA8888);
+    for (int y = 0; y < clip.height; ++y) {
+      std::memcpy(rgba.data() + static_cast<std::size_t>(y) * clip.width * 4, frame.constScanLine(y),
+                  static_cast<std::size_t>(clip.width) * 4);
+    }
+  };
+  std::string error;
+  if (!samplegen::writeVideo(dir.filePath("ads/video-interstitial.mp4").toStdString(), clip, &error)) {
+    std::fprintf(stderr, "make-images: cannot write the video interstitial: %s\n", error.c_str());
+    ok = false;
+  }
   return ok ? 0 : 1;
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -61,6 +62,11 @@ struct VideoOptions {
   // Degrees a player turns the stored frames clockwise for display (0, 90, 180 or 270),
   // written as the track's display matrix; 0 writes none.
   int rotation = 0;
+  // Draws frame `index` into `rgba` (width x height pixels, RGBA, 8 bits each, rows top to
+  // bottom, already sized); none: a moving test pattern.
+  std::function<void(int index, std::vector<std::uint8_t>& rgba)> drawFrame;
+  // Bits per second of the encoded video; 0: the encoder's default.
+  std::int64_t bitRate = 0;
 };
 
 // Writes a video of `clip` to `path`. False on failure, with `error` filled when given.

@@ -154,7 +154,18 @@ void HouseAdsNetwork::loadInterstitialWithAdUnitID(
     const std::string& adUnitID, const platform::AdRequest&,
     std::function<void(std::shared_ptr<platform::InterstitialAd>, std::optional<platform::Error>)>
         completion) {
-  loadFullScreenAd<platform::BasicInterstitialAd>(dealer_, dealer_->options().interstitialCreatives, adUnitID,
+  const auto& options = dealer_->options();
+  if (options.videoInterstitial) {
+    // The fill is drawn as for a picture; the video answers in its place.
+    const bool filled = dealer_->draw(options.interstitialCreatives) != nullptr;
+    auto loader = options.videoInterstitial;
+    dealer_->answer([adUnitID, filled, loader, completion = std::move(completion)] {
+      if (!filled) completion(nullptr, noFill());
+      else loader(adUnitID, completion);
+    });
+    return;
+  }
+  loadFullScreenAd<platform::BasicInterstitialAd>(dealer_, options.interstitialCreatives, adUnitID,
                                                   std::move(completion));
 }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,6 +31,13 @@ struct HouseAdsOptions {
   std::optional<std::uint32_t> seed;
   // The title shown with a full-screen ad.
   std::string title = "Solvanta Pro";
+  // Loads the video interstitial for an ad unit and answers `completion` on the main queue.
+  // When set, an interstitial load that fills is answered by it, after the latency, instead
+  // of with a picture; its errors are passed on.
+  using VideoInterstitialLoader = std::function<void(
+      const std::string& adUnitID,
+      std::function<void(std::shared_ptr<platform::InterstitialAd>, std::optional<platform::Error>)> completion)>;
+  VideoInterstitialLoader videoInterstitial;
 };
 
 // Draws fills and creatives and schedules answers; shared by a network and its banners, so a
@@ -69,7 +77,8 @@ class HouseAdsNetwork : public platform::AdsNetwork {
 
   // Decide fill and creative now and answer on the main queue after the latency: a new
   // BasicInterstitialAd / BasicAppOpenAd (the shared presentation rules: it presents once,
-  // as the "FullScreenAd" screen with a close button) or an error ("ads", code 1).
+  // as the "FullScreenAd" screen with a close button) or an error ("ads", code 1). With a
+  // video interstitial loader, a filled interstitial is what the loader answers.
   void loadInterstitialWithAdUnitID(
       const std::string& adUnitID, const platform::AdRequest& request,
       std::function<void(std::shared_ptr<platform::InterstitialAd>, std::optional<platform::Error>)>

@@ -147,6 +147,54 @@ TEST_F(HouseAdsNetworkTest, AnInterstitialPresentsItsCreativeOnceAndReportsItsDi
   EXPECT_EQ(events->events, (std::vector<std::string>{"willPresent", "failed", "dismissed"}));
 }
 
+TEST_F(HouseAdsNetworkTest, AVideoLoaderAnswersFilledInterstitialsAfterTheLatencyAndPassesItsErrorsOn) {
+  auto video = std::make_shared<platform::BasicInterstitialAd>("unit", picture(2, 2), "video");
+  std::vector<std::string> asked;
+  std::optional<platform::Error> videoError;
+  HouseAdsOptions o = options(1.0, 1, 2.0);
+  o.videoInterstitial = [&](const std::string& unit, auto completion) {
+    asked.push_back(unit);
+    if (videoError) completion(nullptr, videoError);
+    else completion(video, std::nullopt);
+  };
+  HouseAdsNetwork network(o);
+  std::vector<std::shared_ptr<platform::InterstitialAd>> ads;
+  std::vector<std::string> errors;
+  auto load = [&] {
+    network.loadInterstitialWithAdUnitID("unit-1", {}, [&](auto ad, auto error) {
+      ads.push_back(ad);
+      errors.push_back(error ? error->localizedDescription : "");
+    });
+  };
+  load();
+  env.advance(1.9);
+  EXPECT_TRUE(asked.empty()) << "the latency holds for videos too";
+  env.advance(0.2);
+  EXPECT_EQ(asked, std::vector<std::string>{"unit-1"});
+  ASSERT_EQ(ads.size(), 1u);
+  EXPECT_EQ(ads[0], video);
+
+  videoError = platform::Error{"ads", 2, "The video did not load in time."};
+  load();
+  env.advance(2.0);
+  ASSERT_EQ(ads.size(), 2u);
+  EXPECT_EQ(ads[1], nullptr);
+  EXPECT_EQ(errors[1], "The video did not load in time.");
+
+  // No fill never asks for the video.
+  o.fillRate = 0.0;
+  HouseAdsNetwork empty(o);
+  bool answered = false;
+  empty.loadInterstitialWithAdUnitID("unit-2", {}, [&](auto ad, auto error) {
+    answered = true;
+    EXPECT_FALSE(ad);
+    EXPECT_TRUE(error);
+  });
+  env.advance(2.0);
+  EXPECT_TRUE(answered);
+  EXPECT_EQ(asked.size(), 2u);
+}
+
 TEST_F(HouseAdsNetworkTest, ABannerShowsItsCreativeOnceFilled) {
   HouseAdsNetwork network(options(1.0));
   auto size = network.currentOrientationAnchoredAdaptiveBannerAdSizeWithWidth(390);

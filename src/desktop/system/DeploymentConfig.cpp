@@ -128,10 +128,17 @@ bool parse(const Json& json, DeploymentConfig* config, std::string* why) {
     *why = "\"houseAds\" must be an object";
     return false;
   }
-  unknown = unknownKey(*house, {"fillRate", "latencySeconds"});
+  unknown = unknownKey(*house, {"fillRate", "latencySeconds", "format"});
   if (!unknown.empty()) {
     *why = "unknown key \"houseAds." + unknown + "\"";
     return false;
+  }
+  if (auto format = house->find("format"); format != house->end()) {
+    if (!format->is_string() || (*format != "image" && *format != "video")) {
+      *why = "\"houseAds.format\" must be \"image\" or \"video\"";
+      return false;
+    }
+    config->houseAdsFormat = format->get<std::string>();
   }
   return readNumber(*house, "fillRate", 0.0, 1.0, &config->houseAdsFillRate, why) &&
          readNumber(*house, "latencySeconds", 0.0, 3600.0, &config->houseAdsLatencySeconds, why);

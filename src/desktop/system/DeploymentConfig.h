@@ -5,7 +5,7 @@
 //     "interstitialAdUnitID": "...", "appOpenAdUnitID": "...", "bannerAdUnitID": "...",
 //     "testDeviceIdentifier": "...",
 //     "storeLink": "https://...", "promotionLink": "https://...", "supportAddress": "...",
-//     "houseAds": {"fillRate": 1.0, "latencySeconds": 0.5},
+//     "houseAds": {"fillRate": 1.0, "latencySeconds": 0.5, "format": "image"},
 //     "measurement": {"host": "https://collector.example"}
 //   }
 //
@@ -33,6 +33,8 @@ struct DeploymentConfig {
   // Share of house-ad loads that fill (0..1), and seconds each load takes (0 or more).
   double houseAdsFillRate = 1.0;
   double houseAdsLatencySeconds = 0.5;
+  // What the house interstitials show: "image" (a picture) or "video" (the video creative).
+  std::string houseAdsFormat = "image";
   // Where measurement data is sent: "http://" or "https://" and a host name with an optional
   // port, no path (a trailing slash is dropped). Empty: nothing is sent.
   std::string measurementHost;

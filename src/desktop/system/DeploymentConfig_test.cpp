@@ -52,7 +52,10 @@ TEST_F(DeploymentConfigTest, TheFileSetsWhatItNamesAndLeavesTheRest) {
   EXPECT_TRUE(load.fromFile);
   EXPECT_EQ(load.config.houseAdsFillRate, 0.0);
   EXPECT_EQ(load.config.houseAdsLatencySeconds, 0.5);
+  EXPECT_EQ(load.config.houseAdsFormat, "image");
   EXPECT_EQ(load.config.bannerAdUnitID, DeploymentConfig().bannerAdUnitID);
+  writeText(defaultPath(), R"({"houseAds": {"format": "video"}})");
+  EXPECT_EQ(loadDeploymentConfig(home.folders()).config.houseAdsFormat, "video");
 }
 
 TEST_F(DeploymentConfigTest, TheMeasurementHostIsASchemeAndAHostOrNothing) {
@@ -130,6 +133,8 @@ TEST_F(DeploymentConfigTest, ABadFileGivesTheDefaultsAndSaysWhy) {
       {R"({"houseAds": {"latencySeconds": -1}})", "\"houseAds.latencySeconds\" is out of range"},
       {R"({"houseAds": {"filRate": 0.5}})", "unknown key \"houseAds.filRate\""},
       {R"({"houseAds": 0.5})", "\"houseAds\" must be an object"},
+      {R"({"houseAds": {"format": "gif"}})", "\"houseAds.format\" must be \"image\" or \"video\""},
+      {R"({"houseAds": {"format": 1}})", "\"houseAds.format\" must be \"image\" or \"video\""},
       {R"({"bannerAdUnitId": "b"})", "unknown key \"bannerAdUnitId\""},
   };
   for (const Case& c : cases) {
