@@ -24,6 +24,8 @@
 #include "platform/SecureRandom.h"
 #include "platform/UserNotifications.h"
 #include "platform/VideoPlayer.h"
+#include "platform/Camera.h"
+#include "platform/ImageCodec.h"
 
 namespace platform {
 
@@ -56,6 +58,12 @@ struct Services {
   std::shared_ptr<StoreReview> storeReview;
   // Services of the mobile ads client.
   std::shared_ptr<VideoPlayers> videoPlayers;
+  // Services of the secret files: JPEG data and image files, the camera, and the image
+  // manager of the picker's copies (its option-less requests deliver a first image before
+  // they return when they can).
+  std::shared_ptr<ImageCodec> imageCodec;
+  std::shared_ptr<Camera> camera;
+  std::shared_ptr<ImageManager> cachingImageManager;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -88,5 +96,8 @@ MailComposer& mailComposer();
 Pasteboard& pasteboard();
 StoreReview& storeReview();
 VideoPlayers& videoPlayers();
+ImageCodec& imageCodec();
+Camera& camera();
+ImageManager& cachingImageManager();
 
 }  // namespace platform
