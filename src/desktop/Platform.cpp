@@ -72,6 +72,10 @@ Platform::Platform(PlatformOptions options)
   services.mailComposer = std::make_shared<MailComposer>(std::move(options.mailHandler), std::move(options.launcher));
   services.pasteboard = std::make_shared<Pasteboard>();
   services.storeReview = std::make_shared<platform::ReviewDialog>(options.storeLink);
+  services.imageCodec = std::make_shared<JpegCodec>();
+  services.camera = camera_;
+  services.fileExport = fileExport_;
+  services.cachingImageManager = std::make_shared<ImmediateImageManager>(images_);
   platform::install(std::move(services));
 }
 

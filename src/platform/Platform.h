@@ -26,6 +26,7 @@
 #include "platform/VideoPlayer.h"
 #include "platform/Camera.h"
 #include "platform/ImageCodec.h"
+#include "platform/FileExport.h"
 
 namespace platform {
 
@@ -64,6 +65,8 @@ struct Services {
   std::shared_ptr<ImageCodec> imageCodec;
   std::shared_ptr<Camera> camera;
   std::shared_ptr<ImageManager> cachingImageManager;
+  // The folder question of the share sheet's "Save to…".
+  std::shared_ptr<FileExport> fileExport;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -99,5 +102,6 @@ VideoPlayers& videoPlayers();
 ImageCodec& imageCodec();
 Camera& camera();
 ImageManager& cachingImageManager();
+FileExport& fileExport();
 
 }  // namespace platform

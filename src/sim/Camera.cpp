@@ -91,4 +91,24 @@ void Camera::capture(std::function<void(platform::CaptureResult)> finished) {
   kit::mainQueue().async([finished = std::move(finished), result] { finished(result); });
 }
 
+void FileExport::setChoice(std::optional<std::string> folder) {
+  std::lock_guard lock(mu_);
+  choice_ = std::move(folder);
+}
+
+int FileExport::questionCount() const {
+  std::lock_guard lock(mu_);
+  return questions_;
+}
+
+void FileExport::chooseFolder(int, std::function<void(std::optional<std::string>)> chosen) {
+  std::optional<std::string> folder;
+  {
+    std::lock_guard lock(mu_);
+    ++questions_;
+    folder = choice_;
+  }
+  kit::mainQueue().async([chosen = std::move(chosen), folder] { chosen(folder); });
+}
+
 }  // namespace sim

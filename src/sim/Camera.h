@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/Camera.h"
+#include "platform/FileExport.h"
 #include "platform/ImageCodec.h"
 
 namespace sim {
@@ -42,6 +43,20 @@ class Camera : public platform::Camera {
   bool available_ = true;
   std::deque<Capture> queue_;
   int captures_ = 0;
+};
+
+// The folder question of "Save to…": answered at once with the folder set here, or declined.
+class FileExport : public platform::FileExport {
+ public:
+  // The folder chosen ("/sim/Exports" at first); nothing: the person declines.
+  void setChoice(std::optional<std::string> folder);
+  int questionCount() const;
+  void chooseFolder(int count, std::function<void(std::optional<std::string>)> chosen) override;
+
+ private:
+  mutable std::mutex mu_;
+  std::optional<std::string> choice_ = "/sim/Exports";
+  int questions_ = 0;
 };
 
 }  // namespace sim

@@ -596,6 +596,7 @@ Platform::Platform()
   services.imageCodec = codec_;
   services.camera = camera_;
   services.cachingImageManager = cachingImages_;
+  services.fileExport = fileExport_;
   platform::install(std::move(services));
 }
 

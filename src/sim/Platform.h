@@ -344,6 +344,7 @@ class Platform {
   Camera& camera() { return *camera_; }
   // The picker's image manager; it delivers at once.
   ImageManager& cachingImages() { return *cachingImages_; }
+  FileExport& fileExport() { return *fileExport_; }
 
  private:
   std::shared_ptr<PhotoLibrary> photos_;
@@ -372,6 +373,7 @@ class Platform {
   std::shared_ptr<ImageCodec> codec_ = std::make_shared<ImageCodec>();
   std::shared_ptr<Camera> camera_ = std::make_shared<Camera>();
   std::shared_ptr<ImageManager> cachingImages_ = std::make_shared<ImageManager>();
+  std::shared_ptr<FileExport> fileExport_ = std::make_shared<FileExport>();
 };
 
 }  // namespace sim

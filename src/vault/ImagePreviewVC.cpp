@@ -1,5 +1,6 @@
 #include "vault/ImagePreviewVC.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -107,51 +108,53 @@ void AVPlayerViewController::loadView() {
   done->setTitle(std::string("Done"), kit::kControlStateNormal);
   connect(*done, "close");
   auto back = addOutlet<kit::Button>("seekBackButton");
-  back->setImage(kit::Image::named("back10"), kit::kControlStateNormal);
+  back->setTitle(std::string("-10"), kit::kControlStateNormal);
   connect(*back, "seekBack");
   auto toggle = addOutlet<kit::Button>("playPauseButton");
   connect(*toggle, "togglePlay");
   auto forward = addOutlet<kit::Button>("seekForwardButton");
-  forward->setImage(kit::Image::named("forward10"), kit::kControlStateNormal);
+  forward->setTitle(std::string("+10"), kit::kControlStateNormal);
   connect(*forward, "seekForward");
   addOutlet<kit::Label>("timeLbl");
-  player_ = platform::videoPlayers().makePlayer();
-  player_->replaceCurrentItemWithPlayerItem(platform::videoPlayers().makePlayerItemWithURL(url_));
+  auto url = addOutlet<kit::Label>("urlLbl");
+  url->setText(url_);
+  url->setHidden(true);
   showState();
 }
 
 void AVPlayerViewController::showState() {
-  bool playing = player_ && player_->rate() > 0;
-  playPauseButton->setTitle(std::string(playing ? "Pause" : "Play"), kit::kControlStateNormal);
-  double t = player_ && player_->currentItem() ? player_->currentItem()->currentTime() : NAN;
-  if (std::isnan(t)) t = 0;
+  playPauseButton->setTitle(std::string(playing_ ? "Pause" : "Play"), kit::kControlStateNormal);
+  int t = static_cast<int>(position_);
   char text[32];
-  std::snprintf(text, sizeof text, "%d:%02d", static_cast<int>(t) / 60, static_cast<int>(t) % 60);
+  std::snprintf(text, sizeof text, "%d:%02d", t / 60, t % 60);
   timeLbl->setText(std::string(text));
 }
 
 void AVPlayerViewController::play() {
   loadViewIfNeeded();
-  player_->play();
+  playing_ = true;
   showState();
 }
 
 void AVPlayerViewController::togglePlay() {
-  if (player_->rate() > 0) player_->pause();
-  else player_->play();
+  playing_ = !playing_;
   showState();
 }
 
 void AVPlayerViewController::seekBy(double seconds) {
-  auto item = player_->currentItem();
-  double now = item ? item->currentTime() : NAN;
-  if (std::isnan(now)) now = 0;
-  player_->seekToTime(std::max(0.0, now + seconds));
+  position_ = std::max(0.0, position_ + seconds);
+  showState();
+}
+
+void AVPlayerViewController::setPosition(double seconds) {
+  if (std::isnan(seconds) || seconds < 0) return;
+  position_ = seconds;
   showState();
 }
 
 void AVPlayerViewController::close() {
-  player_->pause();
+  playing_ = false;
+  showState();
   dismissViewControllerAnimated(true);
 }
 

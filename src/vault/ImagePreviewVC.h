@@ -11,7 +11,6 @@
 #include "kit/ViewController.h"
 #include "kit/Views.h"
 #include "platform/PhotoLibrary.h"
-#include "platform/VideoPlayer.h"
 
 namespace vault {
 
@@ -42,15 +41,20 @@ class ImagePreviewVC : public kit::ViewController {
   void deleteImageFile();
 };
 
-// The presented movie player: play on presentation, pause, seek, close.
+// The presented movie player: play on presentation, pause, seek, close. It keeps what a
+// person controls (playing or not, the playhead); whoever renders plays the file `url`
+// accordingly (the window with its media player).
 class AVPlayerViewController : public kit::ViewController {
  public:
   explicit AVPlayerViewController(std::string url);
 
   kit::Outlet<kit::Button> playPauseButton{this, "playPauseButton"};
   kit::Outlet<kit::Label> timeLbl{this, "timeLbl"};
+  // The file, as a file URL, for the renderer.
+  kit::Outlet<kit::Label> urlLbl{this, "urlLbl"};
   const std::string& url() const { return url_; }
-  const std::shared_ptr<platform::Player>& player() const { return player_; }
+  bool isPlaying() const { return playing_; }
+  double position() const { return position_; }
 
   void loadView() override;
   // Starts playing (called when the presentation is done).
@@ -59,13 +63,16 @@ class AVPlayerViewController : public kit::ViewController {
   void togglePlay();
   // Moves the playhead by `seconds` (back when negative), not before the start.
   void seekBy(double seconds);
+  // The renderer reports the playhead as it plays.
+  void setPosition(double seconds);
   // Pauses and dismisses the player.
   void close();
 
  private:
   void showState();
   std::string url_;
-  std::shared_ptr<platform::Player> player_;
+  bool playing_ = false;
+  double position_ = 0;
 };
 
 }  // namespace vault

@@ -44,6 +44,13 @@ void SecretDataCell::awakeFromNib() {
   auto thumb = kit::make<kit::ImageView>();
   thumb->setClipsToBounds(true);
   thumb->setContentMode(kit::ContentMode::ScaleAspectFill);
+  thumb->setUserInteractionEnabled(true);
+  auto press = std::make_shared<kit::LongPressGestureRecognizer>();
+  press->setMinimumPressDuration(0.2);
+  press->addTarget([this](kit::GestureRecognizer& g) {
+    if (onLongPress) onLongPress(g.state());
+  });
+  thumb->addGestureRecognizer(press);
   contentView().addSubview(thumb);
   registerOutlet("thumbNailImage", thumb);
   auto check = kit::make<kit::ImageView>();
@@ -289,6 +296,10 @@ std::shared_ptr<kit::CollectionViewCell> SecretFilesVC::cellForItemAtIndexPath(k
     cell->loadImageFromURL(row->fileUrl);
   }
   cell->itemTypeView->setHidden(!isVideoType(row->type));
+  std::weak_ptr<SecretFilesVC> weak = sharedAs<SecretFilesVC>();
+  cell->onLongPress = [weak, indexPath](kit::GestureState state) {
+    if (auto vc = weak.lock()) vc->longPressedWithLongPressGesture(state, indexPath);
+  };
   if (longPressStatus) {
     cell->selectedImage->setHidden(false);
     cell->selectedImage->setImage(kit::Image::named(row->isSelected ? "check" : "uncheck"));
@@ -365,7 +376,7 @@ void SecretFilesVC::longPressedWithLongPressGesture(kit::GestureState state, std
     return;
   }
   if (state == kit::GestureState::Began) {
-    kit::print("Long press on row, at " + std::to_string(row->item()));
+    kit::print("Long press on row, at ", row->item());
     if (longPressStatus) return;
     longPressStatus = true;
     addNewBtn->setHidden(true);
@@ -552,6 +563,8 @@ void SecretFilesVC::openCamera() {
     picker.dismissViewControllerAnimated(false, [weak, image, url] {
       auto self = weak.lock();
       if (!self) return;
+      // This screen shows again as the camera goes, and its grid takes taps again.
+      self->galleryCollectionView->setUserInteractionEnabled(true);
       if (image) {
         self->saveCameraImage(image);
       } else if (url) {

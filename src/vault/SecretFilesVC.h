@@ -5,6 +5,7 @@
 // folder read and the delete loop, which run on a background queue and replace `list`.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -43,6 +44,8 @@ class SecretDataCell : public kit::CollectionViewCell {
   kit::Outlet<kit::ImageView> playPauseImageView{this, "playPauseImageView"};
   kit::Outlet<kit::View> itemTypeView{this, "itemTypeView"};
   kit::Outlet<kit::ImageView> audioPlayImageView{this, "audioPlayImageView"};
+  // What a long press on the thumbnail reports (set by the list for the row the cell shows).
+  std::function<void(kit::GestureState)> onLongPress;
   void awakeFromNib() override;
   void prepareForReuse() override;
   // Loads the picture of the file `fileUrl` off the main queue and shows it, unless the cell
