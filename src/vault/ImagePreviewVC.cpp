@@ -34,7 +34,7 @@ void ImagePreviewVC::loadView() {
   back->setImage(kit::Image::named("back"), kit::kControlStateNormal);
   connect(*back, "backButtonAction:");
   auto more = addOutlet<kit::Button>("moreButton");
-  more->setImage(kit::Image::named("more"), kit::kControlStateNormal);
+  more->setTitle(std::string("More"), kit::kControlStateNormal);
   connect(*more, "openDialog:");
   addOutlet<kit::ImageView>("imageView")->setContentMode(kit::ContentMode::ScaleAspectFit);
   auto dialog = addOutlet<kit::View>("actionDialog");

@@ -139,7 +139,7 @@ void SecretFilesVC::loadView() {
   connect(*back, "backBtn:");
   addOutlet<kit::Label>("titleLbl")->setText(std::string("Secret Files"));
   auto security = addOutlet<kit::Button>("securityButton");
-  security->setImage(kit::Image::named("pass"), kit::kControlStateNormal);
+  security->setTitle(std::string("Security"), kit::kControlStateNormal);
   connect(*security, "openSecurityPage:");
   addOutlet<kit::Label>("totalLbl")->setText(std::string("Total : 0"));
   addOutlet<kit::Label>("selectedLbl")->setText(std::string("Selected : 0"));
