@@ -145,6 +145,9 @@ void BM_GridScroll(benchmark::State& state) {
     shell::registerMainStoryboard();
     auto& board = kit::Storyboard::named("Main");
     auto nav = std::make_shared<kit::NavigationController>(board.instantiateViewControllerWithIdentifier("SecretSpaceVC"));
+    auto screen = kit::make<kit::Window>();
+    screen->setRootViewController(nav);
+    screen->makeKeyAndVisible();
     auto picker = board.instantiate<vault::SecretDataViewController>("SecretDataViewController");
     nav->pushViewController(picker, false);
     world.env.runUntilIdle();
