@@ -33,15 +33,16 @@ GridView {
     onHeightChanged: reportWindow()
     onWidthChanged: reportWindow()
     onCountChanged: reportWindow()
-    // A long press on the grid's background, in the collection's own item coordinates.
+    // A long press on the grid's background, under every item: reported at a point outside
+    // every item (a press on an item goes to the item's own view).
     MouseArea {
         anchors.fill: parent
         z: -1
         pressAndHoldInterval: 200
-        onPressAndHold: function (mouse) {
+        onPressAndHold: {
             if (!grid.view) return
-            grid.view.longPress(1, mouse.x, mouse.y + grid.contentHeight)
-            grid.view.longPress(3, mouse.x, mouse.y + grid.contentHeight)
+            grid.view.longPress(1, -1, -1)
+            grid.view.longPress(3, -1, -1)
         }
     }
 }
