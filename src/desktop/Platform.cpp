@@ -74,6 +74,10 @@ Platform::Platform(PlatformOptions options)
   services.pasteboard = std::make_shared<Pasteboard>();
   services.storeReview = std::make_shared<platform::ReviewDialog>(options.storeLink);
   services.videoPlayers = std::make_shared<QtVideoPlayers>();
+  services.imageCodec = std::make_shared<JpegCodec>();
+  services.camera = camera_;
+  services.fileExport = fileExport_;
+  services.cachingImageManager = std::make_shared<ImmediateImageManager>(images_);
   platform::install(std::move(services));
 }
 

@@ -22,6 +22,8 @@
 #include "desktop/media/VideoFrameGenerator.h"
 #include "desktop/system/MeasurementServices.h"
 #include "desktop/network/CurlNetwork.h"
+#include "desktop/media/JpegCodec.h"
+#include "desktop/system/FileExport.h"
 
 namespace desktop {
 
@@ -76,8 +78,14 @@ class Platform {
   SystemDeviceFacts& deviceFacts() { return *deviceFacts_; }
   CurlNetwork& network() { return *network_; }
   NotificationCenter& notifications() { return *notifications_; }
+  // The camera; none until the window gives it handlers.
+  DesktopCamera& camera() { return *camera_; }
+  // "Save to…"; declined until the window gives it a chooser.
+  FileExport& fileExport() { return *fileExport_; }
 
  private:
+  std::shared_ptr<DesktopCamera> camera_ = std::make_shared<DesktopCamera>();
+  std::shared_ptr<FileExport> fileExport_ = std::make_shared<FileExport>();
   // The services of the app's launch: notifications, cloud services, messaging, keyboard,
   // object stores.
   void addLaunchServices(platform::Services& services);

@@ -114,6 +114,19 @@ TEST(FlowFileTest, WorldValuesOfTheWrongTypeOrRange) {
   EXPECT_EQ(world("timeZone: Mars/Base"), "2: world.timeZone: expected UTC or an offset like +02:00");
 }
 
+TEST(FlowFileTest, SecretFilesWorldValuesOfTheWrongTypeOrRange) {
+  auto world = [](const std::string& body) { return errorOf("world:\n  " + body + "\n---\n- back\n"); };
+  EXPECT_EQ(world("camera: front"), "2: world.camera: expected one of available | none");
+  EXPECT_EQ(world("captures: [photo, flash]"), "2: world.captures: expected one of photo | video | nothing | unreadable");
+  EXPECT_EQ(world("captures: photo"), "2: world.captures: expected a list of photo, video, nothing or unreadable");
+  EXPECT_EQ(world("secretFiles: [{name: a/b}]"), "2: world.secretFiles: name: expected a file name without \"/\"");
+  EXPECT_EQ(world("secretFiles: [{name: a, kind: movie}]"),
+            "2: world.secretFiles: kind: expected one of photo | text | empty | folder | link");
+  EXPECT_EQ(world("writableBytes: -1"), "2: world.writableBytes: expected unlimited or a whole number of bytes, 0 or more");
+  EXPECT_EQ(world("share: maybe"), "2: world.share: expected one of completes | cancels");
+  EXPECT_EQ(world("writableBytes: unlimited"), "no error");
+}
+
 TEST(FlowFileTest, AliasesThatContainThemselvesAreRefused) {
   EXPECT_EQ(errorOf("- tapOn: &s {id: x, in: *s}\n").substr(0, 20), "1: tapOn: in: in: in");
   EXPECT_NE(errorOf("- tapOn: &s {id: x, in: *s}\n").find("selectors nest too deeply"), std::string::npos);

@@ -216,6 +216,81 @@ void applyFeedback(const WorldSetup& s, sim::World& world) {
   world.platform.review().setShows(s.rating == "shows");
 }
 
+std::string readCamera(const YAML::Node& n, WorldSetup& s) { return choice(n, {"available", "none"}, &s.camera); }
+
+std::string readCaptures(const YAML::Node& n, WorldSetup& s) {
+  if (!n.IsSequence()) return "expected a list of photo, video, nothing or unreadable";
+  for (const auto& item : n) {
+    std::string v;
+    if (auto e = choice(item, {"photo", "video", "nothing", "unreadable"}, &v); !e.empty()) return e;
+    s.captures.push_back(v);
+  }
+  return {};
+}
+
+std::string readSecretFiles(const YAML::Node& n, WorldSetup& s) {
+  if (!n.IsSequence()) return "expected a list of {name, kind}";
+  for (const auto& item : n) {
+    if (!item.IsMap()) return "expected {name, kind}";
+    if (auto e = knownKeys(item, {"name", "kind"}); !e.empty()) return e;
+    if (!item["name"] || !isScalar(item["name"]) || item["name"].Scalar().empty() ||
+        item["name"].Scalar().find('/') != std::string::npos) {
+      return "name: expected a file name without \"/\"";
+    }
+    std::string kind = "photo";
+    if (item["kind"]) {
+      if (auto e = choice(item["kind"], {"photo", "text", "empty", "folder", "link"}, &kind); !e.empty()) return "kind: " + e;
+    }
+    s.secretFiles.emplace_back(item["name"].Scalar(), kind);
+  }
+  return {};
+}
+
+std::string readWritableBytes(const YAML::Node& n, WorldSetup& s) {
+  if (isScalar(n) && n.Scalar() == "unlimited") {
+    s.writableBytes.reset();
+    return {};
+  }
+  auto v = integer(n);
+  if (!v || *v < 0) return "expected unlimited or a whole number of bytes, 0 or more";
+  s.writableBytes = *v;
+  return {};
+}
+
+std::string readShare(const YAML::Node& n, WorldSetup& s) { return choice(n, {"completes", "cancels"}, &s.share); }
+
+void applySecretFiles(const WorldSetup& s, sim::World& world) {
+  world.platform.fileExport().setChoice(s.share == "completes" ? std::optional<std::string>("/sim/Exports") : std::nullopt);
+  world.platform.files().putFolder("/sim/Exports");
+  auto& camera = world.platform.camera();
+  camera.setAvailable(s.camera == "available");
+  std::deque<sim::Camera::Capture> captures;
+  for (const auto& c : s.captures) {
+    using C = sim::Camera::Capture;
+    captures.push_back(c == "video" ? C::Video : c == "nothing" ? C::Nothing : c == "unreadable" ? C::UnreadableVideo : C::Photo);
+  }
+  camera.queueCaptures(std::move(captures));
+  auto& files = world.platform.files();
+  const std::string folder = "/sim/Documents/Cleaner";
+  for (const auto& [name, kind] : s.secretFiles) {
+    std::string path = folder + "/" + name;
+    if (kind == "folder") {
+      files.putFolder(path);
+    } else if (kind == "link") {
+      files.putLink(path, "/sim/Library/Preferences/secret.plist");
+    } else if (kind == "photo") {
+      std::vector<std::uint8_t> px(4 * 4 * 4, 0x60);
+      files.putFile(path, *world.platform.codec().jpegData(kit::Image::fromPixels(4, 4, std::move(px)), 1.0));
+    } else if (kind == "text") {
+      std::string text = "not a picture";
+      files.putFile(path, std::vector<std::uint8_t>(text.begin(), text.end()));
+    } else {
+      files.putFile(path, {});
+    }
+  }
+  files.setWriteCapacity(s.writableBytes);
+}
+
 }  // namespace
 
 std::optional<double> parseTimestamp(const std::string& t) {
@@ -289,6 +364,11 @@ const std::vector<WorldKey>& worldKeys() {
       {"eagerMain", "true", readEagerMain},
       {"mail", "sends", readMail},
       {"rating", "shows", readRating},
+      {"camera", "available", readCamera},
+      {"captures", "[] (each capture a photo)", readCaptures},
+      {"secretFiles", "[]; {name, kind: photo (default), text, empty, folder or link}", readSecretFiles},
+      {"writableBytes", "unlimited", readWritableBytes},
+      {"share", "completes", readShare},
   };
   return keys;
 }
@@ -360,6 +440,7 @@ void WorldSetup::applyTo(sim::World& world) const {
   for (const auto& [key, value] : preferences) world.platform.preferences().setObject(value, key);
   world.platform.files().setFileSystem(diskTotalBytes, diskFreeBytes);
   applyFeedback(*this, world);
+  applySecretFiles(*this, world);
 }
 
 }  // namespace flow

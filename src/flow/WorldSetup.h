@@ -50,6 +50,16 @@ struct WorldSetup {
   // whether a rating request shows its dialog (shows) or nothing (ignored).
   std::string mail = "sends";
   std::string rating = "shows";
+  // Secret files: whether the phone has a camera (available | none), what its captures give
+  // in order (photo | video | nothing | unreadable; photos once the list runs out), the files
+  // already in the hidden folder ({name, kind: photo | text | empty | folder | link}), and how
+  // many bytes may still be written before the disk is full (nothing: no limit).
+  std::string camera = "available";
+  std::vector<std::string> captures;
+  std::vector<std::pair<std::string, std::string>> secretFiles;
+  std::optional<long long> writableBytes;
+  // The share sheet's "Save to…": the person picks a folder (completes) or declines (cancels).
+  std::string share = "completes";
 
   // Sets up `world`: clock, time zone, library, access, answers, deletion, ads, preferences,
   // disk and queue behaviour. Main thread, before the app starts.

@@ -254,6 +254,18 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
     return askInWindow(app, QString::fromStdString(question), "The files move to the Trash.", {"Don't Allow", "Delete"}) == 1;
   };
   desktop::Platform platform(platformOptions);
+  // "Save to…" offers the person's usual folders.
+  platform.fileExport().setChooser([&app, folders](int count, std::function<void(std::optional<std::string>)> chosen) {
+    std::vector<std::pair<QString, std::string>> places = {{"Pictures", desktop::picturesDirectory(folders)},
+                                                           {"Home", folders.home}};
+    QStringList buttons{"Cancel"};
+    for (const auto& place : places) buttons << place.first;
+    app.bridge().ask(QString("Save to\u2026"), QString("Where should the %1 file(s) go?").arg(count), buttons,
+                     [places, chosen](int index) {
+                       if (index >= 1 && index <= static_cast<int>(places.size())) chosen(places[index - 1].second);
+                       else chosen(std::nullopt);
+                     });
+  });
 
   if (!app.start()) {
     std::fprintf(stderr, "solvanta: the window could not be loaded\n");

@@ -21,7 +21,8 @@ TEST(ScreenshotsTest, TheScriptedRunWritesSevenPicturesOfTheWindow) {
   QFile log(dir.path() + "/log.txt");
   log.open(QIODevice::ReadOnly);
   ASSERT_EQ(status, 0) << log.readAll().toStdString();
-  for (const char* name : {"0-splash", "0-interlude", "1-home", "2-find-prompt", "3-scanning", "4-results", "5-interstitial"}) {
+  for (const char* name : {"0-splash", "0-interlude", "1-home", "2-find-prompt", "3-scanning", "4-results", "5-interstitial",
+                           "10-import-grid", "11-secret-files", "12-preview"}) {
     QImage image(dir.path() + "/" + name + ".png");
     ASSERT_FALSE(image.isNull()) << name;
     EXPECT_EQ(image.width(), 390) << name;

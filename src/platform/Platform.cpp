@@ -64,4 +64,9 @@ VideoPlayers& videoPlayers() { return require(installed().videoPlayers, "video p
 
 int Device::systemMajorVersion() { return std::atoi(systemVersion().c_str()); }
 
+ImageCodec& imageCodec() { return require(installed().imageCodec, "image codec"); }
+Camera& camera() { return require(installed().camera, "camera"); }
+ImageManager& cachingImageManager() { return require(installed().cachingImageManager, "caching image manager"); }
+FileExport& fileExport() { return require(installed().fileExport, "file export"); }
+
 }  // namespace platform

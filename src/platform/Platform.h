@@ -24,6 +24,9 @@
 #include "platform/SecureRandom.h"
 #include "platform/UserNotifications.h"
 #include "platform/VideoPlayer.h"
+#include "platform/Camera.h"
+#include "platform/ImageCodec.h"
+#include "platform/FileExport.h"
 
 namespace platform {
 
@@ -56,6 +59,14 @@ struct Services {
   std::shared_ptr<StoreReview> storeReview;
   // Services of the mobile ads client.
   std::shared_ptr<VideoPlayers> videoPlayers;
+  // Services of the secret files: JPEG data and image files, the camera, and the image
+  // manager of the picker's copies (its option-less requests deliver a first image before
+  // they return when they can).
+  std::shared_ptr<ImageCodec> imageCodec;
+  std::shared_ptr<Camera> camera;
+  std::shared_ptr<ImageManager> cachingImageManager;
+  // The folder question of the share sheet's "Save to…".
+  std::shared_ptr<FileExport> fileExport;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -88,5 +99,9 @@ MailComposer& mailComposer();
 Pasteboard& pasteboard();
 StoreReview& storeReview();
 VideoPlayers& videoPlayers();
+ImageCodec& imageCodec();
+Camera& camera();
+ImageManager& cachingImageManager();
+FileExport& fileExport();
 
 }  // namespace platform

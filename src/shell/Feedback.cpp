@@ -1,5 +1,7 @@
 #include "shell/Feedback.h"
 
+#include <algorithm>
+
 #include <mutex>
 #include <utility>
 
@@ -182,6 +184,27 @@ ActivityViewController::ActivityViewController(std::vector<std::string> activity
   auto finish = [this](bool completed) {
     if (completionWithItemsHandler) completionWithItemsHandler(completed);
   };
+  bool files = !items_.empty() && std::all_of(items_.begin(), items_.end(), [](const std::string& item) {
+    return platform::pathOfFileURL(item).has_value();
+  });
+  if (files) {
+    addAction(std::make_shared<kit::AlertAction>(
+        std::string("Save to\u2026"), kit::AlertActionStyle::Default, [this](kit::AlertAction&) {
+          auto items = items_;
+          auto done = completionWithItemsHandler;
+          platform::fileExport().chooseFolder(static_cast<int>(items.size()),
+                                              [items, done](std::optional<std::string> folder) {
+                                                if (folder) saveFilesToFolder(items, *folder);
+                                                if (done) done(folder.has_value());
+                                              });
+        }));
+    addAction(std::make_shared<kit::AlertAction>(
+        std::string("Show in Folder"), kit::AlertActionStyle::Default, [this, finish](kit::AlertAction&) {
+          std::string path = *platform::pathOfFileURL(items_.front());
+          platform::application().openURL(platform::fileURLWithPath(path.substr(0, path.find_last_of('/'))), {}, {});
+          finish(true);
+        }));
+  }
   addAction(std::make_shared<kit::AlertAction>(std::string("Copy"), kit::AlertActionStyle::Default,
                                                [this, finish](kit::AlertAction&) {
                                                  platform::pasteboard().setString(joined(items_, "\n"));
@@ -194,6 +217,27 @@ ActivityViewController::ActivityViewController(std::vector<std::string> activity
       }));
   addAction(std::make_shared<kit::AlertAction>(std::string("Cancel"), kit::AlertActionStyle::Cancel,
                                                [finish](kit::AlertAction&) { finish(false); }));
+}
+
+int saveFilesToFolder(const std::vector<std::string>& fileURLs, const std::string& folder) {
+  auto& files = platform::fileManager();
+  int saved = 0;
+  for (const auto& url : fileURLs) {
+    auto source = platform::pathOfFileURL(url);
+    if (!source) continue;
+    platform::Error error;
+    auto data = files.contentsAtPath(*source, &error);
+    std::string name = source->substr(source->find_last_of('/') + 1);
+    std::string target = folder + "/" + name;
+    for (int n = 2; files.fileExistsAtPath(target); ++n) target = folder + "/" + name + " " + std::to_string(n);
+    if (!data || !files.writeData(*data, target, &error)) {
+      kit::print("Could not save", name + ":", platform::describe(error));
+      continue;
+    }
+    ++saved;
+  }
+  kit::print("Saved", saved, "files to", folder);
+  return saved;
 }
 
 void shareApp(kit::ViewController& controller, const std::string& url, const std::string& message) {

@@ -71,7 +71,9 @@ class MailComposeViewController : public kit::ViewController {
 void sendFeedback(kit::ViewController& controller, const std::string& subject);
 
 // The share sheet: the items as its message, with "Copy" (to the pasteboard), "Mail" (a new
-// mail in the person's mail program) and "Cancel". Whatever is chosen, the completion handler
+// mail in the person's mail program) and "Cancel"; when every item is a file URL, first
+// "Save to…" (a folder the person picks receives copies) and "Show in Folder" (the first
+// file's folder in the file manager). Whatever is chosen, the completion handler
 // runs after the sheet is gone.
 class ActivityViewController : public kit::AlertController {
  public:
@@ -87,6 +89,11 @@ class ActivityViewController : public kit::AlertController {
  private:
   std::vector<std::string> items_;
 };
+
+// Copies the files of `fileURLs` into `folder` under their own names (a taken name gets
+// " 2", " 3", ...), printing what could not be saved and then "Saved N files to FOLDER".
+// Returns how many were saved. Main thread.
+int saveFilesToFolder(const std::vector<std::string>& fileURLs, const std::string& folder);
 
 // Shows the share sheet with `message` then `url` over `controller`.
 void shareApp(kit::ViewController& controller, const std::string& url, const std::string& message);

@@ -8,6 +8,9 @@
 #include "shell/PlaceholderScreens.h"
 #include "shell/SplashVC.h"
 #include "shell/SettingVc.h"
+#include "vault/ImagePreviewVC.h"
+#include "vault/SecretDataViewController.h"
+#include "vault/SecretFilesVC.h"
 #include "vault/SecretSpaceVC.h"
 #include "vault/SecurityQuestionVC.h"
 #include "vault/SetPin.h"
@@ -23,7 +26,9 @@ void registerMainStoryboard() {
   main.registerScene("SetPin", [] { return std::make_shared<vault::SetPin>(); });
   main.registerScene("SecurityQuestionVC", [] { return std::make_shared<vault::SecurityQuestionVC>(); });
   main.registerScene("SecretSpaceVC", [] { return std::make_shared<vault::SecretSpaceVC>(); });
-  main.registerScene("SecretFilesVC", [] { return std::make_shared<SecretFilesVC>(); });
+  main.registerScene("SecretFilesVC", [] { return std::make_shared<vault::SecretFilesVC>(); });
+  main.registerScene("SecretDataViewController", [] { return std::make_shared<vault::SecretDataViewController>(); });
+  main.registerScene("ImagePreviewVC", [] { return std::make_shared<vault::ImagePreviewVC>(); });
   main.registerScene("SecretContactVC", [] { return std::make_shared<SecretContactVC>(); });
   main.registerScene("SettingVc", [] { return std::make_shared<SettingVc>(); });
 }

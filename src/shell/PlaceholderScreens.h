@@ -19,12 +19,7 @@ class PlaceholderScreen : public kit::ViewController {
   std::string title_;
 };
 
-// The secret space's two stores, reached from its hub.
-class SecretFilesVC : public PlaceholderScreen {
- public:
-  SecretFilesVC() : PlaceholderScreen("Secret Files") {}
-};
-
+// The secret space's contact store, reached from its hub.
 class SecretContactVC : public PlaceholderScreen {
  public:
   SecretContactVC() : PlaceholderScreen("Secret Contacts") {}

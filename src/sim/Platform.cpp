@@ -282,7 +282,12 @@ int ImageManager::requestImageForAsset(const platform::AssetPtr& asset, kit::Siz
         kit::Dictionary{{platform::kImageResultIsDegradedKey, degraded}});
     }
   };
-  if (options.synchronous) {
+  bool atOnce;
+  {
+    std::lock_guard lock(mu_);
+    atOnce = atOnce_;
+  }
+  if (options.synchronous || atOnce) {
     deliver(handler, false);
     return id;
   }
@@ -296,6 +301,11 @@ int ImageManager::requestImageForAsset(const platform::AssetPtr& asset, kit::Siz
     deliver(handler, false);
   });
   return id;
+}
+
+void ImageManager::setDeliversAtOnce(bool atOnce) {
+  std::lock_guard lock(mu_);
+  atOnce_ = atOnce;
 }
 
 void ImageManager::cancelImageRequest(int requestId) {
@@ -578,10 +588,16 @@ Platform::Platform()
       application_(std::make_shared<Application>()),
       ads_(std::make_shared<AdsNetwork>()),
       device_(std::make_shared<Device>()) {
-  platform::install(platform::Services{photos_, images_, frames_, files_, preferences_, application_, ads_, device_,
-                                       keychain_, random_, deviceFacts_, advertising_, reachability_, network_,
-                                       notifications_, appServices_, messaging_, keyboard_, stores_, mail_,
-                                       pasteboard_, review_, videoPlayers_});
+  platform::Services services{photos_, images_, frames_, files_, preferences_, application_, ads_, device_,
+                              keychain_, random_, deviceFacts_, advertising_, reachability_, network_,
+                              notifications_, appServices_, messaging_, keyboard_, stores_, mail_,
+                              pasteboard_, review_, videoPlayers_};
+  cachingImages_->setDeliversAtOnce(true);
+  services.imageCodec = codec_;
+  services.camera = camera_;
+  services.cachingImageManager = cachingImages_;
+  services.fileExport = fileExport_;
+  platform::install(std::move(services));
 }
 
 Platform::~Platform() { platform::uninstall(); }

@@ -18,6 +18,7 @@
 #include "platform/FullScreenAd.h"
 #include "platform/Platform.h"
 #include "sim/LaunchServices.h"
+#include "sim/Camera.h"
 #include "sim/Feedback.h"
 #include "sim/MeasurementServices.h"
 #include "sim/Network.h"
@@ -114,12 +115,16 @@ class ImageManager : public platform::ImageManager {
                            const platform::ImageRequestOptions& options,
                            platform::ImageResultHandler handler) override;
   void cancelImageRequest(int requestId) override;
+  // With true, an asynchronous request delivers its one final image before it returns, as
+  // the picker's manager does for images it has at hand (false at first).
+  void setDeliversAtOnce(bool atOnce);
 
  private:
   mutable std::mutex mu_;
   std::set<std::string> failing_;
   std::set<int> cancelled_;
   int next_ = 1;
+  bool atOnce_ = false;
 };
 
 class AssetImageGenerator : public platform::AssetImageGenerator {
@@ -150,7 +155,40 @@ class FileManager : public platform::FileManager {
                                                                platform::Error* error) override;
   std::string lastAttributesPath() const;
 
+  // --- Files: an in-memory tree; "/" always exists. ---
+  // Puts a file (making its folders), a folder, or a link to `target` (links are listed,
+  // count as what they name, and are removed as links).
+  void putFile(const std::string& path, std::vector<std::uint8_t> data);
+  void putFolder(const std::string& path);
+  void putLink(const std::string& path, std::string target);
+  // Writes fail (as on a full disk) once the files written hold `bytes` more in all; nothing
+  // fails at first. Removals of these paths fail.
+  void setWriteCapacity(std::optional<std::int64_t> bytes);
+  void failRemovals(std::set<std::string> paths);
+  // Names in the folder `path` (as contentsOfDirectoryAtPath), and a file's bytes.
+  std::vector<std::string> namesIn(const std::string& path) const;
+  std::optional<std::vector<std::uint8_t>> bytesAt(const std::string& path) const;
+
+  bool fileExistsAtPath(const std::string& path, bool* isDirectory) override;
+  bool createDirectoryAtPath(const std::string& path, bool intermediates, platform::Error* error) override;
+  std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(const std::string& path,
+                                                                   platform::Error* error) override;
+  bool writeData(const std::vector<std::uint8_t>& data, const std::string& path, platform::Error* error) override;
+  std::optional<std::vector<std::uint8_t>> contentsAtPath(const std::string& path, platform::Error* error) override;
+  bool removeItemAtPath(const std::string& path, platform::Error* error) override;
+
  private:
+  struct Node {
+    enum Kind { File, Folder, Link } kind = File;
+    std::vector<std::uint8_t> data;
+    std::string target;
+  };
+  // The node at `path` after following links (at most 8); null when there is none. Under mu_.
+  const Node* resolve(const std::string& path) const;
+  std::map<std::string, Node> nodes_;
+  std::optional<std::int64_t> capacity_;
+  std::int64_t written_ = 0;
+  std::set<std::string> failingRemovals_;
   mutable std::mutex mu_;
   std::optional<std::string> documents_ = "/sim/Documents";
   std::string applicationSupport_ = "/sim/Library/Application Support";
@@ -302,6 +340,11 @@ class Platform {
   Pasteboard& pasteboard() { return *pasteboard_; }
   StoreReview& review() { return *review_; }
   VideoPlayers& videoPlayers() { return *videoPlayers_; }
+  ImageCodec& codec() { return *codec_; }
+  Camera& camera() { return *camera_; }
+  // The picker's image manager; it delivers at once.
+  ImageManager& cachingImages() { return *cachingImages_; }
+  FileExport& fileExport() { return *fileExport_; }
 
  private:
   std::shared_ptr<PhotoLibrary> photos_;
@@ -327,6 +370,10 @@ class Platform {
   std::shared_ptr<Pasteboard> pasteboard_ = std::make_shared<Pasteboard>();
   std::shared_ptr<StoreReview> review_ = std::make_shared<StoreReview>();
   std::shared_ptr<VideoPlayers> videoPlayers_ = std::make_shared<VideoPlayers>();
+  std::shared_ptr<ImageCodec> codec_ = std::make_shared<ImageCodec>();
+  std::shared_ptr<Camera> camera_ = std::make_shared<Camera>();
+  std::shared_ptr<ImageManager> cachingImages_ = std::make_shared<ImageManager>();
+  std::shared_ptr<FileExport> fileExport_ = std::make_shared<FileExport>();
 };
 
 }  // namespace sim

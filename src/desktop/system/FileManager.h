@@ -22,6 +22,19 @@ class FileManager : public platform::FileManager {
   std::optional<kit::Dictionary> attributesOfFileSystemForPath(const std::string& path,
                                                                platform::Error* error) override;
 
+  // Files and folders of the real file system. Folders are made with mode 0700. A write goes
+  // to a temporary file in the same folder, is flushed to disk and renamed over the target,
+  // so a crash or a full disk leaves the whole file or none. A removal moves the item to the
+  // desktop Trash (the person's hidden photos are theirs; nothing is unlinked). Errors carry
+  // the system's message and the path.
+  bool fileExistsAtPath(const std::string& path, bool* isDirectory) override;
+  bool createDirectoryAtPath(const std::string& path, bool intermediates, platform::Error* error) override;
+  std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(const std::string& path,
+                                                                   platform::Error* error) override;
+  bool writeData(const std::vector<std::uint8_t>& data, const std::string& path, platform::Error* error) override;
+  std::optional<std::vector<std::uint8_t>> contentsAtPath(const std::string& path, platform::Error* error) override;
+  bool removeItemAtPath(const std::string& path, platform::Error* error) override;
+
  private:
   AppFolders folders_;
 };
