@@ -7,6 +7,7 @@
 
 #include "platform/AdsNetwork.h"
 #include "platform/AdvertisingIdentity.h"
+#include "platform/ContactStore.h"
 #include "platform/Application.h"
 #include "platform/Device.h"
 #include "platform/DeviceFacts.h"
@@ -56,6 +57,8 @@ struct Services {
   std::shared_ptr<StoreReview> storeReview;
   // Services of the mobile ads client.
   std::shared_ptr<VideoPlayers> videoPlayers;
+  // The address book.
+  std::shared_ptr<ContactStore> contactStore;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -88,5 +91,6 @@ MailComposer& mailComposer();
 Pasteboard& pasteboard();
 StoreReview& storeReview();
 VideoPlayers& videoPlayers();
+ContactStore& contactStore();
 
 }  // namespace platform

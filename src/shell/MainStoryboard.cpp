@@ -1,6 +1,7 @@
 #include "shell/MainStoryboard.h"
 
 #include "kit/Storyboard.h"
+#include "contacts/ContactVC.h"
 #include "media/DuplicatePhotoVC.h"
 #include "kit/NavigationController.h"
 #include "shell/BlankViewController.h"
@@ -8,6 +9,7 @@
 #include "shell/PlaceholderScreens.h"
 #include "shell/SplashVC.h"
 #include "shell/SettingVc.h"
+#include "vault/SecretContactVC.h"
 #include "vault/SecretSpaceVC.h"
 #include "vault/SecurityQuestionVC.h"
 #include "vault/SetPin.h"
@@ -24,7 +26,8 @@ void registerMainStoryboard() {
   main.registerScene("SecurityQuestionVC", [] { return std::make_shared<vault::SecurityQuestionVC>(); });
   main.registerScene("SecretSpaceVC", [] { return std::make_shared<vault::SecretSpaceVC>(); });
   main.registerScene("SecretFilesVC", [] { return std::make_shared<SecretFilesVC>(); });
-  main.registerScene("SecretContactVC", [] { return std::make_shared<SecretContactVC>(); });
+  main.registerScene("SecretContactVC", [] { return std::make_shared<vault::SecretContactVC>(); });
+  main.registerScene("ContactVC", [] { return std::make_shared<contacts::ContactVC>(); });
   main.registerScene("SettingVc", [] { return std::make_shared<SettingVc>(); });
 }
 

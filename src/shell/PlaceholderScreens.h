@@ -25,9 +25,4 @@ class SecretFilesVC : public PlaceholderScreen {
   SecretFilesVC() : PlaceholderScreen("Secret Files") {}
 };
 
-class SecretContactVC : public PlaceholderScreen {
- public:
-  SecretContactVC() : PlaceholderScreen("Secret Contacts") {}
-};
-
 }  // namespace shell

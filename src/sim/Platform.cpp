@@ -581,7 +581,7 @@ Platform::Platform()
   platform::install(platform::Services{photos_, images_, frames_, files_, preferences_, application_, ads_, device_,
                                        keychain_, random_, deviceFacts_, advertising_, reachability_, network_,
                                        notifications_, appServices_, messaging_, keyboard_, stores_, mail_,
-                                       pasteboard_, review_, videoPlayers_});
+                                       pasteboard_, review_, videoPlayers_, contacts_});
 }
 
 Platform::~Platform() { platform::uninstall(); }

@@ -18,6 +18,7 @@
 #include "platform/FullScreenAd.h"
 #include "platform/Platform.h"
 #include "sim/LaunchServices.h"
+#include "sim/Contacts.h"
 #include "sim/Feedback.h"
 #include "sim/MeasurementServices.h"
 #include "sim/Network.h"
@@ -302,6 +303,7 @@ class Platform {
   Pasteboard& pasteboard() { return *pasteboard_; }
   StoreReview& review() { return *review_; }
   VideoPlayers& videoPlayers() { return *videoPlayers_; }
+  ContactStore& contacts() { return *contacts_; }
 
  private:
   std::shared_ptr<PhotoLibrary> photos_;
@@ -327,6 +329,7 @@ class Platform {
   std::shared_ptr<Pasteboard> pasteboard_ = std::make_shared<Pasteboard>();
   std::shared_ptr<StoreReview> review_ = std::make_shared<StoreReview>();
   std::shared_ptr<VideoPlayers> videoPlayers_ = std::make_shared<VideoPlayers>();
+  std::shared_ptr<ContactStore> contacts_ = std::make_shared<ContactStore>();
 };
 
 }  // namespace sim
