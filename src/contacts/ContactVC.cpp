@@ -67,6 +67,7 @@ void ContactViewController::loadView() {
       dismissViewControllerAnimated(true);
     }
   }, kit::kControlEventTouchUpInside);
+  addOutlet<kit::Label>("titleLbl")->setText(title());
   addOutlet<kit::ImageView>("cardImg")->setImage(kit::Image::named("dp"));
   bool showsName = false, showsNumbers = false;
   for (const auto& key : displayedPropertyKeys) {

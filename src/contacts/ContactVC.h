@@ -42,7 +42,10 @@ class ContactCell : public kit::TableViewCell {
 // `displayedPropertyKeys` names, read only. A close button dismisses it.
 class ContactViewController : public kit::ViewController {
  public:
-  explicit ContactViewController(platform::Contact shown) : contact(std::move(shown)) {}
+  // Known to flows and the window as "ContactViewController", though no storyboard makes it.
+  explicit ContactViewController(platform::Contact shown) : contact(std::move(shown)) {
+    setStoryboardOrigin(nullptr, "ContactViewController");
+  }
   const platform::Contact contact;
   bool allowsActions = false;
   bool editing = false;
