@@ -33,10 +33,13 @@ Platform::Platform(PlatformOptions options)
   library.indexPath = indexPathFor(folders_.cache(), library.root);
   library.permissions = permissions_;
   library.confirm = std::move(options.confirmPrompt);
-  library.trash = std::make_shared<Trash>(folders_.homeTrash());
+  auto trash = std::make_shared<Trash>(folders_.homeTrash());
+  library.trash = trash;
   library.reader = std::move(options.reader);
   library.excludedFolders = folders_.ownFolders();
   photos_ = std::make_shared<FolderPhotoLibrary>(std::move(library));
+  contacts_ = std::make_shared<VdirContactStore>(VdirContactStoreOptions{
+      options.contactsRoot.empty() ? defaultContactsRoot(folders_.dataHome) : options.contactsRoot, permissions_, trash, {}});
 
   preferences_ = std::make_shared<JsonPreferenceStore>(folders_.config() + "/preferences.json");
   files_ = std::make_shared<FileManager>(folders_);
@@ -72,6 +75,7 @@ Platform::Platform(PlatformOptions options)
   services.mailComposer = std::make_shared<MailComposer>(std::move(options.mailHandler), std::move(options.launcher));
   services.pasteboard = std::make_shared<Pasteboard>();
   services.storeReview = std::make_shared<platform::ReviewDialog>(options.storeLink);
+  services.contactStore = contacts_;
   platform::install(std::move(services));
 }
 

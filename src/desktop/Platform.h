@@ -8,6 +8,7 @@
 
 #include "platform/Platform.h"
 
+#include "desktop/contacts/VdirContactStore.h"
 #include "desktop/system/AppFolders.h"
 #include "desktop/system/Application.h"
 #include "desktop/system/Device.h"
@@ -29,6 +30,9 @@ struct PlatformOptions {
   // The photo library's folder; empty: defaultLibraryRoot (SOLVANTA_LIBRARY, then the XDG
   // pictures folder).
   std::string libraryRoot;
+  // The address book's folder (a vdir); empty: defaultContactsRoot (SOLVANTA_CONTACTS, then
+  // $XDG_DATA_HOME/contacts).
+  std::string contactsRoot;
   // None: AppFolders::fromEnvironment().
   std::optional<AppFolders> folders;
   // How the user is asked for access and for deletions (the GUI's dialogs, the terminal).
@@ -76,6 +80,7 @@ class Platform {
   SystemDeviceFacts& deviceFacts() { return *deviceFacts_; }
   CurlNetwork& network() { return *network_; }
   NotificationCenter& notifications() { return *notifications_; }
+  VdirContactStore& contacts() { return *contacts_; }
 
  private:
   // The services of the app's launch: notifications, cloud services, messaging, keyboard,
@@ -84,6 +89,7 @@ class Platform {
   AppFolders folders_;
   std::shared_ptr<PermissionStore> permissions_;
   std::shared_ptr<FolderPhotoLibrary> photos_;
+  std::shared_ptr<VdirContactStore> contacts_;
   std::shared_ptr<JsonPreferenceStore> preferences_;
   std::shared_ptr<FileManager> files_;
   std::shared_ptr<Application> application_;
