@@ -4,13 +4,13 @@
 
 #include <filesystem>
 #include <fstream>
+#include <cstdlib>
 #include <sstream>
 
 #include <glib.h>
 
 #include "desktop/contacts/VCardReader.h"
 #include "desktop/contacts/VdirContactStore.h"
-#include "desktop/testing/DesktopTesting.h"
 #include "kit/Dispatch.h"
 #include "sim/Environment.h"
 
@@ -72,9 +72,26 @@ TEST(VCardReaderTest, WhatIsNotACardIsRefusedWithAReason) {
   EXPECT_FALSE(readVCard(std::string(kMaxVCardBytes + 1, 'a'), &why));
 }
 
+// A scratch folder, removed with everything in it.
+class ScratchDir {
+ public:
+  ScratchDir() {
+    char pattern[] = "/tmp/solvanta-vdir-XXXXXX";
+    path_ = ::mkdtemp(pattern);
+  }
+  ~ScratchDir() {
+    std::error_code ec;
+    fs::remove_all(path_, ec);
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
 struct VdirTest : ::testing::Test {
   sim::Environment env;
-  TempDir dir;
+  ScratchDir dir;
   std::string root = dir.path() + "/contacts";
   std::vector<std::string> warnings;
   std::shared_ptr<PermissionStore> permissions =
@@ -101,7 +118,7 @@ struct VdirTest : ::testing::Test {
 TEST_F(VdirTest, NestedBooksAreOneStoreAndBadFilesAreSkipped) {
   write("a.vcf", vcard("Lee;Ann;;;", "1"));
   write("work/b.vcf", vcard("Ek;Bo;;;", "2"));
-  write("c.vcf", vcard("Ek;Bo;;;", "2"));  // the same UID again
+  write("z.vcf", vcard("Ek;Bo;;;", "2"));  // the same UID again, read after work/b.vcf
   write("d.vcf", "\x89PNG\r\n\x1a\n");
   write("notes.txt", vcard("Not;A;;;", "3"));
   write(".hidden.vcf", vcard("Hid;Den;;;", "4"));
@@ -111,7 +128,8 @@ TEST_F(VdirTest, NestedBooksAreOneStoreAndBadFilesAreSkipped) {
   EXPECT_EQ(book[1]->givenName, "Bo");
   EXPECT_EQ(book[1]->identifier, root + "/work/b.vcf");
   ASSERT_EQ(warnings.size(), 2u);
-  EXPECT_NE(warnings[0].find("same UID 2"), std::string::npos);
+  EXPECT_NE(warnings[0].find("d.vcf: skipped, the file does not begin with BEGIN:VCARD"), std::string::npos);
+  EXPECT_NE(warnings[1].find("z.vcf: skipped, another card has the same UID 2"), std::string::npos);
 }
 
 TEST_F(VdirTest, AMissingFolderIsAnEmptyBookAndDeniedAccessReadsNothing) {
