@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <memory>
+#include <mutex>
 
 namespace desktop {
 
@@ -49,6 +50,16 @@ std::string phoneLabel(EVCardAttribute* attr) {
   return label;
 }
 
+// The parser warns on standard error about each odd line it meets; a card it cannot use is
+// reported by the caller, once, so its own warnings are dropped.
+void quietParser() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    g_log_set_handler("libebook-contacts", static_cast<GLogLevelFlags>(G_LOG_LEVEL_WARNING | G_LOG_LEVEL_MESSAGE),
+                      [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
+  });
+}
+
 bool startsWithBegin(std::string_view text) {
   std::size_t at = 0;
   // A byte-order mark and blank lines may come first.
@@ -70,6 +81,7 @@ std::optional<platform::Contact> readVCard(std::string_view text, std::string* w
   if (!startsWithBegin(text)) return refuse("the file does not begin with BEGIN:VCARD");
   if (lowered(text).find("end:vcard") == std::string::npos) return refuse("the card has no END:VCARD (truncated?)");
 
+  quietParser();
   std::string copy(text);
   std::unique_ptr<EVCard, decltype(&g_object_unref)> card(e_vcard_new_from_string(copy.c_str()), &g_object_unref);
   if (!card) return refuse("the card could not be read");
