@@ -2,6 +2,7 @@
 // deletion into the Trash only of a card as it was read, and the hand-over's end to end.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 #include "desktop/contacts/VCardReader.h"
 #include "desktop/contacts/VdirContactStore.h"
 #include "kit/Dispatch.h"
+#include "samplegen/SampleContacts.h"
 #include "sim/Environment.h"
 
 namespace desktop {
@@ -182,6 +184,23 @@ TEST_F(VdirTest, ACardChangedOrRemovedSinceItWasReadIsNotDeleted) {
   platform::SaveRequest unknown;
   unknown.deleteContact(stranger);
   EXPECT_FALSE(store.executeSaveRequest(unknown, &error));
+}
+
+TEST_F(VdirTest, TheSampleBookReadsWholeButForItsBrokenCard) {
+  fs::remove_all(root);
+  std::string error;
+  ASSERT_TRUE(samplegen::writeSampleAddressBook(root, &error)) << error;
+  auto book = all();
+  ASSERT_EQ(book.size(), static_cast<std::size_t>(samplegen::kSampleContactCount));
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_NE(warnings[0].find("broken.vcf: skipped"), std::string::npos);
+  std::vector<std::string> names;
+  for (const auto& c : book) names.push_back(platform::stringFromContact(*c).value_or("No Name"));
+  EXPECT_NE(std::find(names.begin(), names.end(), "J\xC3\xBCrgen M\xC3\xBCller"), names.end());
+  EXPECT_NE(std::find(names.begin(), names.end(), "Karl-Erik Lindqvist, Jr"), names.end());
+  EXPECT_EQ(std::count(names.begin(), names.end(), "Ann Lee"), 2);
+  EXPECT_EQ(std::count(names.begin(), names.end(), "Bo Ek"), 2);
+  EXPECT_EQ(std::count(names.begin(), names.end(), "No Name"), 1);
 }
 
 }  // namespace
