@@ -34,10 +34,13 @@ Platform::Platform(PlatformOptions options)
   library.indexPath = indexPathFor(folders_.cache(), library.root);
   library.permissions = permissions_;
   library.confirm = std::move(options.confirmPrompt);
-  library.trash = std::make_shared<Trash>(folders_.homeTrash());
+  auto trash = std::make_shared<Trash>(folders_.homeTrash());
+  library.trash = trash;
   library.reader = std::move(options.reader);
   library.excludedFolders = folders_.ownFolders();
   photos_ = std::make_shared<FolderPhotoLibrary>(std::move(library));
+  contacts_ = std::make_shared<VdirContactStore>(VdirContactStoreOptions{
+      options.contactsRoot.empty() ? defaultContactsRoot(folders_.dataHome) : options.contactsRoot, permissions_, trash, {}});
 
   preferences_ = std::make_shared<JsonPreferenceStore>(folders_.config() + "/preferences.json");
   files_ = std::make_shared<FileManager>(folders_);
@@ -78,6 +81,7 @@ Platform::Platform(PlatformOptions options)
   services.camera = camera_;
   services.fileExport = fileExport_;
   services.cachingImageManager = std::make_shared<ImmediateImageManager>(images_);
+  services.contactStore = contacts_;
   platform::install(std::move(services));
 }
 

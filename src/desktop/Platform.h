@@ -8,6 +8,7 @@
 
 #include "platform/Platform.h"
 
+#include "desktop/contacts/VdirContactStore.h"
 #include "desktop/system/AppFolders.h"
 #include "desktop/system/Application.h"
 #include "desktop/system/Device.h"
@@ -31,6 +32,9 @@ struct PlatformOptions {
   // The photo library's folder; empty: defaultLibraryRoot (SOLVANTA_LIBRARY, then the XDG
   // pictures folder).
   std::string libraryRoot;
+  // The address book's folder (a vdir); empty: defaultContactsRoot (SOLVANTA_CONTACTS, then
+  // $XDG_DATA_HOME/contacts).
+  std::string contactsRoot;
   // None: AppFolders::fromEnvironment().
   std::optional<AppFolders> folders;
   // How the user is asked for access and for deletions (the GUI's dialogs, the terminal).
@@ -82,6 +86,7 @@ class Platform {
   DesktopCamera& camera() { return *camera_; }
   // "Save to…"; declined until the window gives it a chooser.
   FileExport& fileExport() { return *fileExport_; }
+  VdirContactStore& contacts() { return *contacts_; }
 
  private:
   std::shared_ptr<DesktopCamera> camera_ = std::make_shared<DesktopCamera>();
@@ -92,6 +97,7 @@ class Platform {
   AppFolders folders_;
   std::shared_ptr<PermissionStore> permissions_;
   std::shared_ptr<FolderPhotoLibrary> photos_;
+  std::shared_ptr<VdirContactStore> contacts_;
   std::shared_ptr<JsonPreferenceStore> preferences_;
   std::shared_ptr<FileManager> files_;
   std::shared_ptr<Application> application_;

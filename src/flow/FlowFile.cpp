@@ -162,6 +162,7 @@ const std::map<std::string, Check>& checks() {
        }},
       {"assertToast", text},
       {"assertConsole", text},
+      {"assertHud", text},
       {"assertOpened", text},
       {"assertPasteboard", text},
       {"assertPreference",

@@ -205,6 +205,12 @@ class Run {
 
   // Answers the platform's waiting questions as the world says; true when it answered one.
   bool answerQuestions() {
+    auto& book = world_.platform.contacts();
+    if (book.pendingAccessRequests() > 0 && flow_.world.contactsAnswer != Answer::Never) {
+      book.answerAccess(flow_.world.contactsAnswer == Answer::Allow ? platform::AuthorizationStatus::Authorized
+                                                                    : platform::AuthorizationStatus::Denied);
+      return true;
+    }
     auto& photos = world_.platform.photos();
     if (photos.pendingAuthorizationRequests() == 0 || flow_.world.photosAnswer == Answer::Never) return false;
     photos.answerAuthorization(flow_.world.photosAnswer == Answer::Allow ? platform::AuthorizationStatus::Authorized
@@ -422,6 +428,12 @@ class Run {
     if (c == "assertRawEvents") return assertRawEvents(a.as<long>());
     if (c == "assertLibrary") return assertLibrary(a);
     if (c == "assertConsole") return assertConsole(a.Scalar());
+    if (c == "assertHud") {
+      auto& hud = kit::ProgressHUD::shared();
+      std::string found = hud.isVisible() ? hud.message().value_or("") : "none";
+      if (found != a.Scalar()) fail("expected the progress HUD " + quoted(a.Scalar()) + ", found " + (quoted)(found));
+      return {};
+    }
     if (c == "assertToast") {
       for (const auto& t : recentToasts_) {
         if (t == a.Scalar()) return {};
@@ -446,6 +458,13 @@ class Run {
     }
     if (c == "answerPrompt") {
       auto& photos = world_.platform.photos();
+      auto& book = world_.platform.contacts();
+      if (photos.pendingAuthorizationRequests() == 0 && book.pendingAccessRequests() > 0) {
+        book.answerAccess(a.Scalar() == "allow" ? platform::AuthorizationStatus::Authorized
+                                                : platform::AuthorizationStatus::Denied);
+        settle();
+        return {};
+      }
       if (photos.pendingAuthorizationRequests() == 0) fail("expected a question of the platform, found none waiting");
       photos.answerAuthorization(a.Scalar() == "allow" ? platform::AuthorizationStatus::Authorized
                                                        : platform::AuthorizationStatus::Denied);
@@ -600,14 +619,20 @@ class Run {
     FrontScreen screen(window_);
     Target t = resolve(sel, screen);
     if (!screen.elementOf(t.view)) fail("expected " + t.what + " to be visible to press it, found it hidden");
-    for (const auto& g : t.view->gestureRecognizers()) {
-      if (dynamic_cast<kit::LongPressGestureRecognizer*>(g.get()) && g->isEnabled()) {
-        kit::Point centre{t.view->bounds().width() / 2, t.view->bounds().height() / 2};
-        g->recognize(kit::GestureState::Began, centre);
-        g->recognize(kit::GestureState::Ended, centre);
-        settle();
-        return t.what;
+    // The press lands on the middle of the view; a view with no long press of its own passes
+    // it to the nearest enclosing view that has one (a row of a list to its list).
+    kit::Point at{t.view->bounds().width() / 2, t.view->bounds().height() / 2};
+    for (kit::View* v = t.view; v; v = v->superview()) {
+      for (const auto& g : v->gestureRecognizers()) {
+        if (dynamic_cast<kit::LongPressGestureRecognizer*>(g.get()) && g->isEnabled()) {
+          g->recognize(kit::GestureState::Began, at);
+          g->recognize(kit::GestureState::Ended, at);
+          settle();
+          return t.what;
+        }
       }
+      kit::Point origin = v->originInSuperview();
+      at = kit::Point{at.x + origin.x, at.y + origin.y};
     }
     fail("expected " + t.what + " to take a long press, but it has no long-press gesture");
   }
@@ -628,8 +653,9 @@ class Run {
       FrontScreen screen(window_);
       Target t = resolveId(a, screen);
       field = dynamic_cast<kit::TextField*>(t.view);
-      if (!field) fail("expected " + t.what + " to be a text field");
       if (!screen.elementOf(t.view)) fail("expected " + t.what + " to be visible to type into it");
+      if (auto* bar = dynamic_cast<kit::SearchBar*>(t.view)) return typeIntoSearchBar(*bar, text);
+      if (!field) fail("expected " + t.what + " to be a text field or a search bar");
     } else {
       field = focusedField();
       if (!field) fail("expected a focused text field to type into, found none (name one with {id: ..., text: ...})");
@@ -650,8 +676,45 @@ class Run {
     return {};
   }
 
+  // Types into a search bar one character at a time; each change reaches its delegate.
+  std::string typeIntoSearchBar(kit::SearchBar& bar, const std::string& text) {
+    bar.becomeFirstResponder();
+    std::size_t at = 0;
+    while (at < text.size()) {
+      std::size_t n = 1;
+      unsigned char c = static_cast<unsigned char>(text[at]);
+      if (c >= 0xF0) n = 4;
+      else if (c >= 0xE0) n = 3;
+      else if (c >= 0xC0) n = 2;
+      bar.userSetText(bar.text() + text.substr(at, n));
+      kit::runLayoutPass();
+      settle();
+      at += n;
+    }
+    return {};
+  }
+
+  kit::SearchBar* focusedSearchBar() {
+    FrontScreen screen(window_);
+    for (const auto& e : screen.elements()) {
+      auto* bar = dynamic_cast<kit::SearchBar*>(e.view);
+      if (bar && bar->isFirstResponder()) return bar;
+    }
+    return nullptr;
+  }
+
   std::string eraseText(int count) {
     kit::TextField* field = focusedField();
+    if (!field) {
+      if (auto* bar = focusedSearchBar()) {
+        for (int i = 0; i < count && !bar->text().empty(); ++i) {
+          bar->userSetText(dropLast(bar->text()).first);
+          kit::runLayoutPass();
+          settle();
+        }
+        return {};
+      }
+    }
     if (!field) fail("expected a focused text field to erase from, found none");
     for (int i = 0; i < count; ++i) {
       std::string current = field->text().value_or("");

@@ -147,7 +147,10 @@ std::string readPhotoAccess(const YAML::Node& n, WorldSetup& s) {
 }
 
 std::string readAnswers(const YAML::Node& n, WorldSetup& s) {
-  if (auto e = knownKeys(n, {"photos", "delete"}); !e.empty()) return e;
+  if (auto e = knownKeys(n, {"photos", "delete", "contacts"}); !e.empty()) return e;
+  if (n["contacts"]) {
+    if (auto e = readAnswer(n["contacts"], &s.contactsAnswer); !e.empty()) return "contacts: " + e;
+  }
   if (n["photos"]) {
     if (auto e = readAnswer(n["photos"], &s.photosAnswer); !e.empty()) return "photos: " + e;
   }
@@ -209,6 +212,46 @@ std::string readEagerMain(const YAML::Node& n, WorldSetup& s) {
 std::string readMail(const YAML::Node& n, WorldSetup& s) { return choice(n, {"none", "fails", "sends"}, &s.mail); }
 
 std::string readRating(const YAML::Node& n, WorldSetup& s) { return choice(n, {"shows", "ignored"}, &s.rating); }
+
+std::string readContacts(const YAML::Node& n, WorldSetup& s) {
+  if (!n.IsSequence()) return "expected a list of contacts ({given, family, organization, phones})";
+  for (std::size_t i = 0; i < n.size(); ++i) {
+    const YAML::Node& item = n[i];
+    const std::string where = "[" + std::to_string(i) + "] ";
+    if (!item.IsMap()) return where + "expected a map with given, family, organization, phones";
+    if (auto e = knownKeys(item, {"given", "family", "organization", "phones"}); !e.empty()) return where + e;
+    WorldContact c;
+    for (auto [key, field] : {std::pair{"given", &c.given}, std::pair{"family", &c.family},
+                              std::pair{"organization", &c.organization}}) {
+      if (!item[key]) continue;
+      if (!isScalar(item[key])) return where + key + ": expected a text";
+      *field = item[key].Scalar();
+    }
+    if (item["phones"]) {
+      if (!item["phones"].IsSequence()) return where + "phones: expected a list of numbers";
+      for (const auto& p : item["phones"]) {
+        if (!isScalar(p)) return where + "phones: expected a list of numbers";
+        c.phones.push_back(p.Scalar());
+      }
+    }
+    s.contacts.push_back(std::move(c));
+  }
+  return {};
+}
+
+std::string readContactsAccess(const YAML::Node& n, WorldSetup& s) {
+  return choice(n, {"notDetermined", "restricted", "denied", "authorized"}, &s.contactsAccess);
+}
+
+void applyContacts(const WorldSetup& s, sim::World& world) {
+  std::vector<platform::ContactPtr> book;
+  for (const auto& c : s.contacts) book.push_back(sim::contact(c.given, c.family, c.phones, c.organization));
+  world.platform.contacts().setContacts(std::move(book));
+  const std::vector<std::string> statuses = {"notDetermined", "restricted", "denied", "authorized"};
+  for (std::size_t i = 0; i < statuses.size(); ++i) {
+    if (statuses[i] == s.contactsAccess) world.platform.contacts().setStatus(static_cast<platform::AuthorizationStatus>(i));
+  }
+}
 
 void applyFeedback(const WorldSetup& s, sim::World& world) {
   using Outcome = sim::MailComposer::Outcome;
@@ -356,7 +399,7 @@ const std::vector<WorldKey>& worldKeys() {
        readPhotos},
       {"videos", "[]; as photos, names VID_<n>.MOV, duration 0", readVideos},
       {"photoAccess", "notDetermined", readPhotoAccess},
-      {"answers", "{photos: allow, delete: allow}", readAnswers},
+      {"answers", "{photos: allow, delete: allow, contacts: allow}", readAnswers},
       {"deletion", "succeed", readDeletion},
       {"ads", "{interstitial: fill, appOpen: fill, banner: fill, latency: 0}", readAds},
       {"preferences", "{} (unset keys read as 0, false or empty)", readPreferences},
@@ -369,6 +412,8 @@ const std::vector<WorldKey>& worldKeys() {
       {"secretFiles", "[]; {name, kind: photo (default), text, empty, folder or link}", readSecretFiles},
       {"writableBytes", "unlimited", readWritableBytes},
       {"share", "completes", readShare},
+      {"contacts", "[]; a contact is {given, family, organization, phones: [...]}, every key optional", readContacts},
+      {"contactsAccess", "notDetermined", readContactsAccess},
   };
   return keys;
 }
@@ -441,6 +486,7 @@ void WorldSetup::applyTo(sim::World& world) const {
   world.platform.files().setFileSystem(diskTotalBytes, diskFreeBytes);
   applyFeedback(*this, world);
   applySecretFiles(*this, world);
+  applyContacts(*this, world);
 }
 
 }  // namespace flow

@@ -30,6 +30,12 @@ struct WorldAsset {
   double duration = 0;            // videos
 };
 
+// A contact of the address book.
+struct WorldContact {
+  std::string given, family, organization;
+  std::vector<std::string> phones;
+};
+
 struct WorldSetup {
   double now = 1767268800.0;  // 2026-01-01T12:00:00Z
   std::string timeZone = "UTC";
@@ -60,6 +66,10 @@ struct WorldSetup {
   std::optional<long long> writableBytes;
   // The share sheet's "Save to…": the person picks a folder (completes) or declines (cancels).
   std::string share = "completes";
+  // The address book, its permission and how its question is answered.
+  std::vector<WorldContact> contacts;
+  std::string contactsAccess = "notDetermined";
+  Answer contactsAnswer = Answer::Allow;
 
   // Sets up `world`: clock, time zone, library, access, answers, deletion, ads, preferences,
   // disk and queue behaviour. Main thread, before the app starts.

@@ -32,6 +32,7 @@ namespace {
 struct Options {
   std::string library;
   std::string screenshotDir;
+  std::string contacts;
 };
 
 std::optional<Options> parse(const std::vector<std::string>& args, std::string* error) {
@@ -47,6 +48,8 @@ std::optional<Options> parse(const std::vector<std::string>& args, std::string* 
       o.library = *v;
     } else if (auto w = value("--screenshot")) {
       o.screenshotDir = *w;
+    } else if (auto c = value("--contacts")) {
+      o.contacts = *c;
     } else {
       *error = "unknown or incomplete option '" + a + "'";
       return std::nullopt;
@@ -209,6 +212,7 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
 
   desktop::PlatformOptions platformOptions;
   platformOptions.libraryRoot = library;
+  platformOptions.contactsRoot = options->contacts;
   platformOptions.folders = folders;
   platformOptions.houseAds.interstitialCreatives = creatives("interstitial");
   platformOptions.houseAds.bannerCreatives = creatives("banner");
@@ -239,6 +243,13 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
     if (kind == desktop::PermissionKind::Notifications) {
       int answer = askInWindow(app, "\xE2\x80\x9CSolvanta\xE2\x80\x9D Would Like to Send You Notifications",
                                "Notifications may include alerts, sounds and icon badges.", {"Don't Allow", "Allow"});
+      if (answer < 0) return platform::AuthorizationStatus::NotDetermined;
+      return answer == 1 ? platform::AuthorizationStatus::Authorized : platform::AuthorizationStatus::Denied;
+    }
+    if (kind == desktop::PermissionKind::Contacts) {
+      int answer = askInWindow(app, "\xE2\x80\x9CSolvanta\xE2\x80\x9D Would Like to Access Your Contacts",
+                               "Solvanta lists your address book so that you can hide contacts. Nothing leaves this computer.",
+                               {"Don't Allow", "OK"});
       if (answer < 0) return platform::AuthorizationStatus::NotDetermined;
       return answer == 1 ? platform::AuthorizationStatus::Authorized : platform::AuthorizationStatus::Denied;
     }

@@ -13,7 +13,7 @@
 namespace {
 
 const char* const kUsage =
-    "Usage: solvanta [--library DIR]\n"
+    "Usage: solvanta [--library DIR] [--contacts DIR]\n"
     "       solvanta --screenshot DIR\n"
     "       solvanta <command> [options]\n"
     "\n"
@@ -22,6 +22,8 @@ const char* const kUsage =
     "\n"
     "Options:\n"
     "  --library DIR      the photo library's folder (also SOLVANTA_LIBRARY)\n"
+    "  --contacts DIR     the address book: a folder of .vcf files (also SOLVANTA_CONTACTS;\n"
+    "                     default $XDG_DATA_HOME/contacts)\n"
     "  --screenshot DIR   run the screenshot journey (flows/screenshots.yaml) offscreen on a\n"
     "                     simulated phone, writing its PNGs to DIR\n"
     "\n"

@@ -180,6 +180,9 @@ class SearchBar : public View {
   void setPlaceholder(std::string t) { assign(placeholder_, std::move(t), "placeholder"); }
   bool showsCancelButton() const { return showsCancelButton_; }
   void setShowsCancelButton(bool v) { assign(showsCancelButton_, v, "showsCancelButton"); }
+  // The colour of the text in the search field (searchTextField.textColor).
+  const std::optional<Color>& textColor() const { return textColor_; }
+  void setTextColor(std::optional<Color> c) { assign(textColor_, c, "textColor"); }
   void setDelegate(std::weak_ptr<SearchBarDelegate> d) { delegate_ = std::move(d); }
   std::shared_ptr<SearchBarDelegate> delegate() const { return delegate_.lock(); }
 
@@ -197,6 +200,7 @@ class SearchBar : public View {
   std::string placeholder_;
   bool showsCancelButton_ = false;
   bool firstResponder_ = false;
+  std::optional<Color> textColor_;
   std::weak_ptr<SearchBarDelegate> delegate_;
 };
 

@@ -9,6 +9,7 @@
 
 #include "kit/Value.h"
 #include "kit/Window.h"
+#include "platform/PersistentContainer.h"
 
 namespace platform {
 
@@ -29,6 +30,8 @@ class ApplicationDelegate {
   virtual void applicationWillEnterForeground(Application&) {}
   // The app has gone to the background.
   virtual void applicationDidEnterBackground(Application&) {}
+  // The app's object store, loaded (persistentContainer); null when the app keeps none.
+  virtual std::shared_ptr<PersistentContainer> persistentContainer() { return nullptr; }
 };
 
 // The URL that opens the app's page of the system settings.

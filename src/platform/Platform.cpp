@@ -61,6 +61,7 @@ MailComposer& mailComposer() { return require(installed().mailComposer, "mail co
 Pasteboard& pasteboard() { return require(installed().pasteboard, "pasteboard"); }
 StoreReview& storeReview() { return require(installed().storeReview, "store review"); }
 VideoPlayers& videoPlayers() { return require(installed().videoPlayers, "video players"); }
+ContactStore& contactStore() { return require(installed().contactStore, "contact store"); }
 
 int Device::systemMajorVersion() { return std::atoi(systemVersion().c_str()); }
 

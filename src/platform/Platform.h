@@ -7,6 +7,7 @@
 
 #include "platform/AdsNetwork.h"
 #include "platform/AdvertisingIdentity.h"
+#include "platform/ContactStore.h"
 #include "platform/Application.h"
 #include "platform/Device.h"
 #include "platform/DeviceFacts.h"
@@ -67,6 +68,8 @@ struct Services {
   std::shared_ptr<ImageManager> cachingImageManager;
   // The folder question of the share sheet's "Save to…".
   std::shared_ptr<FileExport> fileExport;
+  // The address book.
+  std::shared_ptr<ContactStore> contactStore;
 };
 
 // Installs `services`, replacing what was installed. Call before the app runs.
@@ -103,5 +106,6 @@ ImageCodec& imageCodec();
 Camera& camera();
 ImageManager& cachingImageManager();
 FileExport& fileExport();
+ContactStore& contactStore();
 
 }  // namespace platform

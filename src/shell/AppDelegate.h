@@ -45,7 +45,7 @@ class AppDelegate : public platform::ApplicationDelegate,
 
   // The store of hidden contacts ("ContactDataModel"), made and loaded on first read and kept.
   // A store that cannot be loaded ends the process with a fatal error.
-  std::shared_ptr<platform::PersistentContainer> persistentContainer();
+  std::shared_ptr<platform::PersistentContainer> persistentContainer() override;
 
  private:
   std::shared_ptr<kit::Window> window_;

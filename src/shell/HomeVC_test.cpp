@@ -11,7 +11,6 @@
 #include "media/DuplicatePhotoVC.h"
 #include "shared/PreferenceKeys.h"
 #include "shell/MainStoryboard.h"
-#include "shell/PlaceholderScreens.h"
 #include "vault/SetPin.h"
 #include "sim/World.h"
 

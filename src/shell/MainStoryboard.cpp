@@ -1,16 +1,17 @@
 #include "shell/MainStoryboard.h"
 
 #include "kit/Storyboard.h"
+#include "contacts/ContactVC.h"
 #include "media/DuplicatePhotoVC.h"
 #include "kit/NavigationController.h"
 #include "shell/BlankViewController.h"
 #include "shell/HomeVC.h"
-#include "shell/PlaceholderScreens.h"
 #include "shell/SplashVC.h"
 #include "shell/SettingVc.h"
 #include "vault/ImagePreviewVC.h"
 #include "vault/SecretDataViewController.h"
 #include "vault/SecretFilesVC.h"
+#include "vault/SecretContactVC.h"
 #include "vault/SecretSpaceVC.h"
 #include "vault/SecurityQuestionVC.h"
 #include "vault/SetPin.h"
@@ -29,7 +30,8 @@ void registerMainStoryboard() {
   main.registerScene("SecretFilesVC", [] { return std::make_shared<vault::SecretFilesVC>(); });
   main.registerScene("SecretDataViewController", [] { return std::make_shared<vault::SecretDataViewController>(); });
   main.registerScene("ImagePreviewVC", [] { return std::make_shared<vault::ImagePreviewVC>(); });
-  main.registerScene("SecretContactVC", [] { return std::make_shared<SecretContactVC>(); });
+  main.registerScene("SecretContactVC", [] { return std::make_shared<vault::SecretContactVC>(); });
+  main.registerScene("ContactVC", [] { return std::make_shared<contacts::ContactVC>(); });
   main.registerScene("SettingVc", [] { return std::make_shared<SettingVc>(); });
 }
 

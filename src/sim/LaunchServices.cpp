@@ -1,5 +1,7 @@
 #include "sim/LaunchServices.h"
 
+#include <algorithm>
+
 #include "kit/Dispatch.h"
 
 namespace sim {
@@ -98,25 +100,73 @@ void Messaging::tokenWithCompletion(
 
 // ---- PersistentStores ----
 
+// Records in memory, by entity; a commit applies all its changes or (when failing) none.
+class MemoryObjectStore : public platform::ObjectStore {
+ public:
+  std::optional<std::vector<platform::StoredObject>> fetch(const platform::EntityDescription& entity,
+                                                           platform::Error*) override {
+    std::lock_guard lock(mu_);
+    return records_[entity.name];
+  }
+  bool commit(std::vector<platform::StoreChange>& changes, platform::Error* error) override {
+    std::lock_guard lock(mu_);
+    if (failSaves_) {
+      if (error) *error = platform::Error{"NSCocoaErrorDomain", 640, "The disk is full."};
+      return false;
+    }
+    for (auto& change : changes) {
+      auto& list = records_[change.entity->name];
+      auto at = std::find_if(list.begin(), list.end(), [&](const auto& r) { return r.pk == change.object.pk; });
+      switch (change.kind) {
+        case platform::StoreChange::Kind::Insert:
+          change.object.pk = nextPk_++;
+          list.push_back(change.object);
+          break;
+        case platform::StoreChange::Kind::Update:
+          if (at != list.end()) *at = change.object;
+          break;
+        case platform::StoreChange::Kind::Delete:
+          if (at != list.end()) list.erase(at);
+          break;
+      }
+    }
+    return true;
+  }
+  void setFailSaves(bool fail) {
+    std::lock_guard lock(mu_);
+    failSaves_ = fail;
+  }
+
+ private:
+  std::mutex mu_;
+  std::map<std::string, std::vector<platform::StoredObject>> records_;
+  std::int64_t nextPk_ = 1;
+  bool failSaves_ = false;
+};
+
 namespace {
 
 class MemoryContainer : public platform::PersistentContainer {
  public:
-  MemoryContainer(std::string name, std::optional<platform::Error> failure)
-      : name_(std::move(name)), failure_(std::move(failure)) {}
+  MemoryContainer(std::string name, std::optional<platform::Error> failure, std::shared_ptr<MemoryObjectStore> store)
+      : name_(std::move(name)), failure_(std::move(failure)), store_(std::move(store)) {}
   const std::string& name() const override { return name_; }
   void loadPersistentStoresWithCompletionHandler(
       std::function<void(const platform::PersistentStoreDescription&, std::optional<platform::Error>)> completion)
       override {
     platform::PersistentStoreDescription description{"InMemory", "memory:///" + name_};
     loaded_ = !failure_;
+    if (loaded_ && !context_) context_ = std::make_shared<platform::ManagedObjectContext>(store_);
     completion(description, failure_);
   }
   bool isLoaded() const override { return loaded_; }
+  std::shared_ptr<platform::ManagedObjectContext> viewContext() override { return context_; }
 
  private:
   std::string name_;
   std::optional<platform::Error> failure_;
+  std::shared_ptr<MemoryObjectStore> store_;
+  std::shared_ptr<platform::ManagedObjectContext> context_;
   bool loaded_ = false;
 };
 
@@ -137,7 +187,18 @@ std::shared_ptr<platform::PersistentContainer> PersistentStores::containerWithNa
   made_.push_back(name);
   auto it = failing_.find(name);
   return std::make_shared<MemoryContainer>(
-      name, it == failing_.end() ? std::nullopt : std::optional<platform::Error>(it->second));
+      name, it == failing_.end() ? std::nullopt : std::optional<platform::Error>(it->second), storeNamed(name));
+}
+
+std::shared_ptr<MemoryObjectStore> PersistentStores::storeNamed(const std::string& name) {
+  auto& store = stores_[name];
+  if (!store) store = std::make_shared<MemoryObjectStore>();
+  return store;
+}
+
+void PersistentStores::failSaves(const std::string& name, bool fail) {
+  std::lock_guard lock(mu_);
+  storeNamed(name)->setFailSaves(fail);
 }
 
 }  // namespace sim

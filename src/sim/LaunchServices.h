@@ -17,6 +17,8 @@
 
 namespace sim {
 
+class MemoryObjectStore;
+
 class NotificationCenter : public platform::UserNotificationCenter {
  public:
   enum class Answer { Allow, Deny, Never };
@@ -80,6 +82,8 @@ class Messaging : public platform::Messaging {
 class PersistentStores : public platform::PersistentStores {
  public:
   void failLoad(const std::string& name, platform::Error error);
+  // Saves to the store `name` fail (a full disk) while `fail` is true.
+  void failSaves(const std::string& name, bool fail);
   // Names of the containers made so far, in order.
   std::vector<std::string> madeNames() const;
   std::shared_ptr<platform::PersistentContainer> containerWithName(const std::string& name) override;
@@ -88,6 +92,9 @@ class PersistentStores : public platform::PersistentStores {
   mutable std::mutex mu_;
   std::map<std::string, platform::Error> failing_;
   std::vector<std::string> made_;
+  // The stores by name: a container made again finds what was saved before.
+  std::map<std::string, std::shared_ptr<MemoryObjectStore>> stores_;
+  std::shared_ptr<MemoryObjectStore> storeNamed(const std::string& name);  // under mu_
 };
 
 }  // namespace sim

@@ -597,6 +597,7 @@ Platform::Platform()
   services.camera = camera_;
   services.cachingImageManager = cachingImages_;
   services.fileExport = fileExport_;
+  services.contactStore = contacts_;
   platform::install(std::move(services));
 }
 

@@ -19,6 +19,7 @@
 #include "platform/Platform.h"
 #include "sim/LaunchServices.h"
 #include "sim/Camera.h"
+#include "sim/Contacts.h"
 #include "sim/Feedback.h"
 #include "sim/MeasurementServices.h"
 #include "sim/Network.h"
@@ -345,6 +346,7 @@ class Platform {
   // The picker's image manager; it delivers at once.
   ImageManager& cachingImages() { return *cachingImages_; }
   FileExport& fileExport() { return *fileExport_; }
+  ContactStore& contacts() { return *contacts_; }
 
  private:
   std::shared_ptr<PhotoLibrary> photos_;
@@ -374,6 +376,7 @@ class Platform {
   std::shared_ptr<Camera> camera_ = std::make_shared<Camera>();
   std::shared_ptr<ImageManager> cachingImages_ = std::make_shared<ImageManager>();
   std::shared_ptr<FileExport> fileExport_ = std::make_shared<FileExport>();
+  std::shared_ptr<ContactStore> contacts_ = std::make_shared<ContactStore>();
 };
 
 }  // namespace sim

@@ -138,6 +138,51 @@ QImage backIcon() {
   return img;
 }
 
+// A person's bust in a grey disc: the picture of a contact without one.
+QImage personIcon() {
+  QImage img = canvas(96, 96);
+  draw(img, [](QPainter& p) {
+    p.setPen(Qt::NoPen);
+    p.setBrush(QColor("#D0D5DD"));
+    p.drawEllipse(QRectF(2, 2, 92, 92));
+    p.setBrush(Qt::white);
+    p.drawEllipse(QRectF(33, 20, 30, 30));
+    p.drawChord(QRectF(20, 56, 56, 56), 0, 180 * 16);
+  });
+  return img;
+}
+
+QImage contactsIcon() { return roundedIcon(QColor("#1FA971"), [](QPainter& p) {
+  p.setPen(Qt::NoPen);
+  p.setBrush(Qt::white);
+  p.drawEllipse(QRectF(46, 28, 36, 36));
+  p.drawChord(QRectF(30, 70, 68, 60), 0, 180 * 16);
+}); }
+
+QImage infoIcon() {
+  QImage img = canvas(96, 96);
+  draw(img, [](QPainter& p) {
+    p.setPen(QPen(kAccent, 6));
+    p.setBrush(Qt::NoBrush);
+    p.drawEllipse(QRectF(8, 8, 80, 80));
+    p.setPen(Qt::NoPen);
+    p.setBrush(kAccent);
+    p.drawEllipse(QRectF(43, 24, 10, 10));
+    p.drawRoundedRect(QRectF(43, 42, 10, 32), 4, 4);
+  });
+  return img;
+}
+
+QImage closeIcon() {
+  QImage img = canvas(96, 96);
+  draw(img, [](QPainter& p) {
+    p.setPen(QPen(kAccent, 9, Qt::SolidLine, Qt::RoundCap));
+    p.drawLine(QPointF(28, 28), QPointF(68, 68));
+    p.drawLine(QPointF(68, 28), QPointF(28, 68));
+  });
+  return img;
+}
+
 QImage deleteIcon() {
   QImage img = canvas(96, 96);
   draw(img, [](QPainter& p) {
@@ -300,6 +345,10 @@ int main(int argc, char** argv) {
   ok &= save(vaultIcon(), dir.filePath("images/vault.png"));
   ok &= save(settingsIcon(), dir.filePath("images/settings.png"));
   ok &= save(videoBadge(), dir.filePath("images/video.png"));
+  ok &= save(personIcon(), dir.filePath("images/dp.png"));
+  ok &= save(infoIcon(), dir.filePath("images/info.png"));
+  ok &= save(contactsIcon(), dir.filePath("images/contacts.png"));
+  ok &= save(closeIcon(), dir.filePath("images/close.png"));
   ok &= save(creative(720, 1080, QColor("#2485EF"), QColor("#7A5AF8"), "Solvanta Pro",
                       "No ads. Faster scans. Try it free for 7 days."),
              dir.filePath("ads/interstitial-1.png"));

@@ -3,6 +3,10 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <cctype>
+#include <mutex>
+#include <set>
+
 #include "desktop/system/AppFolders.h"
 #include "kit/Dispatch.h"
 
@@ -76,14 +80,163 @@ void Messaging::tokenWithCompletion(
 
 namespace {
 
+std::string upper(const std::string& s) {
+  std::string out;
+  for (char c : s) out += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return out;
+}
+
+// Records of each entity in a table of their own, "Z<ENTITY>" with the primary key Z_PK and
+// one column "Z<ATTRIBUTE>" per attribute; tables are made on first use.
+class SqliteObjectStore : public platform::ObjectStore {
+ public:
+  // Takes over `db`, which it closes.
+  explicit SqliteObjectStore(sqlite3* db) : db_(db) {}
+  ~SqliteObjectStore() override { sqlite3_close(db_); }
+
+  std::optional<std::vector<platform::StoredObject>> fetch(const platform::EntityDescription& entity,
+                                                           platform::Error* error) override {
+    std::lock_guard lock(mu_);
+    if (!ensureTable(entity, error)) return std::nullopt;
+    std::string sql = "SELECT Z_PK";
+    for (const auto& a : entity.attributes) sql += ", Z" + upper(a.name);
+    sql += " FROM Z" + upper(entity.name) + " ORDER BY Z_PK";
+    sqlite3_stmt* st = nullptr;
+    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) return fail(error);
+    std::vector<platform::StoredObject> out;
+    int rc;
+    while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
+      platform::StoredObject o;
+      o.pk = sqlite3_column_int64(st, 0);
+      for (std::size_t i = 0; i < entity.attributes.size(); ++i) {
+        const auto& a = entity.attributes[i];
+        int col = static_cast<int>(i) + 1;
+        if (sqlite3_column_type(st, col) == SQLITE_NULL) {
+          o.values[a.name] = kit::Value();
+        } else if (a.type == platform::EntityDescription::AttributeType::String) {
+          auto* text = reinterpret_cast<const char*>(sqlite3_column_text(st, col));
+          o.values[a.name] = kit::Value(std::string(text ? text : ""));
+        } else if (a.type == platform::EntityDescription::AttributeType::Boolean) {
+          o.values[a.name] = kit::Value(sqlite3_column_int64(st, col) != 0);
+        } else {
+          o.values[a.name] = kit::Value(static_cast<long long>(sqlite3_column_int64(st, col)));
+        }
+      }
+      out.push_back(std::move(o));
+    }
+    sqlite3_finalize(st);
+    if (rc != SQLITE_DONE) return fail(error);
+    return out;
+  }
+
+  bool commit(std::vector<platform::StoreChange>& changes, platform::Error* error) override {
+    std::lock_guard lock(mu_);
+    for (const auto& c : changes) {
+      if (!ensureTable(*c.entity, error)) return false;
+    }
+    if (sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) != SQLITE_OK) {
+      fail(error);
+      return false;
+    }
+    for (auto& c : changes) {
+      if (!apply(c)) {
+        fail(error);
+        sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+        return false;
+      }
+    }
+    if (sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
+      fail(error);
+      sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+      return false;
+    }
+    return true;
+  }
+
+ private:
+  std::nullopt_t fail(platform::Error* error) {
+    if (error) *error = platform::Error{"NSCocoaErrorDomain", 134030, "An error occurred while saving.",
+                                        {{"NSSQLiteErrorDomain", std::to_string(sqlite3_errcode(db_))},
+                                         {"reason", sqlite3_errmsg(db_)}}};
+    return std::nullopt;
+  }
+
+  bool ensureTable(const platform::EntityDescription& entity, platform::Error* error) {
+    if (made_.count(entity.name)) return true;
+    std::string sql = "CREATE TABLE IF NOT EXISTS Z" + upper(entity.name) + " (Z_PK INTEGER PRIMARY KEY AUTOINCREMENT";
+    for (const auto& a : entity.attributes) {
+      sql += ", Z" + upper(a.name) + (a.type == platform::EntityDescription::AttributeType::String ? " VARCHAR" : " INTEGER");
+    }
+    sql += ")";
+    if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
+      fail(error);
+      return false;
+    }
+    made_.insert(entity.name);
+    return true;
+  }
+
+  static void bind(sqlite3_stmt* st, int at, const kit::Value& v) {
+    if (auto* s = v.asString()) {
+      sqlite3_bind_text(st, at, s->c_str(), static_cast<int>(s->size()), SQLITE_TRANSIENT);
+    } else if (auto i = v.numberAsInteger()) {
+      sqlite3_bind_int64(st, at, *i);
+    } else {
+      sqlite3_bind_null(st, at);
+    }
+  }
+
+  bool apply(platform::StoreChange& c) {
+    const auto& e = *c.entity;
+    std::string table = "Z" + upper(e.name);
+    std::string sql;
+    using Kind = platform::StoreChange::Kind;
+    if (c.kind == Kind::Delete) {
+      sql = "DELETE FROM " + table + " WHERE Z_PK = ?";
+    } else if (c.kind == Kind::Update) {
+      sql = "UPDATE " + table + " SET ";
+      for (std::size_t i = 0; i < e.attributes.size(); ++i) sql += (i ? ", Z" : "Z") + upper(e.attributes[i].name) + " = ?";
+      if (e.attributes.empty()) sql += "Z_PK = Z_PK";
+      sql += " WHERE Z_PK = ?";
+    } else {
+      sql = "INSERT INTO " + table + " (Z_PK";
+      for (const auto& a : e.attributes) sql += ", Z" + upper(a.name);
+      sql += ") VALUES (NULL";
+      for (std::size_t i = 0; i < e.attributes.size(); ++i) sql += ", ?";
+      sql += ")";
+    }
+    sqlite3_stmt* st = nullptr;
+    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &st, nullptr) != SQLITE_OK) return false;
+    int at = 1;
+    if (c.kind != Kind::Delete) {
+      for (const auto& a : e.attributes) {
+        auto it = c.object.values.find(a.name);
+        bind(st, at++, it == c.object.values.end() ? kit::Value() : it->second);
+      }
+    }
+    if (c.kind != Kind::Insert) sqlite3_bind_int64(st, at, c.object.pk);
+    int rc = sqlite3_step(st);
+    sqlite3_finalize(st);
+    if (rc != SQLITE_DONE) return false;
+    if (c.kind == Kind::Insert) c.object.pk = sqlite3_last_insert_rowid(db_);
+    return true;
+  }
+
+  std::mutex mu_;
+  sqlite3* db_;
+  std::set<std::string> made_;
+};
+
 class SqliteContainer : public platform::PersistentContainer {
  public:
   SqliteContainer(std::string name, std::string folder) : name_(std::move(name)), folder_(std::move(folder)) {}
+  // The database closes with its store, which the context keeps alive.
   ~SqliteContainer() override {
-    if (db_) sqlite3_close(db_);
+    if (db_ && !context_) sqlite3_close(db_);
   }
   const std::string& name() const override { return name_; }
   bool isLoaded() const override { return db_ != nullptr; }
+  std::shared_ptr<platform::ManagedObjectContext> viewContext() override { return context_; }
 
   void loadPersistentStoresWithCompletionHandler(
       std::function<void(const platform::PersistentStoreDescription&, std::optional<platform::Error>)> completion)
@@ -126,12 +279,14 @@ class SqliteContainer : public platform::PersistentContainer {
       return failure(path, rc, why);
     }
     db_ = db;
+    context_ = std::make_shared<platform::ManagedObjectContext>(std::make_shared<SqliteObjectStore>(db_));
     return std::nullopt;
   }
 
   std::string name_;
   std::string folder_;
   sqlite3* db_ = nullptr;
+  std::shared_ptr<platform::ManagedObjectContext> context_;
 };
 
 }  // namespace
