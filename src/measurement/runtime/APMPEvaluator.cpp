@@ -796,6 +796,8 @@ APMPRuntimeValue APMPEvaluator::applyWithName(const APMPRuntimeValue& target,
                   "Cannot read property " + name + " of " + target.stringValue());
     default:
       if (name == "toString") return V::string(target.stringValue());
+      // Numbers and booleans have no properties of their own.
+      if (name == "hasOwnProperty" && !target.isFunction()) return V::boolean(false);
       return fail(kAPMPErrorCodeWrongArgumentKind, name + " is not a function");
   }
 }

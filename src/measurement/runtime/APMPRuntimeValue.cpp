@@ -374,8 +374,14 @@ bool APMPArrayValue::declaresNames() {
     declaresNames_ = 0;
     for (const auto& e : elements_) {
       if (!e.isStatement()) continue;
-      int c = e.asStatement()->command();
+      const APMPStatementValue* statement = e.asStatement();
+      int c = statement->command();
       if (c == 41 || c == 52 || c == 50) declaresNames_ = 1;
+      // Lists run by 5 and 9 share the scope of the list that holds them.
+      if ((c == 5 || c == 9) && statement->arguments().size() == 1 &&
+          statement->arguments()[0].isArray() && statement->arguments()[0].asArray()->declaresNames()) {
+        declaresNames_ = 1;
+      }
     }
   }
   return declaresNames_ == 1;
@@ -531,7 +537,7 @@ const APMPRuntimeValue& APMPNullValue::sharedInstance() {
 
 // --- The handle ----------------------------------------------------------------------------
 
-APMPRuntimeValue::APMPRuntimeValue(APMPHeapObject* object) : kind_(object->kind()), number_(0) {
+APMPRuntimeValue::APMPRuntimeValue(APMPHeapObject* object) : kind_(object->kind()), bits_(0) {
   object_ = object;
   object->retain();
 }
@@ -625,7 +631,9 @@ double APMPRuntimeValue::doubleValue() const {
       const APMPArrayValue* a = asArray();
       if (a->size() == 0) return 0;
       if (a->size() == 1 && (a->at(0).isNumber() || a->at(0).isNullish())) {
-        return a->at(0).isNumber() ? a->at(0).numberPayload() : 0;
+        // Through the element's text: -0 prints as "0".
+        double d = a->at(0).isNumber() ? a->at(0).numberPayload() : 0;
+        return d == 0 ? 0.0 : d;
       }
       return APMPStringToNumber(stringValue());
     }

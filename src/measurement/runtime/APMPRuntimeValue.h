@@ -76,31 +76,29 @@ enum class APMPValueKind : std::uint8_t {
 // One value. Default-constructed it is undefined.
 class APMPRuntimeValue {
  public:
-  APMPRuntimeValue() : kind_(APMPValueKind::kUndefined), number_(0) {}
+  APMPRuntimeValue() : kind_(APMPValueKind::kUndefined), bits_(0) {}
   ~APMPRuntimeValue() { release(); }
-  APMPRuntimeValue(const APMPRuntimeValue& other) : kind_(other.kind_), number_(other.number_) {
+  APMPRuntimeValue(const APMPRuntimeValue& other) : kind_(other.kind_), bits_(other.bits_) {
     retain();
   }
-  APMPRuntimeValue(APMPRuntimeValue&& other) noexcept : kind_(other.kind_), number_(other.number_) {
+  APMPRuntimeValue(APMPRuntimeValue&& other) noexcept : kind_(other.kind_), bits_(other.bits_) {
     other.kind_ = APMPValueKind::kUndefined;
   }
+  // Both assignments take the new value before letting the old one go: the old value may
+  // own the new one (a control value's data).
   APMPRuntimeValue& operator=(const APMPRuntimeValue& other) {
-    if (this != &other) {
-      other.retain();
-      release();
-      kind_ = other.kind_;
-      number_ = other.number_;
-    }
+    APMPRuntimeValue copy(other);
+    swap(copy);
     return *this;
   }
   APMPRuntimeValue& operator=(APMPRuntimeValue&& other) noexcept {
-    if (this != &other) {
-      release();
-      kind_ = other.kind_;
-      number_ = other.number_;
-      other.kind_ = APMPValueKind::kUndefined;
-    }
+    APMPRuntimeValue taken(std::move(other));
+    swap(taken);
     return *this;
+  }
+  void swap(APMPRuntimeValue& other) noexcept {
+    std::swap(kind_, other.kind_);
+    std::swap(bits_, other.bits_);
   }
 
   // Takes one reference to `object` (which must not be null).
@@ -191,6 +189,7 @@ class APMPRuntimeValue {
 
   APMPValueKind kind_;
   union {
+    std::uint64_t bits_;
     double number_;
     bool boolean_;
     APMPHeapObject* object_;
