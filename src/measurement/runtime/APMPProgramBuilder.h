@@ -2,8 +2,11 @@
 // writer. P::call("0", {P::num(1), P::num(2)}) is the statement "add 1 and 2".
 #pragma once
 
+#include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "measurement/runtime/APMPRuntimeValue.h"
@@ -37,6 +40,89 @@ inline APMPRuntimeValue function(std::string name, std::vector<std::string> para
   std::vector<APMPRuntimeValue> names;
   for (auto& p : parameters) names.push_back(str(std::move(p)));
   return call("51", {str(std::move(name)), list(std::move(names)), list(std::move(body))});
+}
+
+}  // namespace P
+
+// The wire form of program trees (APMPBProgram), written by hand: for tests, the collector's
+// configuration and the fuzz seeds.
+namespace P {
+
+inline void putVarint(std::string& out, std::uint64_t v) {
+  while (v >= 0x80) {
+    out += static_cast<char>((v & 0x7f) | 0x80);
+    v >>= 7;
+  }
+  out += static_cast<char>(v);
+}
+
+inline void putBytes(std::string& out, int field, const std::string& bytes) {
+  putVarint(out, static_cast<std::uint64_t>(field) << 3 | 2);
+  putVarint(out, bytes.size());
+  out += bytes;
+}
+
+// One value as an encoded RuntimeEntity.
+inline std::string entity(const APMPRuntimeValue& v) {
+  std::string out;
+  auto kind = [&](int k) {
+    out += '\x08';
+    putVarint(out, static_cast<std::uint64_t>(k));
+  };
+  switch (v.kind()) {
+    case APMPValueKind::kStatement:
+      kind(1);
+      for (const auto& a : v.asStatement()->arguments()) putBytes(out, 2, entity(a));
+      putBytes(out, 3, v.asStatement()->functionName());
+      break;
+    case APMPValueKind::kArray:
+      kind(2);
+      for (const auto& a : v.asArray()->elements()) putBytes(out, 2, entity(a));
+      break;
+    case APMPValueKind::kString:
+      kind(3);
+      putBytes(out, 3, v.stringPayload());
+      break;
+    case APMPValueKind::kNumber: {
+      kind(4);
+      out += '\x31';
+      double d = v.numberPayload();
+      std::uint64_t bits;
+      std::memcpy(&bits, &d, 8);
+      for (int i = 0; i < 8; ++i) out += static_cast<char>(bits >> (8 * i));
+      break;
+    }
+    case APMPValueKind::kBoolean:
+      kind(4);
+      out += '\x28';
+      out += v.booleanPayload() ? '\x01' : '\x00';
+      break;
+    case APMPValueKind::kNull:
+      kind(4);
+      putBytes(out, 4, "null");
+      break;
+    default: kind(4); break;
+  }
+  return out;
+}
+
+// A Program: `statements` (an array) as tag 1, and activities (name, rules) as tag 2.
+inline std::string program(const APMPRuntimeValue& statements,
+                           const std::vector<std::pair<std::string, std::vector<APMPRuntimeValue>>>&
+                               activities = {}) {
+  std::string out;
+  for (const auto& s : statements.asArray()->elements()) putBytes(out, 1, entity(s));
+  if (!activities.empty()) {
+    std::string list;
+    for (const auto& [name, rules] : activities) {
+      std::string activity;
+      putBytes(activity, 1, name);
+      for (const auto& r : rules) putBytes(activity, 2, entity(r));
+      putBytes(list, 1, activity);
+    }
+    putBytes(out, 2, list);
+  }
+  return out;
 }
 
 }  // namespace P
