@@ -126,3 +126,55 @@ inline std::string program(const APMPRuntimeValue& statements,
 }
 
 }  // namespace P
+
+// The same program in protobuf text format, as the collector's configuration file holds it
+// ("dynamic_event_editing { ... }").
+namespace P {
+
+inline std::string textQuote(const std::string& s) {
+  std::string out = "\"";
+  for (char c : s) {
+    if (c == '"' || c == '\\') out += '\\';
+    out += c;
+  }
+  return out + "\"";
+}
+
+inline std::string entityText(const APMPRuntimeValue& v) {
+  switch (v.kind()) {
+    case APMPValueKind::kStatement: {
+      std::string out = "kind: 1 string_value: " + textQuote(v.asStatement()->functionName());
+      for (const auto& a : v.asStatement()->arguments()) out += " children { " + entityText(a) + " }";
+      return out;
+    }
+    case APMPValueKind::kArray: {
+      std::string out = "kind: 2";
+      for (const auto& a : v.asArray()->elements()) out += " children { " + entityText(a) + " }";
+      return out;
+    }
+    case APMPValueKind::kString: return "kind: 3 string_value: " + textQuote(v.stringPayload());
+    case APMPValueKind::kNumber: return "kind: 4 number_value: " + APMPNumberToString(v.numberPayload());
+    case APMPValueKind::kBoolean: return std::string("kind: 4 bool_value: ") + (v.booleanPayload() ? "true" : "false");
+    case APMPValueKind::kNull: return "kind: 4 extra_string_value: \"null\"";
+    default: return "kind: 4";
+  }
+}
+
+inline std::string programText(const APMPRuntimeValue& statements,
+                               const std::vector<std::pair<std::string, std::vector<APMPRuntimeValue>>>&
+                                   activities = {}) {
+  std::string out = "dynamic_event_editing {\n";
+  for (const auto& s : statements.asArray()->elements()) out += "  instructions { " + entityText(s) + " }\n";
+  if (!activities.empty()) {
+    out += "  ogt_activities {\n";
+    for (const auto& [name, rules] : activities) {
+      out += "    activities { name: " + textQuote(name);
+      for (const auto& r : rules) out += " arguments { " + entityText(r) + " }";
+      out += " }\n";
+    }
+    out += "  }\n";
+  }
+  return out + "}\n";
+}
+
+}  // namespace P
