@@ -344,8 +344,21 @@ APMPRuntimeValue APMPRuntimeEntityConverter::runtimeValueFromNSObject(const kit:
   return {};
 }
 
+namespace {
+thread_local int objectDepth = 0;
+}
+
 std::optional<kit::Value> APMPRuntimeEntityConverter::objectFromRuntimeValue(
     const APMPRuntimeValue& value, platform::Error* error) {
+  // Nested values (or a cycle) deeper than the program nesting limit do not convert.
+  if (objectDepth > kMaxNesting) {
+    APMPSetError(error, kAPMPErrorCodeBudgetExceeded, "Value nested too deeply");
+    return std::nullopt;
+  }
+  struct Depth {
+    Depth() { ++objectDepth; }
+    ~Depth() { --objectDepth; }
+  } depth;
   switch (value.kind()) {
     case APMPValueKind::kUndefined:
     case APMPValueKind::kNull: return kit::Value();

@@ -299,6 +299,20 @@ void APMPHeap::collectIfGrown() {
   if (objectCount_ >= 2 * countAfterCollection_) collectCycles();
 }
 
+void APMPHeapObject::destroy(APMPHeapObject* object) {
+  thread_local std::vector<APMPHeapObject*> pending;
+  thread_local bool draining = false;
+  pending.push_back(object);
+  if (draining) return;
+  draining = true;
+  while (!pending.empty()) {
+    APMPHeapObject* next = pending.back();
+    pending.pop_back();
+    delete next;
+  }
+  draining = false;
+}
+
 APMPHeapObject::APMPHeapObject() {
   if (APMPHeap* heap = currentHeap) heap->track(this);
 }

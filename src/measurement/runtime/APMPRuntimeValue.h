@@ -275,12 +275,15 @@ class APMPHeapObject {
 
   void retain() { ++refs_; }
   void release() {
-    if (--refs_ == 0) delete this;
+    if (--refs_ == 0) destroy(this);
   }
   std::uint32_t referenceCount() const { return refs_; }
 
  protected:
   APMPHeapObject();
+  // Deletes `object` without recursion: objects it frees in turn wait in a list, so that a
+  // deeply nested value (an array inside an array, a million deep) cannot exhaust the stack.
+  static void destroy(APMPHeapObject* object);
   // Adjusts the bytes charged to the heap that tracks this object.
   void charge(std::ptrdiff_t bytes);
 

@@ -327,3 +327,34 @@ TEST(APMPRuntimeTest, EntitiesConvertByKind) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(APMPRuntimeTest, DeeplyNestedValuesAreFreedAndConvertedWithoutDeepRecursion) {
+  APMPRuntime runtime;
+  platform::Error error;
+  // let a = []; for (let i = 0; i < 100000; i = i + 1) { a = [a]; } return a;
+  V program = P::list({P::let("a", P::call("7")),
+                       P::call("63", {P::let("i", P::num(0)), P::call("23", {P::var("i"), P::num(100000)}),
+                                      P::assign("i", P::call("0", {P::var("i"), P::num(1)})),
+                                      P::list({P::assign("a", P::call("7", {P::var("a")}))})}),
+                       P::ret(P::var("a"))});
+  V result = runtime.executeStatements(program, &error);
+  ASSERT_EQ(error.code, 0) << error.localizedDescription;
+  V nested = result.asControl()->data();
+  EXPECT_FALSE(APMPRuntimeEntityConverter::objectFromRuntimeValue(nested, &error));
+  EXPECT_EQ(error.code, kAPMPErrorCodeBudgetExceeded);
+  EXPECT_EQ(nested.stringValue(), "");  // text stops at its depth limit, never recursing without end
+  result = V();
+  nested = V();
+  runtime.executeStatements(P::list({P::assign("a", P::num(0))}), nullptr);  // the last reference goes
+  EXPECT_LT(runtime.heap().objectCount(), 100u);
+}
+
+TEST(APMPRuntimeTest, NegativeZeroInsideAnArrayConvertsAsItsText) {
+  V array = APMPMake<APMPArrayValue>(std::vector<V>{V::number(-0.0)});
+  EXPECT_FALSE(std::signbit(array.doubleValue()));
+  EXPECT_EQ(V::number(1).doubleValue() / array.doubleValue(), INFINITY);
+}
+
+}  // namespace
