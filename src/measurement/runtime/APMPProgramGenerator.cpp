@@ -762,8 +762,10 @@ void describeInto(std::string& out, const V& v, int depth) {
       for (const auto& [k, e] : v.asMap()->entries()) {
         if (!first) out += ',';
         first = false;
-        describeInto(out, V::string(k), depth + 1);
-        out += ':';
+        // Keys print as they are, whatever the depth (as the reference printer does).
+        out += '"';
+        out += k;
+        out += "\":";
         describeInto(out, e, depth + 1);
       }
       out += '}';
