@@ -19,6 +19,7 @@
 #include "collector/UploadClient.h"
 #include "desktop/threaded/ThreadedEnvironment.h"
 #include "kit/Singleton.h"
+#include "measurement/runtime/APMPProgramBuilder.h"
 #include "measurement/store/APMStoreTestSupport.h"
 #include "sim/Platform.h"
 
@@ -140,6 +141,52 @@ TEST_F(CollectorTest, EveryEventArrivesOnceAsOneJSONLine) {
   }
   EXPECT_EQ(logged, 40);
   EXPECT_GT(collector_->stats().wireBytes, 0);
+}
+
+// The configuration carries an event-editing program: it renames a parameter of "screen"
+// events and logs a copy of each; the collector receives the edited events.
+TEST_F(CollectorTest, EventEditingProgramsFromTheConfigurationEditUploadedEvents) {
+  auto event = [](const char* method, std::vector<APMPRuntimeValue> arguments) {
+    return P::method(P::var("e"), method, std::move(arguments));
+  };
+  APMPRuntimeValue program = P::list({
+      P::call("52", {P::str("register"), P::call("require", {P::str("internal.registerCallback")}),
+                     P::str("logger"), P::call("require", {P::str("internal.eventLogger")})}),
+      P::call("register",
+              {P::num(1),
+               P::function("", {"e"},
+                           {P::call("22", {P::call("20", {event("getEventName", {}), P::str("screen")}),
+                                           P::list({event("setParamValue", {P::str("screen_name"), event("getParamValue", {P::str("old_name")})}),
+                                                    event("setParamValue", {P::str("old_name"), P::call("45")}),
+                                                    P::method(P::var("logger"), "logEvent",
+                                                              {P::str("screen_copy"), P::call("8", {P::str("seq"), event("getParamValue", {P::str("seq")})})})})})}),
+               P::str("edit")}),
+  });
+  CollectorOptions options;
+  options.configPath = writeConfig(std::string(kConfigText) +
+                                   "settings { key: \"measurement.ees_feature_enabled\" value: \"1\" }\n" +
+                                   P::programText(program));
+  startCollector(options);
+  auto c = client();
+  // The first pass fetches the configuration; events after it are edited.
+  c->log("first", {{"seq", APMValue::fromInt64(1)}});
+  ASSERT_TRUE(c->drain(30));
+  c->log("screen", {{"seq", APMValue::fromInt64(2)}, {"old_name", APMValue::fromString("home")}});
+  c->log("tap", {{"seq", APMValue::fromInt64(3)}, {"old_name", APMValue::fromString("kept")}});
+  ASSERT_TRUE(c->drain(30));
+  std::map<std::string, nlohmann::json> byName;
+  for (const std::string& line : collector_->lines()) {
+    auto json = nlohmann::json::parse(line);
+    byName[json["name"].get<std::string>()] = json;
+  }
+  ASSERT_TRUE(byName.count("screen"));
+  EXPECT_EQ(byName["screen"]["params"]["screen_name"], "home");
+  EXPECT_FALSE(byName["screen"]["params"].contains("old_name"));
+  ASSERT_TRUE(byName.count("screen_copy"));
+  EXPECT_EQ(byName["screen_copy"]["params"]["seq"], 2);
+  ASSERT_TRUE(byName.count("tap"));
+  EXPECT_EQ(byName["tap"]["params"]["old_name"], "kept");
+  EXPECT_EQ(sequenceCounts(collector_->lines()), (std::map<std::int64_t, int>{{1, 1}, {2, 2}, {3, 1}}));
 }
 
 TEST_F(CollectorTest, FaultsKeepTheBundlesUntilTheServerAccepts) {

@@ -11,6 +11,7 @@
 #include <set>
 
 #include "kit/Date.h"
+#include "measurement/runtime/APMPEventEditing.h"
 #include "measurement/APMMonitor.h"
 #include "measurement/events/APMEventNames.h"
 #include "measurement/events/APMParameterCleaning.h"
@@ -61,6 +62,7 @@ enum : int {
   kCodeIndexOverflow = 6013,
   kCodeLifetimeOverflow = 6014,
   kCodeLifetimeValue = 5027,
+  kCodeEventEditingFailed = 5028,
 };
 
 constexpr const char* kKeychainService = "com.stuvop.app.measurement";
@@ -403,7 +405,35 @@ bool APMMeasurement::writeEventOnWorkerQueue(const APMEvent& event) {
                     event.name());
     return false;
   }
+  if (settings_.eesFeatureEnabled && settings_.eventEditing) {
+    return writeEditedEventOnWorkerQueue(event, *settings_.eventEditing);
+  }
   return writeFilteredEventOnWorkerQueue(event);
+}
+
+bool APMMeasurement::writeEditedEventOnWorkerQueue(const APMEvent& event, APMPEventEditing& editing) {
+  APMPEvent input{event.name(), event.timestamp(), event.parameters()};
+  platform::Error error;
+  if (!editing.handleEvent(input, &error)) {
+    APMMonitor::log(kAPMMonitorLevelWarning, kCodeEventEditingFailed, "Event editing failed. Event name",
+                    event.name(), error.localizedDescription);
+    return writeFilteredEventOnWorkerQueue(event);
+  }
+  std::optional<APMEvent> edited;
+  if (editing.hasEdits()) {
+    const APMPEvent& out = editing.eventContext().outputEvent();
+    edited = APMEvent::create(event.origin(), out.name, out.timestamp, event.previousTimestamp(),
+                              out.parameters);
+  }
+  // Created events are taken before the write: they go the same road, without editing again.
+  std::vector<APMPEvent> created = editing.eventContext().eventsToLog();
+  bool written = writeFilteredEventOnWorkerQueue(edited ? *edited : event);
+  for (const APMPEvent& e : created) {
+    auto made = APMEvent::create("app", e.name, e.timestamp, 0, e.parameters);
+    if (!made || isEventBlocklisted(made->name())) continue;
+    writeFilteredEventOnWorkerQueue(*made);
+  }
+  return written;
 }
 
 bool APMMeasurement::writeFilteredEventOnWorkerQueue(APMEvent event) {

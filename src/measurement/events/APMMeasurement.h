@@ -39,6 +39,8 @@ struct APMMeasurementOptions {
   APMMeasurementSettings settings;
 };
 
+class APMPEventEditing;
+
 class APMMeasurement {
  public:
   // Hears every event logged with notifyEventListeners, on the worker queue.
@@ -84,6 +86,9 @@ class APMMeasurement {
   void handleInternalEventOnWorkerQueue(const APMEvent& event);
   void handleEventOnWorkerQueue(const APMEvent& event);
   bool writeEventOnWorkerQueue(const APMEvent& event);
+  // Runs the configuration's event editing on `event`, writes the result (the event as it was
+  // when editing fails) and then the events the programs created, with origin "app".
+  bool writeEditedEventOnWorkerQueue(const APMEvent& event, APMPEventEditing& editing);
   bool writeFilteredEventOnWorkerQueue(APMEvent event);
   // The daily limits. Counts the event in `counts` and says whether it is stored.
   bool shouldProcessEvent(const APMEvent& event, APMDailyCounts& counts, bool isPublicEvent);

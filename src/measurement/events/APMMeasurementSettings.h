@@ -6,11 +6,14 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 // What the configuration says about one event name.
+class APMPEventEditing;
+
 struct APMEventConfig {
   bool blocked = false;
   bool customConversion = false;
@@ -65,6 +68,10 @@ struct APMMeasurementSettings {
   std::vector<std::uint32_t> experimentIDs;
   std::string consentSignals;
   bool registrationWithAdNetworkEnabled = true;
+
+  // Event editing: the configuration's programs, run on every event when enabled.
+  bool eesFeatureEnabled = false;
+  std::shared_ptr<APMPEventEditing> eventEditing;
 
   // The configuration of `name`, or nothing.
   const APMEventConfig* eventConfig(const std::string& name) const {

@@ -7,6 +7,8 @@
 #include "kit/Date.h"
 #include "measurement/APMMonitor.h"
 #include "measurement/events/APMEventNames.h"
+#include "measurement/events/APMIdentity.h"
+#include "measurement/runtime/APMPEventEditing.h"
 
 namespace {
 
@@ -19,6 +21,7 @@ enum : int {
   kCodeParsed = 7106,
   kCodeDefaultTimestamp = 7107,
   kCodeStoredConfig = 7108,
+  kCodeEventEditingFailed = 7109,
 };
 
 double now() { return kit::Date::now().timeIntervalSince1970; }
@@ -132,9 +135,61 @@ bool APMRemoteConfig::parseRemoteConfigFromMeasurementConfig(const APMPBMeasurem
   }
   version_ = config.has_version ? config.version : -1;
   uploadSubDomain_ = std::string(APMPBString(config.upload_sub_domain));
+  eventEditing_ = loadEventEditing(config);
   APMMonitor::log(kAPMMonitorLevelDebug, kCodeParsed, "Successfully parsed a configuration. Version",
                   static_cast<long long>(version_));
   return true;
+}
+
+std::shared_ptr<APMPEventEditing> APMRemoteConfig::loadEventEditing(
+    const APMPBMeasurementConfig& config) {
+  if (config.dynamic_event_editing_count == 0) return nullptr;
+  auto editing = std::make_shared<APMPEventEditing>();
+  // The settings as programs read them through internal.remoteConfig getValue(key).
+  std::map<std::string, std::string> values;
+  for (const auto& [key, cached] : cache_) {
+    if (const auto* text = std::get_if<std::string>(&cached)) values[key] = *text;
+  }
+  editing->setModuleCreator(
+      [values](APMPRuntime&) {
+        auto* module = new APMPMapValue();
+        APMPRuntimeValue value(module);
+        module->set("getValue", APMPMake<APMPNativeFunctionValue>(
+                                    "getValue", [values](APMPEvaluator&, const APMPRuntimeValue* arguments,
+                                                         std::size_t count) -> APMPRuntimeValue {
+                                      if (count < 1) return {};
+                                      auto found = values.find(arguments[0].stringValue());
+                                      if (found == values.end()) return {};
+                                      return APMPRuntimeValue::string(found->second);
+                                    }));
+        return value;
+      },
+      "internal.remoteConfig");
+  editing->setModuleCreator(
+      [](APMPRuntime&) {
+        auto* module = new APMPMapValue();
+        APMPRuntimeValue value(module);
+        APMAppInfo app;
+        module->set("app_version", APMPRuntimeValue::string(app.appVersion));
+        module->set("package_name", APMPRuntimeValue::string(app.bundleIdentifier));
+        return value;
+      },
+      "internal.appMetadata");
+  for (const APMPBProgram& program :
+       APMPBItems(config.dynamic_event_editing, config.dynamic_event_editing_count)) {
+    platform::Error error;
+    if (!editing->loadProgram(program, &error)) {
+      APMMonitor::log(kAPMMonitorLevelError, kCodeEventEditingFailed,
+                      "Failed to initiate event editing instance", error.localizedDescription);
+      return nullptr;
+    }
+  }
+  return editing;
+}
+
+std::shared_ptr<APMPEventEditing> APMRemoteConfig::eventEditing() const {
+  std::lock_guard lock(mu_);
+  return eventEditing_;
 }
 
 bool APMRemoteConfig::isExpired() {
@@ -309,6 +364,8 @@ void APMRemoteConfig::applyToSettings(APMMeasurementSettings& s, APMDatabaseLimi
     std::lock_guard lock(mu_);
     s.eventConfigs = eventConfigs_;
   }
+  s.eesFeatureEnabled = eesFeatureEnabled();
+  s.eventEditing = eventEditing();
   limits.maxQueueTime = maxQueueTime();
   limits.databaseDeleteStaleBundlesInterval = databaseDeleteStaleBundlesInterval();
 }

@@ -158,6 +158,10 @@ class APMRemoteConfig {
   APM_REMOTE_CONFIG_CONFIGURABLE_LIMITS(APM_REMOTE_CONFIG_DECLARE)
 #undef APM_REMOTE_CONFIG_DECLARE
 
+  // The event editing loaded from the configuration's programs (tag 9); null when there are
+  // none or they failed to load. Replaced as a whole by each configuration.
+  std::shared_ptr<APMPEventEditing> eventEditing() const;
+
   // Writes every setting the event pipeline and the store read into `settings` and `limits`.
   void applyToSettings(APMMeasurementSettings& settings, APMDatabaseLimits& limits);
 
@@ -166,6 +170,8 @@ class APMRemoteConfig {
       : appID_(std::move(appID)), adnetAppID_(std::move(adnetAppID)), database_(database) {}
 
   using Cached = std::variant<std::string, double>;
+  // Called with mu_ held.
+  std::shared_ptr<APMPEventEditing> loadEventEditing(const APMPBMeasurementConfig& config);
 
   std::string appID_;
   std::string adnetAppID_;
@@ -176,4 +182,5 @@ class APMRemoteConfig {
   std::vector<std::string> dataControls_;
   std::int64_t version_ = -1;
   std::string uploadSubDomain_;
+  std::shared_ptr<APMPEventEditing> eventEditing_;
 };

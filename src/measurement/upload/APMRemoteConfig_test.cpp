@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "measurement/APMMonitor.h"
+#include "measurement/runtime/APMPEventEditing.h"
+#include "measurement/runtime/APMPProgramBuilder.h"
 #include "measurement/store/APMStoreTestSupport.h"
 #include "sim/Environment.h"
 #include "sim/Platform.h"
@@ -190,6 +192,49 @@ TEST_F(APMRemoteConfigTest, ExpiryFollowsTheCacheTimeAndTheDefaultInstanceNeverE
   EXPECT_TRUE(monitor_.contains("Cannot update the default measurement configuration"));
   EXPECT_FALSE(fallback.numberFromCacheWithKey("", 1, 2, 0));
   EXPECT_TRUE(monitor_.contains("Cannot get setting with empty key from cache"));
+}
+
+}  // namespace
+
+namespace {
+
+// The configuration with `programs` appended as tag 9.
+APMPBMessage<APMPBMeasurementConfig> withPrograms(const APMPBMessage<APMPBMeasurementConfig>& config,
+                                                  const std::vector<std::string>& programs) {
+  auto bytes = config.protoBuffer();
+  std::string all(bytes->begin(), bytes->end());
+  for (const auto& p : programs) P::putBytes(all, 9, p);
+  auto parsed = APMPBMessage<APMPBMeasurementConfig>::parseFromData(
+      std::span(reinterpret_cast<const std::uint8_t*>(all.data()), all.size()));
+  EXPECT_TRUE(parsed);
+  return std::move(*parsed);
+}
+
+TEST_F(APMRemoteConfigTest, EventEditingProgramsLoadWithTheConfigurationOrAreDropped) {
+  auto base = makeConfig("1:app", {{"measurement.ees_feature_enabled", "1"}});
+  EXPECT_EQ(config_->eventEditing(), nullptr);
+  // Renames every event to "edited".
+  APMPRuntimeValue program = P::list(
+      {P::call("52", {P::str("register"), P::call("require", {P::str("internal.registerCallback")})}),
+       P::call("register", {P::num(1),
+                            P::function("", {"e"}, {P::method(P::var("e"), "setEventName", {P::str("edited")})}),
+                            P::str("edit")})});
+  ASSERT_TRUE(config_->updateMeasurementConfig(*withPrograms(base, {P::program(program)}), nullptr));
+  auto editing = config_->eventEditing();
+  ASSERT_NE(editing, nullptr);
+  ASSERT_TRUE(editing->handleEvent({"tap", 1, {}}, nullptr));
+  EXPECT_EQ(editing->eventContext().outputEvent().name, "edited");
+  APMMeasurementSettings settings;
+  APMDatabaseLimits limits;
+  config_->applyToSettings(settings, limits);
+  EXPECT_TRUE(settings.eesFeatureEnabled);
+  EXPECT_EQ(settings.eventEditing, editing);
+
+  // A program that fails to load leaves no editing at all.
+  ASSERT_TRUE(config_->updateMeasurementConfig(
+      *withPrograms(base, {P::program(program), P::program(P::list({P::call("undefinedFunction")}))}), nullptr));
+  EXPECT_EQ(config_->eventEditing(), nullptr);
+  EXPECT_TRUE(monitor_.contains("Failed to initiate event editing instance"));
 }
 
 }  // namespace

@@ -1,0 +1,821 @@
+#include "measurement/runtime/APMPEvaluator.h"
+
+#include <cmath>
+
+namespace {
+
+using V = APMPRuntimeValue;
+
+// Arguments of a call, on the stack for the common case of few.
+class ArgumentList {
+ public:
+  static constexpr std::size_t kInline = 6;
+  void push(V v) {
+    if (count_ < kInline) {
+      inline_[count_++] = std::move(v);
+    } else {
+      if (overflow_.empty()) {
+        for (auto& i : inline_) overflow_.push_back(i);
+      }
+      overflow_.push_back(std::move(v));
+      ++count_;
+    }
+  }
+  const V* data() const { return count_ <= kInline ? inline_ : overflow_.data(); }
+  std::size_t size() const { return count_; }
+
+ private:
+  V inline_[kInline];
+  std::vector<V> overflow_;
+  std::size_t count_ = 0;
+};
+
+std::string nameFailure(const std::string& name) { return name + " is not defined"; }
+
+// A name argument: a string literal as it is (no copy), anything else through its text.
+struct NameArgument {
+  NameArgument(const V& argument, APMPScope* scope, APMPEvaluator& ev) {
+    if (argument.isString()) {
+      value = &argument.stringPayload();
+    } else {
+      owned = ev.eval(argument, scope).stringValue();
+      value = &owned;
+    }
+  }
+  const std::string* value;
+  std::string owned;
+};
+
+V checkArity(const APMPStatementValue& s, std::size_t low, std::size_t high, APMPEvaluator& ev,
+             bool* ok) {
+  std::size_t n = s.arguments().size();
+  *ok = n >= low && n <= high;
+  if (!*ok) {
+    return ev.fail(kAPMPErrorCodeWrongArgumentCount,
+                   "Wrong number of arguments for command " + s.functionName() + ": " +
+                       std::to_string(n));
+  }
+  return {};
+}
+
+#define APMP_ARITY(low, high)                          \
+  do {                                                  \
+    bool ok_;                                           \
+    V r_ = checkArity(statement, low, high, ev, &ok_);  \
+    if (!ok_) return r_;                                \
+  } while (0)
+
+V add(const V& a, const V& b, APMPEvaluator& ev) {
+  if (a.isNumber() && b.isNumber()) return V::number(a.numberPayload() + b.numberPayload());
+  bool text = a.isString() || a.isObject() || b.isString() || b.isObject();
+  if (!text) return V::number(a.doubleValue() + b.doubleValue());
+  std::string s;
+  if (a.isString()) {
+    const std::string& as = a.stringPayload();
+    if (b.isString()) {
+      const std::string& bs = b.stringPayload();
+      if (!APMPHeap::canAllocate(as.size() + bs.size() + 64)) {
+        return ev.fail(kAPMPErrorCodeBudgetExceeded, "Out of memory: string too long");
+      }
+      s.reserve(as.size() + bs.size());
+      s += as;
+      s += bs;
+      return V::string(std::move(s));
+    }
+    s = as;
+  } else {
+    s = a.stringValue();
+  }
+  if (b.isString()) {
+    s += b.stringPayload();
+  } else if (b.isNumber()) {
+    APMPAppendNumber(s, b.numberPayload());
+  } else {
+    s += b.stringValue();
+  }
+  if (!APMPHeap::canAllocate(s.size() + 64)) {
+    return ev.fail(kAPMPErrorCodeBudgetExceeded, "Out of memory: string too long");
+  }
+  return V::string(std::move(s));
+}
+
+// a < b by ECMAScript's abstract relational comparison: 1 true, 0 false, -1 undefined (NaN).
+int lessThan(const V& a, const V& b) {
+  if (a.isNumber() && b.isNumber()) {
+    double x = a.numberPayload(), y = b.numberPayload();
+    if (std::isnan(x) || std::isnan(y)) return -1;
+    return x < y ? 1 : 0;
+  }
+  bool aText = a.isString() || a.isObject();
+  bool bText = b.isString() || b.isObject();
+  if (aText && bText) {
+    if (a.isString() && b.isString()) return a.stringPayload() < b.stringPayload() ? 1 : 0;
+    return a.stringValue() < b.stringValue() ? 1 : 0;
+  }
+  double x = a.doubleValue(), y = b.doubleValue();
+  if (std::isnan(x) || std::isnan(y)) return -1;
+  return x < y ? 1 : 0;
+}
+
+}  // namespace
+
+// --- Families ------------------------------------------------------------------------------
+
+class APMPMathCommandEvaluator final : public APMPCommandEvaluator {
+ public:
+  V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
+                    APMPEvaluator& ev) override {
+    const auto& args = statement.arguments();
+    int c = statement.command();
+    if (c == 27 || c == 34 || c == 35) {
+      APMP_ARITY(1, 1);
+      V a = ev.eval(args[0], scope);
+      if (ev.failed()) return {};
+      if (c == 27) return V::number(-a.doubleValue());
+      return a;
+    }
+    APMP_ARITY(2, 2);
+    V a = ev.eval(args[0], scope);
+    if (ev.failed()) return {};
+    V b = ev.eval(args[1], scope);
+    if (ev.failed()) return {};
+    switch (c) {
+      case 0: return add(a, b, ev);
+      case 10: return V::number(a.doubleValue() / b.doubleValue());
+      case 25: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
+      case 26: return V::number(a.doubleValue() * b.doubleValue());
+      case 37: return V::number(a.doubleValue() - b.doubleValue());
+      default: return a;  // 32, 33
+    }
+  }
+};
+
+class APMPComparisonCommandEvaluator final : public APMPCommandEvaluator {
+ public:
+  V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
+                    APMPEvaluator& ev) override {
+    APMP_ARITY(2, 2);
+    const auto& args = statement.arguments();
+    V a = ev.eval(args[0], scope);
+    if (ev.failed()) return {};
+    V b = ev.eval(args[1], scope);
+    if (ev.failed()) return {};
+    switch (statement.command()) {
+      case 12: return V::boolean(a.looselyEquals(b));
+      case 29: return V::boolean(!a.looselyEquals(b));
+      case 20: return V::boolean(a.isEqualToRuntimeValue(b));
+      case 21: return V::boolean(!a.isEqualToRuntimeValue(b));
+      case 18: return V::boolean(lessThan(b, a) == 1);
+      case 19: return V::boolean(lessThan(a, b) == 0);
+      case 23: return V::boolean(lessThan(a, b) == 1);
+      default: return V::boolean(lessThan(b, a) == 0);  // 24
+    }
+  }
+};
+
+class APMPLogicalCommandEvaluator final : public APMPCommandEvaluator {
+ public:
+  V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
+                    APMPEvaluator& ev) override {
+    const auto& args = statement.arguments();
+    if (statement.command() == 28) {
+      APMP_ARITY(1, 1);
+      V a = ev.eval(args[0], scope);
+      if (ev.failed()) return {};
+      return V::boolean(!a.booleanValue());
+    }
+    APMP_ARITY(2, 2);
+    V a = ev.eval(args[0], scope);
+    if (ev.failed()) return {};
+    bool decided = statement.command() == 1 ? !a.booleanValue() : a.booleanValue();
+    if (decided) return a;
+    return ev.eval(args[1], scope);
+  }
+};
+
+class APMPBitwiseCommandEvaluator final : public APMPCommandEvaluator {
+ public:
+  V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
+                    APMPEvaluator& ev) override {
+    const auto& args = statement.arguments();
+    if (statement.command() == 58) {
+      APMP_ARITY(1, 1);
+      V a = ev.eval(args[0], scope);
+      if (ev.failed()) return {};
+      return V::number(~APMPToInt32(a.doubleValue()));
+    }
+    APMP_ARITY(2, 2);
+    V a = ev.eval(args[0], scope);
+    if (ev.failed()) return {};
+    V b = ev.eval(args[1], scope);
+    if (ev.failed()) return {};
+    std::int32_t x = APMPToInt32(a.doubleValue());
+    std::uint32_t shift = APMPToUint32(b.doubleValue()) & 31;
+    switch (statement.command()) {
+      case 56: return V::number(x & APMPToInt32(b.doubleValue()));
+      case 57: return V::number(static_cast<std::int32_t>(static_cast<std::uint32_t>(x) << shift));
+      case 59: return V::number(x | APMPToInt32(b.doubleValue()));
+      case 60: return V::number(x >> shift);
+      case 61: return V::number(APMPToUint32(a.doubleValue()) >> shift);
+      default: return V::number(x ^ APMPToInt32(b.doubleValue()));  // 62
+    }
+  }
+};
+
+namespace {
+
+// Runs a statement list in `scope`, or in a child of it when the list declares names.
+V runBody(const V& body, APMPScope* scope, APMPEvaluator& ev) {
+  if (body.isArray() && body.asArray()->declaresNames()) {
+    APMPScope* child = scope->createChildScope();
+    V r = ev.run(body, child);
+    child->release();
+    return r;
+  }
+  return ev.run(body, scope);
+}
+
+std::vector<std::string> parameterNames(const V& list) {
+  std::vector<std::string> names;
+  if (list.isArray()) {
+    for (const auto& e : list.asArray()->elements()) names.push_back(e.stringValue());
+  }
+  return names;
+}
+
+}  // namespace
+
+class APMPControlCommandEvaluator final : public APMPCommandEvaluator {
+ public:
+  V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
+                    APMPEvaluator& ev) override {
+    const auto& args = statement.arguments();
+    switch (statement.command()) {
+      case 2: {
+        APMP_ARITY(2, 3);
+        V target = ev.eval(args[0], scope);
+        if (ev.failed()) return {};
+        NameArgument name(args[1], scope, ev);
+        if (ev.failed()) return {};
+        ArgumentList list;
+        if (args.size() == 3) {
+          V values = ev.eval(args[2], scope);
+          if (ev.failed()) return {};
+          if (!values.isArray()) {
+            return ev.fail(kAPMPErrorCodeWrongArgumentKind, "Method arguments must be an array");
+          }
+          APMPArrayValue* array = values.asArray();
+          for (std::size_t i = 0; i < array->size(); ++i) {
+            V element = array->at(i);
+            list.push(ev.eval(element, scope));
+            if (ev.failed()) return {};
+          }
+        }
+        return ev.applyWithName(target, *name.value, list.data(), list.size(), scope);
+      }
+      case 4: APMP_ARITY(0, 0); return APMPControlValue::breakValue();
+      case 6: APMP_ARITY(0, 0); return APMPControlValue::continueValue();
+      case 5:
+      case 9: APMP_ARITY(1, 1); return ev.run(args[0], scope);
+      case 53: {
+        APMP_ARITY(1, 1);
+        APMPScope* child = scope->createChildScope();
+        V r = ev.run(args[0], child);
+        child->release();
+        return r;
+      }
+      case 13: {
+        APMP_ARITY(1, SIZE_MAX);
+        V last;
+        for (const auto& a : args) {
+          last = ev.eval(a, scope);
+          if (ev.failed()) return {};
+        }
+        return last;
+      }
+      case 22: {
+        APMP_ARITY(2, 3);
+        V condition = ev.eval(args[0], scope);
+        if (ev.failed()) return {};
+        if (condition.booleanValue()) return runBody(args[1], scope, ev);
+        if (args.size() == 3) return runBody(args[2], scope, ev);
+        return {};
+      }
+      case 39: {
+        APMP_ARITY(3, 3);
+        V condition = ev.eval(args[0], scope);
+        if (ev.failed()) return {};
+        V a = ev.eval(args[1], scope);
+        if (ev.failed()) return {};
+        V b = ev.eval(args[2], scope);
+        if (ev.failed()) return {};
+        return condition.booleanValue() ? a : b;
+      }
+      case 36: {
+        APMP_ARITY(0, 1);
+        V data = args.empty() ? V() : ev.eval(args[0], scope);
+        if (ev.failed()) return {};
+        return APMPMake<APMPControlValue>(APMPControlValue::Type::kReturn, std::move(data));
+      }
+      case 38: return evaluateSwitch(statement, scope, ev);
+      case 46: APMP_ARITY(1, 1); return args[0];
+      case 50:
+      case 51: {
+        APMP_ARITY(3, 3);
+        NameArgument name(args[0], scope, ev);
+        if (ev.failed()) return {};
+        V parameters = ev.eval(args[1], scope);
+        if (ev.failed()) return {};
+        if (!parameters.isArray() || !args[2].isArray()) {
+          return ev.fail(kAPMPErrorCodeWrongArgumentKind, "Bad function definition");
+        }
+        V function = APMPMake<APMPFunctionValue>(*name.value, parameterNames(parameters), args[2],
+                                                 scope);
+        if (statement.command() == 51) return function;
+        if (!scope->addValue(function, *name.value)) {
+          return ev.fail(kAPMPErrorCodeWrongArgumentKind,
+                         "Assignment to constant variable " + *name.value);
+        }
+        return {};
+      }
+      default: return {};
+    }
+  }
+
+ private:
+  static V evaluateSwitch(const APMPStatementValue& statement, APMPScope* scope,
+                          APMPEvaluator& ev) {
+    APMP_ARITY(2, 2);
+    const auto& args = statement.arguments();
+    V value = ev.eval(args[0], scope);
+    if (ev.failed()) return {};
+    V cases = ev.eval(args[1], scope);
+    if (ev.failed()) return {};
+    if (!cases.isArray()) return ev.fail(kAPMPErrorCodeWrongArgumentKind, "Bad switch cases");
+    APMPArrayValue* list = cases.asArray();
+    std::size_t start = SIZE_MAX, fallback = SIZE_MAX;
+    for (std::size_t i = 0; i < list->size(); ++i) {
+      V entry = list->at(i);
+      if (!entry.isArray() || entry.asArray()->size() == 0 || entry.asArray()->size() > 2) {
+        return ev.fail(kAPMPErrorCodeWrongArgumentKind, "Bad switch case");
+      }
+      if (entry.asArray()->size() == 1) {
+        fallback = i;
+        continue;
+      }
+      V test = ev.eval(entry.asArray()->at(0), scope);
+      if (ev.failed()) return {};
+      if (value.isEqualToRuntimeValue(test)) {
+        start = i;
+        break;
+      }
+    }
+    if (start == SIZE_MAX) start = fallback;
+    if (start == SIZE_MAX) return {};
+    APMPScope* child = scope->createChildScope();
+    V result;
+    for (std::size_t i = start; i < list->size(); ++i) {
+      V entry = list->at(i);
+      if (!entry.isArray() || entry.asArray()->size() == 0) break;
+      V body = entry.asArray()->at(entry.asArray()->size() - 1);
+      V r = ev.run(body, child);
+      if (ev.failed()) break;
+      if (r.isControl()) {
+        if (r.asControl()->type() != APMPControlValue::Type::kBreak) result = r;
+        break;
+      }
+    }
+    child->release();
+    if (ev.failed()) return {};
+    return result;
+  }
+};
+
+class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
+ public:
+  V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
+                    APMPEvaluator& ev) override {
+    const auto& args = statement.arguments();
+    switch (statement.command()) {
+      case 15: {
+        APMP_ARITY(1, 1);
+        NameArgument name(args[0], scope, ev);
+        if (ev.failed()) return {};
+        const V* v = scope->valueForName(*name.value);
+        if (!v) return ev.fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(*name.value));
+        return *v;
+      }
+      case 3: {
+        APMP_ARITY(2, 2);
+        NameArgument name(args[0], scope, ev);
+        if (ev.failed()) return {};
+        V value = ev.eval(args[1], scope);
+        if (ev.failed()) return {};
+        if (!scope->setValue(value, *name.value)) {
+          return ev.fail(kAPMPErrorCodeWrongArgumentKind,
+                         scope->hasName(*name.value)
+                             ? "Assignment to constant variable " + *name.value
+                             : nameFailure(*name.value));
+        }
+        return value;
+      }
+      case 41:
+      case 52: {
+        if (args.size() % 2 != 0 || args.empty()) APMP_ARITY(SIZE_MAX, 0);
+        for (std::size_t i = 0; i < args.size(); i += 2) {
+          NameArgument name(args[i], scope, ev);
+          if (ev.failed()) return {};
+          V value = ev.eval(args[i + 1], scope);
+          if (ev.failed()) return {};
+          bool ok = statement.command() == 41 ? scope->addValue(std::move(value), *name.value)
+                                              : scope->addImmutableValue(std::move(value), *name.value);
+          if (!ok) {
+            return ev.fail(kAPMPErrorCodeWrongArgumentKind,
+                           "Assignment to constant variable " + *name.value);
+          }
+        }
+        return {};
+      }
+      case 7: {
+        auto* array = new APMPArrayValue();
+        V result(array);
+        array->mutableElements().reserve(args.size());
+        for (const auto& a : args) {
+          V v = ev.eval(a, scope);
+          if (ev.failed()) return {};
+          if (!array->push(std::move(v))) {
+            return ev.fail(kAPMPErrorCodeBudgetExceeded, "Out of memory: array too large");
+          }
+        }
+        return result;
+      }
+      case 8: {
+        if (args.size() % 2 != 0) APMP_ARITY(SIZE_MAX, 0);
+        auto* map = new APMPMapValue();
+        V result(map);
+        for (std::size_t i = 0; i < args.size(); i += 2) {
+          V key = ev.eval(args[i], scope);
+          if (ev.failed()) return {};
+          V value = ev.eval(args[i + 1], scope);
+          if (ev.failed()) return {};
+          if (!map->set(key.isString() ? std::string_view(key.stringPayload())
+                                       : std::string_view(key.stringValue()),
+                        std::move(value))) {
+            return ev.fail(kAPMPErrorCodeBudgetExceeded, "Out of memory: object too large");
+          }
+        }
+        return result;
+      }
+      case 16:
+      case 17: {
+        APMP_ARITY(2, 2);
+        V object = ev.eval(args[0], scope);
+        if (ev.failed()) return {};
+        V key = ev.eval(args[1], scope);
+        if (ev.failed()) return {};
+        platform::Error error;
+        V r = object.valueForProperty(key, &error);
+        if (error.code) return ev.fail(error.code, error.localizedDescription);
+        return r;
+      }
+      case 43: {
+        APMP_ARITY(3, 3);
+        V object = ev.eval(args[0], scope);
+        if (ev.failed()) return {};
+        V key = ev.eval(args[1], scope);
+        if (ev.failed()) return {};
+        V value = ev.eval(args[2], scope);
+        if (ev.failed()) return {};
+        platform::Error error;
+        if (!object.setValueForProperty(key, value, &error)) {
+          return ev.fail(error.code, error.localizedDescription);
+        }
+        return value;
+      }
+      case 40: {
+        APMP_ARITY(1, 1);
+        V a = ev.eval(args[0], scope);
+        if (ev.failed()) return {};
+        return V::string(a.typeName());
+      }
+      case 45: APMP_ARITY(0, 0); return V::null();
+      default: APMP_ARITY(0, 0); return {};  // 44
+    }
+  }
+};
+
+class APMPLoopCommandEvaluator final : public APMPCommandEvaluator {
+ public:
+  V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
+                    APMPEvaluator& ev) override {
+    switch (statement.command()) {
+      case 63: return evaluateFor(statement, scope, ev);
+      case 42: return evaluateWhile(statement, scope, ev);
+      default: return evaluateForInOf(statement, scope, ev);
+    }
+  }
+
+ private:
+  // What a loop does with the value its body ended with: 0 go on, 1 stop, 2 pass it up.
+  static int absorb(const V& r) {
+    if (!r.isControl()) return 0;
+    switch (r.asControl()->type()) {
+      case APMPControlValue::Type::kBreak: return 1;
+      case APMPControlValue::Type::kContinue: return 0;
+      default: return 2;
+    }
+  }
+
+  static V evaluateFor(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev) {
+    APMP_ARITY(4, 4);
+    const auto& args = statement.arguments();
+    APMPScope* loopScope = scope->createChildScope();
+    V result;
+    ev.eval(args[0], loopScope);
+    while (!ev.failed()) {
+      if (!ev.tick()) break;
+      V condition = ev.eval(args[1], loopScope);
+      if (ev.failed() || !condition.booleanValue()) break;
+      V r = runBody(args[3], loopScope, ev);
+      if (ev.failed()) break;
+      int what = absorb(r);
+      if (what == 1) break;
+      if (what == 2) {
+        result = r;
+        break;
+      }
+      ev.eval(args[2], loopScope);
+    }
+    loopScope->release();
+    if (ev.failed()) return {};
+    return result;
+  }
+
+  static V evaluateWhile(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev) {
+    APMP_ARITY(2, 3);
+    const auto& args = statement.arguments();
+    bool doWhile = args.size() == 3 && ev.eval(args[2], scope).booleanValue();
+    if (ev.failed()) return {};
+    for (bool first = true;; first = false) {
+      if (!ev.tick()) return {};
+      if (!(doWhile && first)) {
+        V condition = ev.eval(args[0], scope);
+        if (ev.failed()) return {};
+        if (!condition.booleanValue()) return {};
+      }
+      V r = runBody(args[1], scope, ev);
+      if (ev.failed()) return {};
+      int what = absorb(r);
+      if (what == 1) return {};
+      if (what == 2) return r;
+    }
+  }
+
+  static V evaluateForInOf(const APMPStatementValue& statement, APMPScope* scope,
+                           APMPEvaluator& ev) {
+    APMP_ARITY(3, 3);
+    const auto& args = statement.arguments();
+    int c = statement.command();
+    bool over = c == 64 || c == 65 || c == 66;
+    NameArgument name(args[0], scope, ev);
+    if (ev.failed()) return {};
+    V subject = ev.eval(args[1], scope);
+    if (ev.failed()) return {};
+    // For-in walks a snapshot of the names; for-of walks the live array.
+    std::vector<V> keys;
+    if (!over) {
+      if (subject.isArray()) {
+        for (std::size_t i = 0; i < subject.asArray()->size(); ++i) {
+          keys.push_back(V::string(std::to_string(i)));
+        }
+      } else if (subject.isString()) {
+        for (std::size_t i = 0; i < subject.stringPayload().size(); ++i) {
+          keys.push_back(V::string(std::to_string(i)));
+        }
+      } else if (subject.isMap()) {
+        for (const auto& e : subject.asMap()->entries()) keys.push_back(V::string(e.first));
+      }
+    } else if (!subject.isArray() && !subject.isString()) {
+      return ev.fail(kAPMPErrorCodeWrongArgumentKind, subject.stringValue() + " is not iterable");
+    }
+    bool blockScoped = c == 54 || c == 55 || c == 65 || c == 66;
+    bool immutable = c == 55 || c == 66;
+    for (std::size_t i = 0;; ++i) {
+      V item;
+      if (!over) {
+        if (i >= keys.size()) break;
+        item = keys[i];
+      } else if (subject.isArray()) {
+        if (i >= subject.asArray()->size()) break;
+        item = subject.asArray()->at(i);
+      } else {
+        if (i >= subject.stringPayload().size()) break;
+        item = V::string(std::string(1, subject.stringPayload()[i]));
+      }
+      if (!ev.tick()) return {};
+      V r;
+      if (blockScoped) {
+        APMPScope* child = scope->createChildScope();
+        if (immutable) {
+          child->addImmutableValue(item, *name.value);
+        } else {
+          child->addValue(item, *name.value);
+        }
+        r = runBody(args[2], child, ev);
+        child->release();
+      } else {
+        if (!scope->setValue(item, *name.value)) {
+          if (scope->hasName(*name.value)) {
+            return ev.fail(kAPMPErrorCodeWrongArgumentKind,
+                           "Assignment to constant variable " + *name.value);
+          }
+          scope->addValue(item, *name.value);
+        }
+        r = runBody(args[2], scope, ev);
+      }
+      if (ev.failed()) return {};
+      int what = absorb(r);
+      if (what == 1) break;
+      if (what == 2) return r;
+    }
+    return {};
+  }
+};
+
+// Calls the function bound to the statement's name.
+class APMPFunctionEvaluator final : public APMPCommandEvaluator {
+ public:
+  V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
+                    APMPEvaluator& ev) override {
+    const V* function = scope->valueForName(statement.functionName());
+    if (!function) {
+      return ev.fail(kAPMPErrorCodeWrongArgumentKind,
+                     statement.command() >= 0 ? "Unknown command " + statement.functionName()
+                                              : nameFailure(statement.functionName()));
+    }
+    if (!function->isFunction()) {
+      return ev.fail(kAPMPErrorCodeWrongArgumentKind,
+                     statement.functionName() + " is not a function");
+    }
+    V callee = *function;
+    ArgumentList list;
+    for (const auto& a : statement.arguments()) {
+      list.push(ev.eval(a, scope));
+      if (ev.failed()) return {};
+    }
+    return ev.callFunction(callee, list.data(), list.size());
+  }
+};
+
+// --- Registrar -----------------------------------------------------------------------------
+
+APMPCommandRegistrar::APMPCommandRegistrar()
+    : math_(std::make_unique<APMPMathCommandEvaluator>()),
+      comparison_(std::make_unique<APMPComparisonCommandEvaluator>()),
+      logical_(std::make_unique<APMPLogicalCommandEvaluator>()),
+      bitwise_(std::make_unique<APMPBitwiseCommandEvaluator>()),
+      control_(std::make_unique<APMPControlCommandEvaluator>()),
+      variable_(std::make_unique<APMPVariableCommandEvaluator>()),
+      loop_(std::make_unique<APMPLoopCommandEvaluator>()),
+      function_(std::make_unique<APMPFunctionEvaluator>()) {
+  for (int c : {0, 10, 25, 26, 27, 37, 34, 35, 32, 33}) table_[c] = math_.get();
+  for (int c : {12, 29, 20, 21, 18, 19, 23, 24}) table_[c] = comparison_.get();
+  for (int c : {1, 28, 30}) table_[c] = logical_.get();
+  for (int c : {56, 57, 58, 59, 60, 61, 62}) table_[c] = bitwise_.get();
+  for (int c : {2, 4, 6, 5, 9, 53, 13, 22, 39, 36, 38, 46, 50, 51}) table_[c] = control_.get();
+  for (int c : {3, 41, 52, 7, 8, 15, 16, 17, 43, 40, 45, 44}) table_[c] = variable_.get();
+  for (int c : {47, 54, 55, 64, 65, 66, 63, 42}) table_[c] = loop_.get();
+}
+
+APMPCommandRegistrar::~APMPCommandRegistrar() = default;
+
+// --- Evaluator -----------------------------------------------------------------------------
+
+APMPEvaluator::APMPEvaluator() = default;
+
+APMPRuntimeValue APMPEvaluator::fail(int code, std::string message) {
+  if (!failed_) {
+    failed_ = true;
+    error_ = platform::Error{kAPMPErrorDomain, code, std::move(message)};
+  }
+  return {};
+}
+
+APMPRuntimeValue APMPEvaluator::failEditing(int code, std::string message) {
+  if (!failed_) {
+    failed_ = true;
+    error_ = platform::Error{kAPMPEditingErrorDomain, code, std::move(message)};
+  }
+  return {};
+}
+
+APMPRuntimeValue APMPEvaluator::evalStatement(const APMPStatementValue& statement,
+                                              APMPScope* scope) {
+  if (failed_) return {};
+  if (!tick()) return {};
+  if (++depth_ > kMaxDepth) {
+    --depth_;
+    return fail(kAPMPErrorCodeBudgetExceeded, "Maximum call depth exceeded");
+  }
+  V r = registrar_.evaluatorForCommand(statement.command()).evaluateCommand(statement, scope, *this);
+  --depth_;
+  if (failed_) return {};
+  return r;
+}
+
+APMPRuntimeValue APMPEvaluator::run(const APMPRuntimeValue& statements, APMPScope* scope) {
+  if (!statements.isArray()) return eval(statements, scope);
+  // Hold the list: a program may change the array it runs.
+  V hold = statements;
+  APMPArrayValue* list = hold.asArray();
+  V last;
+  for (std::size_t i = 0; i < list->size(); ++i) {
+    V statement = list->at(i);
+    last = eval(statement, scope);
+    if (failed_) return {};
+    if (last.isControl()) return last;
+  }
+  return last;
+}
+
+APMPRuntimeValue APMPEvaluator::evaluateStatement(const APMPRuntimeValue& statement,
+                                                  APMPScope* scope, platform::Error* error) {
+  failed_ = false;
+  V r = eval(statement, scope);
+  if (failed_) {
+    if (error) *error = error_;
+    return {};
+  }
+  return r;
+}
+
+APMPRuntimeValue APMPEvaluator::executeStatements(const APMPRuntimeValue& statements,
+                                                  APMPScope* scope, platform::Error* error) {
+  failed_ = false;
+  V r = run(statements, scope);
+  if (failed_) {
+    if (error) *error = error_;
+    return {};
+  }
+  return r;
+}
+
+APMPRuntimeValue APMPEvaluator::callFunction(const APMPRuntimeValue& function,
+                                             const APMPRuntimeValue* arguments,
+                                             std::size_t count) {
+  if (failed_) return {};
+  if (!function.isFunction()) {
+    return fail(kAPMPErrorCodeWrongArgumentKind, function.stringValue() + " is not a function");
+  }
+  V hold = function;
+  return hold.asFunction()->call(*this, arguments, count);
+}
+
+APMPRuntimeValue APMPEvaluator::applyWithName(const APMPRuntimeValue& target,
+                                              const std::string& name,
+                                              const APMPRuntimeValue* arguments, std::size_t count,
+                                              APMPScope*) {
+  switch (target.kind()) {
+    case APMPValueKind::kString:
+      return APMPStringCommandEvaluator::apply(target, name, arguments, count, *this);
+    case APMPValueKind::kArray:
+      return APMPArrayCommandEvaluator::apply(target, name, arguments, count, *this);
+    case APMPValueKind::kMap: {
+      const V* member = target.asMap()->find(name);
+      if (member && member->isFunction()) return callFunction(*member, arguments, count);
+      if (!member && name == "hasOwnProperty") {
+        std::string key = count ? arguments[0].stringValue() : "undefined";
+        return V::boolean(target.asMap()->find(key) != nullptr);
+      }
+      if (!member && name == "toString") return V::string("[object Object]");
+      return fail(kAPMPErrorCodeWrongArgumentKind, name + " is not a function");
+    }
+    case APMPValueKind::kUndefined:
+    case APMPValueKind::kNull:
+      return fail(kAPMPErrorCodeWrongArgumentKind,
+                  "Cannot read property " + name + " of " + target.stringValue());
+    default:
+      if (name == "toString") return V::string(target.stringValue());
+      // Numbers and booleans have no properties of their own.
+      if (name == "hasOwnProperty" && !target.isFunction()) return V::boolean(false);
+      return fail(kAPMPErrorCodeWrongArgumentKind, name + " is not a function");
+  }
+}
+
+APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
+                                         const APMPRuntimeValue* arguments, std::size_t count) {
+  if (!evaluator.enter()) return {};
+  APMPScope* callScope = new APMPScope(scope_);
+  callScope->retain();
+  for (std::size_t i = 0; i < parameters_.size(); ++i) {
+    callScope->addValue(i < count ? arguments[i] : V(), parameters_[i]);
+  }
+  V body = body_;
+  V r = evaluator.run(body, callScope);
+  callScope->release();
+  evaluator.leave();
+  if (r.isControl() && r.asControl()->type() == APMPControlValue::Type::kReturn) {
+    return r.asControl()->data();
+  }
+  return {};
+}

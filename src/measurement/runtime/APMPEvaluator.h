@@ -1,0 +1,192 @@
+// APMPEvaluator runs statements; APMPCommandRegistrar maps each command number to the
+// evaluator of its family.
+//
+// A statement is an APMPStatementValue: a command number (as text) and its arguments. Every
+// command evaluates its arguments itself, in order, and only those its meaning needs (the
+// logical ones evaluate the second only when the first does not decide). The arguments by
+// command:
+//
+//   math        0 add, 10 divide, 25 remainder, 26 multiply, 37 subtract: (a, b)
+//               27 negate, 34 and 35 identity: (a);  32, 33 first of two: (a, b)
+//   comparison  12 ==, 29 !=, 20 ===, 21 !==, 18 >, 19 >=, 23 <, 24 <=: (a, b)
+//   logical     1 and, 30 or: (a, b), yielding the deciding operand;  28 not: (a)
+//   bitwise     56 &, 57 <<, 59 |, 60 >>, 61 >>>, 62 ^: (a, b);  58 ~: (a)
+//   control     2 call a method: (target, name, [argument array])
+//               4 break, 6 continue: ()
+//               5, 9 run statements, 53 block (a child scope): (statement array)
+//               13 sequence: (a, ...), the last value
+//               22 if: (condition, then statements, [else statements])
+//               39 conditional: (condition, a, b), both evaluated, one yielded
+//               36 return: ([value])
+//               38 switch: (value, cases), each case an array [test, statements], or
+//                  [statements] for the default
+//               46 statement list: (array), yielded unevaluated
+//               50 function declaration, 51 function expression: (name, parameter names,
+//                  statements)
+//   variable    3 assign: (name, value);  41 declare, 52 declare constants:
+//                  (name, value, name, value, ...)
+//               7 array literal: (elements ...);  8 object literal: (name, value, ...)
+//               15 read a name: (name);  16, 17 read a property: (object, key)
+//               43 write a property: (object, key, value);  40 type name: (a)
+//               45 null, 44 undefined: ()
+//   loop        47, 54, 55 for-in and 64, 65, 66 for-of: (name, object, statements)
+//               63 for: (init, condition, update, statements)
+//               42 while: (condition, statements, [do-while flag])
+//
+// Any other command name is a call of the function bound to that name in the scope, with the
+// evaluated arguments (APMPFunctionEvaluator).
+//
+// Limits: each evaluation counts one instruction; at kInstructionBudget the run fails with
+// code 18. Evaluations nest at most kMaxDepth deep (a recursion past it fails with code 18,
+// never a stack overflow). After an error every evaluation yields undefined until the run
+// ends.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "measurement/runtime/APMPRuntimeValue.h"
+#include "measurement/runtime/APMPScope.h"
+
+class APMPEvaluator;
+
+// The evaluator of one family of commands.
+class APMPCommandEvaluator {
+ public:
+  virtual ~APMPCommandEvaluator() = default;
+  virtual APMPRuntimeValue evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
+                                           APMPEvaluator& evaluator) = 0;
+};
+
+class APMPMathCommandEvaluator;
+class APMPComparisonCommandEvaluator;
+class APMPLogicalCommandEvaluator;
+class APMPBitwiseCommandEvaluator;
+class APMPControlCommandEvaluator;
+class APMPVariableCommandEvaluator;
+class APMPLoopCommandEvaluator;
+class APMPFunctionEvaluator;
+
+// One evaluator per family, and the table from command number to evaluator.
+class APMPCommandRegistrar {
+ public:
+  static constexpr int kCommandCount = 67;
+  APMPCommandRegistrar();
+  ~APMPCommandRegistrar();
+  // The evaluator of `command`; APMPFunctionEvaluator for an unknown one.
+  APMPCommandEvaluator& evaluatorForCommand(int command) const {
+    return (command >= 0 && command < kCommandCount && table_[command]) ? *table_[command]
+                                                                         : *function_;
+  }
+  // Whether `command` is one of the numbered commands.
+  bool isKnownCommand(int command) const {
+    return command >= 0 && command < kCommandCount && table_[command] != nullptr;
+  }
+
+ private:
+  std::unique_ptr<APMPCommandEvaluator> math_, comparison_, logical_, bitwise_, control_,
+      variable_, loop_, function_;
+  std::array<APMPCommandEvaluator*, kCommandCount> table_{};
+};
+
+class APMPEvaluator {
+ public:
+  static constexpr std::uint64_t kInstructionBudget = 1000000;
+  static constexpr int kMaxDepth = 800;
+
+  APMPEvaluator();
+
+  // Evaluates one value: a statement runs its command, anything else is itself. Fills
+  // `error` and yields undefined on failure.
+  APMPRuntimeValue evaluateStatement(const APMPRuntimeValue& statement, APMPScope* scope,
+                                     platform::Error* error);
+  // Runs an array of statements in `scope`; yields the last statement's value, or the first
+  // control value (which ends the list). Anything but an array is evaluated as one statement.
+  APMPRuntimeValue executeStatements(const APMPRuntimeValue& statements, APMPScope* scope,
+                                     platform::Error* error);
+
+  std::uint64_t instructionCount() const { return instructions_; }
+  void resetInstructionCount() { instructions_ = 0; }
+
+  // For the command evaluators and native functions.
+  APMPRuntimeValue eval(const APMPRuntimeValue& value, APMPScope* scope) {
+    if (!value.isStatement()) return value;
+    return evalStatement(*value.asStatement(), scope);
+  }
+  APMPRuntimeValue run(const APMPRuntimeValue& statements, APMPScope* scope);
+  bool failed() const { return failed_; }
+  // Records the first error of the run; returns undefined for `return fail(...)`.
+  APMPRuntimeValue fail(int code, std::string message);
+  APMPRuntimeValue failEditing(int code, std::string message);
+  // Clears the error state (the start of a run) and hands out the last error.
+  void clearFailure() { failed_ = false; }
+  const platform::Error& lastError() const { return error_; }
+  const APMPCommandRegistrar& registrar() const { return registrar_; }
+
+  // Calls a method by name on a value (command 2, and the runtime's own calls).
+  APMPRuntimeValue applyWithName(const APMPRuntimeValue& target, const std::string& name,
+                                 const APMPRuntimeValue* arguments, std::size_t count,
+                                 APMPScope* scope);
+  // Calls `function` (which must be a function value) with `count` arguments.
+  APMPRuntimeValue callFunction(const APMPRuntimeValue& function, const APMPRuntimeValue* arguments,
+                                std::size_t count);
+
+  // Counts one instruction (a statement, a loop turn); fails with code 18 at the budget.
+  bool tick() {
+    if (++instructions_ >= kInstructionBudget) {
+      fail(kAPMPErrorCodeBudgetExceeded, "Instruction budget exceeded");
+      return false;
+    }
+    return true;
+  }
+  // Charges native work on `units` elements or bytes to the budget (one instruction per 64),
+  // so that a loop of large native operations still ends.
+  bool chargeWork(std::size_t units) {
+    instructions_ += units / 64;
+    if (instructions_ >= kInstructionBudget) {
+      fail(kAPMPErrorCodeBudgetExceeded, "Instruction budget exceeded");
+      return false;
+    }
+    return true;
+  }
+
+  // Depth of nested calls for native code that recurses (counted against kMaxDepth).
+  bool enter() {
+    if (++depth_ > kMaxDepth) {
+      --depth_;
+      fail(kAPMPErrorCodeBudgetExceeded, "Maximum call depth exceeded");
+      return false;
+    }
+    return true;
+  }
+  void leave() { --depth_; }
+
+ private:
+  APMPRuntimeValue evalStatement(const APMPStatementValue& statement, APMPScope* scope);
+
+  APMPCommandRegistrar registrar_;
+  std::uint64_t instructions_ = 0;
+  int depth_ = 0;
+  bool failed_ = false;
+  platform::Error error_;
+};
+
+// Method tables of strings and arrays (ECMAScript's methods of the same names, with strings
+// as bytes). Each returns undefined after a failure recorded in `evaluator`.
+struct APMPStringCommandEvaluator {
+  static APMPRuntimeValue apply(const APMPRuntimeValue& target, const std::string& name,
+                                const APMPRuntimeValue* arguments, std::size_t count,
+                                APMPEvaluator& evaluator);
+  // The longest subject a pattern method (match, search) accepts, in bytes, and the longest
+  // pattern: the pattern engine recurses per character.
+  static constexpr std::size_t kMaxPatternSubject = 4096;
+  static constexpr std::size_t kMaxPattern = 256;
+};
+
+struct APMPArrayCommandEvaluator {
+  static APMPRuntimeValue apply(const APMPRuntimeValue& target, const std::string& name,
+                                const APMPRuntimeValue* arguments, std::size_t count,
+                                APMPEvaluator& evaluator);
+};

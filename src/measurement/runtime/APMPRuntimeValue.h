@@ -1,0 +1,457 @@
+// Values of the event-editing language: undefined, null, booleans, numbers (doubles), strings,
+// arrays, objects ("maps"), functions, unevaluated statements and control signals.
+//
+// APMPRuntimeValue is a 16-byte handle: undefined, null, booleans and numbers live inside it
+// and never allocate. The other kinds are reference-counted heap objects (APMPStringValue,
+// APMPArrayValue, ...) that the handle points at; copying a handle shares the object, so a
+// string that is only read is never copied. Strings are immutable; arrays, maps and scopes
+// are mutable and shared, as objects are in ECMAScript.
+//
+// Heap objects made while an APMPHeap is current (APMPHeap::Current) are counted against its
+// byte bound and can take part in its cycle collection; outside one they are plain
+// reference-counted objects.
+//
+// Not thread-safe: a value belongs to the queue of the runtime that made it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/Types.h"
+
+class APMPHeap;
+class APMPHeapObject;
+class APMPStringValue;
+class APMPArrayValue;
+class APMPMapValue;
+class APMPFunctionValue;
+class APMPStatementValue;
+class APMPControlValue;
+class APMPScope;
+
+// Domain of the runtime's errors.
+inline constexpr const char* kAPMPErrorDomain = "com.stuvop.smp.measurement.pixie.ErrorDomain";
+// Domain of the event-editing layer's errors.
+inline constexpr const char* kAPMPEditingErrorDomain =
+    "com.stuvop.smp.measurement.pixie.editing.ErrorDomain";
+
+// Codes of kAPMPErrorDomain. Every resource limit (the instruction budget, the nesting depth
+// and the memory bound) reports kAPMPErrorCodeBudgetExceeded; everything a program gets wrong
+// about names, kinds and targets reports kAPMPErrorCodeWrongArgumentKind.
+enum APMPErrorCode : int {
+  kAPMPErrorCodeWrongArgumentCount = 9,
+  kAPMPErrorCodeWrongArgumentKind = 10,
+  kAPMPErrorCodeBudgetExceeded = 18,
+};
+
+// Codes of kAPMPEditingErrorDomain.
+enum APMPEditingErrorCode : int {
+  kAPMPEditingErrorCodeBadRuleType = 3,
+  kAPMPEditingErrorCodeProgramReturnedValue = 5,
+  kAPMPEditingErrorCodeBadRuleArgument = 6,
+  kAPMPEditingErrorCodeRuleNotAFunction = 7,
+};
+
+// Fills `error` (when non-null) and returns false.
+bool APMPSetError(platform::Error* error, int code, std::string message);
+bool APMPSetEditingError(platform::Error* error, int code, std::string message);
+
+enum class APMPValueKind : std::uint8_t {
+  kUndefined,
+  kNull,
+  kBoolean,
+  kNumber,
+  kString,
+  kArray,
+  kMap,
+  kFunction,
+  kStatement,
+  kControl,
+};
+
+// One value. Default-constructed it is undefined.
+class APMPRuntimeValue {
+ public:
+  APMPRuntimeValue() : kind_(APMPValueKind::kUndefined), bits_(0) {}
+  ~APMPRuntimeValue() { release(); }
+  APMPRuntimeValue(const APMPRuntimeValue& other) : kind_(other.kind_), bits_(other.bits_) {
+    retain();
+  }
+  APMPRuntimeValue(APMPRuntimeValue&& other) noexcept : kind_(other.kind_), bits_(other.bits_) {
+    other.kind_ = APMPValueKind::kUndefined;
+  }
+  // Both assignments take the new value before letting the old one go: the old value may
+  // own the new one (a control value's data).
+  APMPRuntimeValue& operator=(const APMPRuntimeValue& other) {
+    APMPRuntimeValue copy(other);
+    swap(copy);
+    return *this;
+  }
+  APMPRuntimeValue& operator=(APMPRuntimeValue&& other) noexcept {
+    APMPRuntimeValue taken(std::move(other));
+    swap(taken);
+    return *this;
+  }
+  void swap(APMPRuntimeValue& other) noexcept {
+    std::swap(kind_, other.kind_);
+    std::swap(bits_, other.bits_);
+  }
+
+  // Takes one reference to `object` (which must not be null).
+  explicit APMPRuntimeValue(APMPHeapObject* object);
+
+  static APMPRuntimeValue undefined() { return {}; }
+  static APMPRuntimeValue null() {
+    APMPRuntimeValue v;
+    v.kind_ = APMPValueKind::kNull;
+    return v;
+  }
+  static APMPRuntimeValue boolean(bool b) {
+    APMPRuntimeValue v;
+    v.kind_ = APMPValueKind::kBoolean;
+    v.boolean_ = b;
+    return v;
+  }
+  static APMPRuntimeValue number(double d) {
+    APMPRuntimeValue v;
+    v.kind_ = APMPValueKind::kNumber;
+    v.number_ = d;
+    return v;
+  }
+  // A new string value (allocates).
+  static APMPRuntimeValue string(std::string s);
+
+  APMPValueKind kind() const { return kind_; }
+  bool isUndefined() const { return kind_ == APMPValueKind::kUndefined; }
+  bool isNull() const { return kind_ == APMPValueKind::kNull; }
+  bool isNullish() const { return kind_ <= APMPValueKind::kNull; }
+  bool isBoolean() const { return kind_ == APMPValueKind::kBoolean; }
+  bool isNumber() const { return kind_ == APMPValueKind::kNumber; }
+  bool isString() const { return kind_ == APMPValueKind::kString; }
+  bool isArray() const { return kind_ == APMPValueKind::kArray; }
+  bool isMap() const { return kind_ == APMPValueKind::kMap; }
+  bool isFunction() const { return kind_ == APMPValueKind::kFunction; }
+  bool isStatement() const { return kind_ == APMPValueKind::kStatement; }
+  bool isControl() const { return kind_ == APMPValueKind::kControl; }
+  // Strings, arrays, maps, functions, statements and controls: a heap object behind it.
+  bool isHeap() const { return kind_ >= APMPValueKind::kString; }
+  // Arrays, maps and functions: compared by identity.
+  bool isObject() const { return kind_ >= APMPValueKind::kArray && kind_ <= APMPValueKind::kFunction; }
+
+  // Payload readers; each requires the matching kind.
+  bool booleanPayload() const { return boolean_; }
+  double numberPayload() const { return number_; }
+  const std::string& stringPayload() const;
+  APMPHeapObject* object() const { return object_; }
+  APMPStringValue* asString() const;
+  APMPArrayValue* asArray() const;
+  APMPMapValue* asMap() const;
+  APMPFunctionValue* asFunction() const;
+  APMPStatementValue* asStatement() const;
+  APMPControlValue* asControl() const;
+
+  // ECMAScript conversions. Text: numbers in the shortest round-trip form ("NaN",
+  // "Infinity", "1e+21", "1.5e-7"), arrays joined with "," (a cycle gives ""), maps
+  // "[object Object]". Number: undefined NaN, null 0, booleans 1 or 0, strings by the
+  // numeric-literal grammar (empty is 0, junk NaN), arrays through their text.
+  std::string stringValue() const;
+  double doubleValue() const;
+  bool booleanValue() const;
+  // The names of the base class of values, for callers that expect an error record; the
+  // conversions cannot fail, so `error` is never filled.
+  std::string stringValueOrError(platform::Error* error) const;
+  double doubleValueOrError(platform::Error* error) const;
+  bool booleanValueOrError(platform::Error* error) const;
+
+  // Strict equality (===): same kind, numbers by value (NaN unequal, 0 == -0), strings by
+  // content, objects by identity.
+  bool isEqualToRuntimeValue(const APMPRuntimeValue& other) const;
+  // Loose equality (==) with conversions.
+  bool looselyEquals(const APMPRuntimeValue& other) const;
+  // The operator name of `typeof`.
+  const char* typeName() const;
+
+  // A property read: array and string indices and "length", map entries; undefined for
+  // anything missing. Reading from undefined or null fails with code 10.
+  APMPRuntimeValue valueForProperty(const APMPRuntimeValue& key, platform::Error* error) const;
+  // A property write on arrays (indices and "length") and maps; fails with code 10 on other
+  // kinds or a bad index, and with code 18 past the memory bound.
+  bool setValueForProperty(const APMPRuntimeValue& key, APMPRuntimeValue value,
+                           platform::Error* error) const;
+
+ private:
+  void retain() const;
+  void release();
+
+  APMPValueKind kind_;
+  union {
+    std::uint64_t bits_;
+    double number_;
+    bool boolean_;
+    APMPHeapObject* object_;
+  };
+};
+
+// The text of a number as ECMAScript's Number::toString writes it.
+std::string APMPNumberToString(double d);
+// Appends the same text to `out` (no temporary).
+void APMPAppendNumber(std::string& out, double d);
+// A string's number by ECMAScript's StringToNumber (whitespace trimmed, "Infinity", hex,
+// octal and binary literals).
+double APMPStringToNumber(std::string_view s);
+// ToInt32 and ToUint32.
+std::int32_t APMPToInt32(double d);
+std::uint32_t APMPToUint32(double d);
+// An array index written in canonical decimal ("0", "17"; not "01" or "1.0"), or -1.
+std::int64_t APMPArrayIndexOf(std::string_view key);
+
+// The heap: live bytes against a bound, and the objects it tracks for cycle collection.
+class APMPHeap {
+ public:
+  // Live bytes of strings, elements and entries a heap allows: 64 MiB.
+  static constexpr std::size_t kDefaultByteLimit = 64u << 20;
+
+  explicit APMPHeap(std::size_t byteLimit = kDefaultByteLimit) : byteLimit_(byteLimit) {}
+  // Frees every object it still tracks (contents cleared first, so cycles go too).
+  ~APMPHeap();
+  APMPHeap(const APMPHeap&) = delete;
+  APMPHeap& operator=(const APMPHeap&) = delete;
+
+  // Makes a heap current on this thread for its lifetime; restores the previous one.
+  class Current {
+   public:
+    explicit Current(APMPHeap* heap);
+    ~Current();
+    Current(const Current&) = delete;
+    Current& operator=(const Current&) = delete;
+
+   private:
+    APMPHeap* previous_;
+  };
+  static APMPHeap* current();
+
+  // Whether `bytes` more fit under the bound (always true without a current heap).
+  static bool canAllocate(std::size_t bytes);
+  std::size_t liveBytes() const { return liveBytes_; }
+  std::size_t byteLimit() const { return byteLimit_; }
+  std::size_t objectCount() const { return objectCount_; }
+
+  // Frees the tracked objects that only references among tracked objects keep alive: the
+  // cycles a program leaves behind (a function bound in the scope it closes over). Objects
+  // that a handle outside the heap's objects holds stay, with all they reach. Returns how
+  // many objects were freed.
+  std::size_t collectCycles();
+  // Runs collectCycles when the number of objects has doubled since the last run.
+  void collectIfGrown();
+
+ private:
+  friend class APMPHeapObject;
+  void track(APMPHeapObject* object);
+  void untrack(APMPHeapObject* object);
+
+  std::size_t byteLimit_;
+  std::size_t liveBytes_ = 0;
+  std::size_t objectCount_ = 0;
+  std::size_t countAfterCollection_ = 64;
+  APMPHeapObject* first_ = nullptr;
+};
+
+// Base of every value that lives on the heap.
+class APMPHeapObject {
+ public:
+  APMPHeapObject(const APMPHeapObject&) = delete;
+  APMPHeapObject& operator=(const APMPHeapObject&) = delete;
+  virtual ~APMPHeapObject();
+
+  virtual APMPValueKind kind() const = 0;
+  // Calls `visit` on every heap object this one holds a reference to.
+  virtual void traverse(void (*visit)(APMPHeapObject*, void*), void* context) = 0;
+  // Drops every reference this object holds (cycle collection).
+  virtual void clearReferences() = 0;
+
+  void retain() { ++refs_; }
+  void release() {
+    if (--refs_ == 0) destroy(this);
+  }
+  std::uint32_t referenceCount() const { return refs_; }
+
+ protected:
+  APMPHeapObject();
+  // Deletes `object` without recursion: objects it frees in turn wait in a list, so that a
+  // deeply nested value (an array inside an array, a million deep) cannot exhaust the stack.
+  static void destroy(APMPHeapObject* object);
+  // Adjusts the bytes charged to the heap that tracks this object.
+  void charge(std::ptrdiff_t bytes);
+
+ private:
+  friend class APMPHeap;
+  std::uint32_t refs_ = 0;
+  std::uint32_t gcRefs_ = 0;
+  std::size_t bytes_ = 0;
+  APMPHeap* heap_ = nullptr;
+  APMPHeapObject* prev_ = nullptr;
+  APMPHeapObject* next_ = nullptr;
+};
+
+// An immutable string.
+class APMPStringValue final : public APMPHeapObject {
+ public:
+  explicit APMPStringValue(std::string s);
+  APMPValueKind kind() const override { return APMPValueKind::kString; }
+  void traverse(void (*)(APMPHeapObject*, void*), void*) override {}
+  void clearReferences() override {}
+  const std::string& value() const { return value_; }
+
+ private:
+  std::string value_;
+};
+
+// An array. Dense storage; a write past the end fills the gap with undefined, within the
+// heap's bound.
+class APMPArrayValue final : public APMPHeapObject {
+ public:
+  APMPArrayValue() = default;
+  explicit APMPArrayValue(std::vector<APMPRuntimeValue> elements);
+  ~APMPArrayValue() override;
+  APMPValueKind kind() const override { return APMPValueKind::kArray; }
+  void traverse(void (*visit)(APMPHeapObject*, void*), void* context) override;
+  void clearReferences() override;
+
+  std::size_t size() const { return elements_.size(); }
+  const APMPRuntimeValue& at(std::size_t i) const { return elements_[i]; }
+  const std::vector<APMPRuntimeValue>& elements() const { return elements_; }
+  // Mutators keep the heap's byte count; `reserveFor` and `resize` fail past the bound.
+  bool push(APMPRuntimeValue value);
+  bool resize(std::size_t size);
+  void set(std::size_t i, APMPRuntimeValue value) { elements_[i] = std::move(value); }
+  std::vector<APMPRuntimeValue>& mutableElements() { return elements_; }
+  // Charges the heap for the current size (after direct edits of mutableElements).
+  bool recharge();
+
+  // Whether the array, read as a statement list, declares names at its own level (so that a
+  // loop body or block needs a scope of its own). Computed once.
+  bool declaresNames();
+
+ private:
+  std::vector<APMPRuntimeValue> elements_;
+  std::int8_t declaresNames_ = -1;
+};
+
+// An object: properties in insertion order.
+class APMPMapValue final : public APMPHeapObject {
+ public:
+  APMPValueKind kind() const override { return APMPValueKind::kMap; }
+  void traverse(void (*visit)(APMPHeapObject*, void*), void* context) override;
+  void clearReferences() override;
+
+  // The value under `name`, or null when there is none.
+  const APMPRuntimeValue* find(std::string_view name) const;
+  bool set(std::string_view name, APMPRuntimeValue value);
+  std::size_t size() const { return entries_.size(); }
+  const std::vector<std::pair<std::string, APMPRuntimeValue>>& entries() const { return entries_; }
+
+ private:
+  std::vector<std::pair<std::string, APMPRuntimeValue>> entries_;
+};
+
+class APMPEvaluator;
+
+// A function: a name, parameter names, a statement list and the scope it was defined in.
+// Native functions derive from it and override call.
+class APMPFunctionValue : public APMPHeapObject {
+ public:
+  APMPFunctionValue(std::string name, std::vector<std::string> parameters, APMPRuntimeValue body,
+                    APMPScope* scope);
+  ~APMPFunctionValue() override;
+  APMPValueKind kind() const override { return APMPValueKind::kFunction; }
+  void traverse(void (*visit)(APMPHeapObject*, void*), void* context) override;
+  void clearReferences() override;
+
+  const std::string& name() const { return name_; }
+  const std::vector<std::string>& parameters() const { return parameters_; }
+  const APMPRuntimeValue& body() const { return body_; }
+  APMPScope* scope() const { return scope_; }
+  // "function NAME(a, b) { [code] }" for a program's function, "[native code]" in the body
+  // for a native one.
+  virtual std::string text() const;
+
+  // Runs the function with `arguments`: binds the parameters in a child of the defining
+  // scope (missing ones undefined) and runs the body; a `return` gives its data, anything
+  // else undefined. On failure returns undefined with the error recorded in `evaluator`.
+  virtual APMPRuntimeValue call(APMPEvaluator& evaluator, const APMPRuntimeValue* arguments,
+                                std::size_t count);
+
+ protected:
+  explicit APMPFunctionValue(std::string name);
+
+ private:
+  std::string name_;
+  std::vector<std::string> parameters_;
+  APMPRuntimeValue body_;
+  APMPScope* scope_ = nullptr;
+};
+
+// Unevaluated code: a command (its number as text in `functionName`) and its arguments.
+class APMPStatementValue final : public APMPHeapObject {
+ public:
+  APMPStatementValue(std::string functionName, std::vector<APMPRuntimeValue> arguments);
+  APMPValueKind kind() const override { return APMPValueKind::kStatement; }
+  void traverse(void (*visit)(APMPHeapObject*, void*), void* context) override;
+  void clearReferences() override;
+
+  const std::string& functionName() const { return functionName_; }
+  // The command number, or -1 when the name is no number.
+  int command() const { return command_; }
+  const std::vector<APMPRuntimeValue>& arguments() const { return arguments_; }
+
+ private:
+  std::string functionName_;
+  int command_;
+  std::vector<APMPRuntimeValue> arguments_;
+};
+
+// A jump up the stack: break, continue, or return with data.
+class APMPControlValue final : public APMPHeapObject {
+ public:
+  enum class Type : std::uint8_t { kBreak, kContinue, kReturn };
+  APMPControlValue(Type type, APMPRuntimeValue data);
+  APMPValueKind kind() const override { return APMPValueKind::kControl; }
+  void traverse(void (*visit)(APMPHeapObject*, void*), void* context) override;
+  void clearReferences() override;
+
+  Type type() const { return type_; }
+  const APMPRuntimeValue& data() const { return data_; }
+
+  // The shared break and continue signals (no allocation).
+  static const APMPRuntimeValue& breakValue();
+  static const APMPRuntimeValue& continueValue();
+
+ private:
+  Type type_;
+  APMPRuntimeValue data_;
+};
+
+// Namespaces of the scalar classes: shared instances and texts. The values themselves live
+// inside APMPRuntimeValue.
+struct APMPUndefinedValue {
+  static const APMPRuntimeValue& sharedInstance();
+};
+struct APMPNullValue {
+  static const APMPRuntimeValue& sharedInstance();
+};
+struct APMPBooleanValue {
+  static APMPRuntimeValue valueWithBool(bool b) { return APMPRuntimeValue::boolean(b); }
+};
+struct APMPNumberValue {
+  static APMPRuntimeValue valueWithDouble(double d) { return APMPRuntimeValue::number(d); }
+};
+
+// Makes a heap object and returns its handle.
+template <class T, class... Args>
+APMPRuntimeValue APMPMake(Args&&... args) {
+  return APMPRuntimeValue(new T(std::forward<Args>(args)...));
+}

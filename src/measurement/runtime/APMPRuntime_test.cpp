@@ -1,0 +1,360 @@
+#include "measurement/runtime/APMPRuntime.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "measurement/runtime/APMPProgramBuilder.h"
+
+namespace {
+
+using V = APMPRuntimeValue;
+
+// Runs statements in a fresh runtime; the value of a top-level return, or of the last one.
+struct Sandbox {
+  APMPRuntime runtime;
+  platform::Error error;
+  V operator()(std::vector<V> statements) {
+    V r;
+    {
+      APMPHeap::Current current(&runtime.heap());
+      V program = P::list(std::move(statements));
+      r = runtime.executeStatements(program, &error);
+    }
+    if (r.isControl()) return r.asControl()->data();
+    return r;
+  }
+  std::string text(std::vector<V> statements) { return (*this)(std::move(statements)).stringValue(); }
+};
+
+V binary(const char* command, V a, V b) { return P::call(command, {std::move(a), std::move(b)}); }
+
+TEST(APMPRuntimeTest, ConversionsFollowECMAScript) {
+  Sandbox run;
+  EXPECT_EQ(run.text({binary("0", P::str("1"), P::num(2))}), "12");
+  EXPECT_EQ(run({binary("26", P::str("3"), P::num(2))}).numberPayload(), 6);
+  EXPECT_TRUE(run({binary("23", P::num(2), P::str("10"))}).booleanPayload());
+  EXPECT_FALSE(run({binary("23", P::str("2"), P::str("10"))}).booleanPayload());
+  EXPECT_EQ(run.text({binary("10", P::num(1), P::num(0))}), "Infinity");
+  EXPECT_EQ(run.text({binary("10", P::num(-1), P::num(0))}), "-Infinity");
+  EXPECT_EQ(run.text({binary("10", P::num(0), P::num(0))}), "NaN");
+  EXPECT_EQ(run.text({binary("25", P::num(-7), P::num(3))}), "-1");
+  EXPECT_EQ(run.text({binary("0", P::call("7", {P::num(1), P::num(2)}), P::num(3))}), "1,23");
+  EXPECT_EQ(run.text({binary("0", P::call("8"), P::str(""))}), "[object Object]");
+  EXPECT_TRUE(run({binary("12", P::call("45"), P::call("44"))}).booleanPayload());
+  EXPECT_FALSE(run({binary("20", P::call("45"), P::call("44"))}).booleanPayload());
+  EXPECT_TRUE(run({binary("12", P::str(" 1e3 "), P::num(1000))}).booleanPayload());
+  EXPECT_TRUE(run({binary("12", P::call("7", {P::num(5)}), P::num(5))}).booleanPayload());
+  EXPECT_FALSE(run({binary("12", P::num(std::nan("")), P::num(std::nan("")))}).booleanPayload());
+  EXPECT_EQ(run.text({P::call("40", {P::call("45")})}), "object");
+  EXPECT_EQ(run.text({P::call("40", {P::function("", {}, {})})}), "function");
+  EXPECT_EQ(run.text({binary("60", P::num(-16), P::num(2))}), "-4");
+  EXPECT_EQ(run.text({binary("61", P::num(-1), P::num(0))}), "4294967295");
+  EXPECT_EQ(run.text({P::call("58", {P::num(5.7)})}), "-6");
+}
+
+TEST(APMPRuntimeTest, NumbersPrintInShortestForm) {
+  EXPECT_EQ(APMPNumberToString(0.1 + 0.2), "0.30000000000000004");
+  EXPECT_EQ(APMPNumberToString(1e21), "1e+21");
+  EXPECT_EQ(APMPNumberToString(123456789012345680000.0), "123456789012345680000");
+  EXPECT_EQ(APMPNumberToString(1.5e-7), "1.5e-7");
+  EXPECT_EQ(APMPNumberToString(0.000001), "0.000001");
+  EXPECT_EQ(APMPNumberToString(-0.0), "0");
+  EXPECT_EQ(APMPNumberToString(-2.5), "-2.5");
+  EXPECT_EQ(APMPNumberToString(5e-324), "5e-324");
+  EXPECT_TRUE(std::isnan(APMPStringToNumber("12px")));
+  EXPECT_TRUE(std::isnan(APMPStringToNumber(".")));
+  EXPECT_TRUE(std::isnan(APMPStringToNumber("1e")));
+  EXPECT_EQ(APMPStringToNumber("0x1F"), 31);
+  EXPECT_EQ(APMPStringToNumber("  -Infinity\n"), -INFINITY);
+  EXPECT_EQ(APMPStringToNumber("1e400"), INFINITY);
+  EXPECT_EQ(APMPStringToNumber(""), 0);
+  EXPECT_EQ(APMPStringToNumber(".5"), 0.5);
+}
+
+TEST(APMPRuntimeTest, ClosuresKeepTheirOwnCounters) {
+  Sandbox run;
+  // function make() { let n = 0; return function () { n = n + 1; return n; }; }
+  V make = P::call("50", {P::str("make"), P::list({}),
+                          P::list({P::let("n", P::num(0)),
+                                   P::ret(P::function("", {}, {P::assign("n", binary("0", P::var("n"), P::num(1))),
+                                                               P::ret(P::var("n"))}))})});
+  V result = run({make, P::let("a", P::call("make")), P::let("b", P::call("make")),
+                  P::call("a"), P::call("a"), P::call("b"),
+                  P::ret(P::call("7", {P::call("a"), P::call("b")}))});
+  EXPECT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(result.stringValue(), "3,2");
+}
+
+TEST(APMPRuntimeTest, LoopsAbsorbBreakAndContinueAndPassReturnUp) {
+  Sandbox run;
+  // let s = 0; for (let i = 0; i < 10; i = i + 1) { if (i == 2) continue; if (i == 5) break; s = s + i; }
+  V loop = P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(10)),
+                          P::assign("i", binary("0", P::var("i"), P::num(1))),
+                          P::list({P::call("22", {binary("20", P::var("i"), P::num(2)), P::list({P::call("6")})}),
+                                   P::call("22", {binary("20", P::var("i"), P::num(5)), P::list({P::call("4")})}),
+                                   P::assign("s", binary("0", P::var("s"), P::var("i")))})});
+  EXPECT_EQ(run.text({P::let("s", P::num(0)), loop, P::ret(P::var("s"))}), "8");
+
+  // A break outside a loop ends the list and stays a control value.
+  Sandbox outside;
+  APMPHeap::Current current(&outside.runtime.heap());
+  V r = outside.runtime.executeStatements(P::list({P::call("4"), P::let("x", P::num(1))}), nullptr);
+  ASSERT_TRUE(r.isControl());
+  EXPECT_EQ(r.asControl()->type(), APMPControlValue::Type::kBreak);
+  EXPECT_FALSE(outside.runtime.getRunScope()->hasName("x"));
+
+  // while with a return inside a function: the function yields the data.
+  Sandbox inner;
+  V f = P::function("", {}, {P::call("42", {P::boolean(true), P::list({P::ret(P::str("out"))})})});
+  EXPECT_EQ(inner.text({P::let("f", f), P::ret(P::call("f"))}), "out");
+}
+
+TEST(APMPRuntimeTest, SwitchFallsThroughUntilBreak) {
+  Sandbox run;
+  auto cases = P::list({P::list({P::num(1), P::list({P::assign("s", binary("0", P::var("s"), P::str("a")))})}),
+                        P::list({P::num(2), P::list({P::assign("s", binary("0", P::var("s"), P::str("b")))})}),
+                        P::list({P::list({P::assign("s", binary("0", P::var("s"), P::str("d"))), P::call("4")})}),
+                        P::list({P::num(3), P::list({P::assign("s", binary("0", P::var("s"), P::str("c")))})})});
+  EXPECT_EQ(run.text({P::let("s", P::str("")), P::call("38", {P::num(1), cases}), P::ret(P::var("s"))}), "abd");
+  Sandbox none;
+  EXPECT_EQ(none.text({P::let("s", P::str("")), P::call("38", {P::str("1"), cases}), P::ret(P::var("s"))}), "d");
+}
+
+TEST(APMPRuntimeTest, ArgumentErrorsUseTheirCodesAndStopTheRun) {
+  Sandbox arity;
+  arity({P::call("0", {P::num(1)}), P::let("after", P::num(1))});
+  EXPECT_EQ(arity.error.domain, kAPMPErrorDomain);
+  EXPECT_EQ(arity.error.code, kAPMPErrorCodeWrongArgumentCount);
+  EXPECT_FALSE(arity.runtime.getRunScope()->hasName("after"));
+
+  Sandbox emptySequence;
+  emptySequence({P::call("13")});
+  EXPECT_EQ(emptySequence.error.code, kAPMPErrorCodeWrongArgumentCount);
+
+  for (auto program : std::vector<V>{P::var("missing"), P::call("99", {P::num(1)}), P::call("nothing"),
+                                     P::call("16", {P::call("44"), P::str("x")}),
+                                     P::method(P::num(1), "push", {}), P::method(P::str("a"), "nope", {}),
+                                     P::call("64", {P::str("x"), P::num(3), P::list({})})}) {
+    Sandbox kind;
+    EXPECT_TRUE(kind({program}).isUndefined());
+    EXPECT_EQ(kind.error.code, kAPMPErrorCodeWrongArgumentKind) << kind.error.localizedDescription;
+  }
+}
+
+TEST(APMPRuntimeTest, ConstantsRefuseWritesAndKeepTheirValue) {
+  Sandbox run;
+  run({P::call("52", {P::str("k"), P::num(1)}), P::assign("k", P::num(2))});
+  EXPECT_EQ(run.error.code, kAPMPErrorCodeWrongArgumentKind);
+  const V* k = run.runtime.getRunScope()->valueForName("k");
+  ASSERT_NE(k, nullptr);
+  EXPECT_EQ(k->numberPayload(), 1);
+  // Built-ins are constants too.
+  Sandbox builtin;
+  builtin({P::assign("event", P::num(2))});
+  EXPECT_EQ(builtin.error.code, kAPMPErrorCodeWrongArgumentKind);
+}
+
+TEST(APMPRuntimeTest, TheBudgetStopsEndlessLoopsAndResets) {
+  Sandbox run;
+  // while (true) {} — no statement in the body, the loop turns still count.
+  run({P::call("42", {P::boolean(true), P::list({})})});
+  EXPECT_EQ(run.error.code, kAPMPErrorCodeBudgetExceeded);
+  EXPECT_EQ(run.runtime.getInstructionCount(), APMPEvaluator::kInstructionBudget);
+  EXPECT_EQ(run.runtime.getRunScope()->valueForName("runtime.counter")->numberPayload(), 1000000);
+  run.runtime.resetInstructionCount();
+  run.error = {};
+  EXPECT_EQ(run({P::ret(P::num(7))}).numberPayload(), 7);
+  EXPECT_EQ(run.error.code, 0);
+}
+
+TEST(APMPRuntimeTest, EndlessRecursionFailsWithoutExhaustingTheStack) {
+  Sandbox run;
+  V f = P::call("50", {P::str("f"), P::list({P::str("n")}),
+                       P::list({P::ret(binary("0", P::call("f", {binary("0", P::var("n"), P::num(1))}), P::num(1)))})});
+  run({f, P::call("f", {P::num(0)})});
+  EXPECT_EQ(run.error.code, kAPMPErrorCodeBudgetExceeded);
+  EXPECT_NE(run.error.localizedDescription.find("depth"), std::string::npos);
+  // A recursion of moderate depth works.
+  Sandbox fine;
+  V g = P::call("50", {P::str("g"), P::list({P::str("n")}),
+                       P::list({P::call("22", {binary("24", P::var("n"), P::num(0)), P::list({P::ret(P::num(0))})}),
+                                P::ret(binary("0", P::call("g", {binary("37", P::var("n"), P::num(1))}), P::num(1)))})});
+  EXPECT_EQ(fine.text({g, P::ret(P::call("g", {P::num(100)}))}), "100");
+}
+
+TEST(APMPRuntimeTest, HugeValuesHitTheMemoryBound) {
+  Sandbox strings;
+  // let s = "x"; while (true) s = s + s;
+  strings({P::let("s", P::str("xxxxxxxx")),
+           P::call("42", {P::boolean(true), P::list({P::assign("s", binary("0", P::var("s"), P::var("s")))})})});
+  EXPECT_EQ(strings.error.code, kAPMPErrorCodeBudgetExceeded);
+  EXPECT_LE(strings.runtime.heap().liveBytes(), APMPHeap::kDefaultByteLimit);
+
+  Sandbox arrays;
+  arrays({P::let("a", P::call("7")), P::call("43", {P::var("a"), P::num(4e9), P::num(1)})});
+  EXPECT_EQ(arrays.error.code, kAPMPErrorCodeBudgetExceeded);
+}
+
+TEST(APMPRuntimeTest, StringMethods) {
+  Sandbox run;
+  auto m = [&](const char* s, const char* name, std::vector<V> args) {
+    Sandbox r;
+    V v = r({P::ret(P::method(P::str(s), name, std::move(args)))});
+    EXPECT_EQ(r.error.code, 0) << name << ": " << r.error.localizedDescription;
+    return v.stringValue();
+  };
+  EXPECT_EQ(m("hello", "charAt", {P::num(1)}), "e");
+  EXPECT_EQ(m("hello", "charAt", {P::num(9)}), "");
+  EXPECT_EQ(m("a,b,,c", "split", {P::str(",")}), "a,b,,c");
+  EXPECT_EQ(m("abc", "split", {P::str("")}), "a,b,c");
+  EXPECT_EQ(m("a-b-c", "split", {P::str("-"), P::num(2)}), "a,b");
+  EXPECT_EQ(m("hello", "slice", {P::num(-3)}), "llo");
+  EXPECT_EQ(m("hello", "substring", {P::num(4), P::num(1)}), "ell");
+  EXPECT_EQ(m("abcabc", "lastIndexOf", {P::str("b")}), "4");
+  EXPECT_EQ(m("abc", "indexOf", {P::str(""), P::num(10)}), "3");
+  EXPECT_EQ(m("aXbX", "replace", {P::str("X"), P::str("[$&]")}), "a[X]bX");
+  EXPECT_EQ(m("  pad \n", "trim", {}), "pad");
+  EXPECT_EQ(m("MiXed", "toLowerCase", {}), "mixed");
+  EXPECT_EQ(m("item_42_x", "match", {P::str("_(\\d+)_")}), "_42_,42");
+  EXPECT_EQ(m("item", "search", {P::str("t")}), "1");
+  EXPECT_EQ(m("ab", "concat", {P::num(1), P::call("45")}), "ab1null");
+  Sandbox length;
+  EXPECT_EQ(length.text({P::ret(P::call("16", {P::str("four"), P::str("length")}))}), "4");
+  Sandbox bad;
+  bad({P::method(P::str("x"), "match", {P::str("(")})});
+  EXPECT_EQ(bad.error.code, kAPMPErrorCodeWrongArgumentKind);
+}
+
+TEST(APMPRuntimeTest, ArrayMethods) {
+  auto m = [&](std::vector<V> setup, V result) {
+    Sandbox r;
+    setup.push_back(P::ret(std::move(result)));
+    V v = r(std::move(setup));
+    EXPECT_EQ(r.error.code, 0) << r.error.localizedDescription;
+    return v.stringValue();
+  };
+  V a = P::let("a", P::call("7", {P::num(3), P::num(1), P::num(10), P::num(2)}));
+  EXPECT_EQ(m({a}, P::method(P::var("a"), "sort", {})), "1,10,2,3");
+  V byValue = P::function("", {"x", "y"}, {P::ret(binary("37", P::var("x"), P::var("y")))});
+  EXPECT_EQ(m({a}, P::method(P::var("a"), "sort", {byValue})), "1,2,3,10");
+  V twice = P::function("", {"x"}, {P::ret(binary("26", P::var("x"), P::num(2)))});
+  EXPECT_EQ(m({a}, P::method(P::var("a"), "map", {twice})), "6,2,20,4");
+  V sum = P::function("", {"s", "x"}, {P::ret(binary("0", P::var("s"), P::var("x")))});
+  EXPECT_EQ(m({a}, P::method(P::var("a"), "reduce", {sum})), "16");
+  EXPECT_EQ(m({a}, P::method(P::var("a"), "reduceRight", {sum, P::str("")})), "21013");
+  EXPECT_EQ(m({a, P::method(P::var("a"), "splice", {P::num(1), P::num(2), P::str("x")})}, P::var("a")), "3,x,2");
+  EXPECT_EQ(m({a, P::method(P::var("a"), "unshift", {P::num(0)}), P::method(P::var("a"), "shift", {}),
+               P::method(P::var("a"), "pop", {})},
+              P::var("a")),
+            "3,1,10");
+  EXPECT_EQ(m({a}, P::method(P::var("a"), "indexOf", {P::str("1")})), "-1");
+  EXPECT_EQ(m({a}, P::method(P::var("a"), "slice", {P::num(-2)})), "10,2");
+  EXPECT_EQ(m({a}, P::method(P::var("a"), "concat", {P::call("7", {P::num(4)}), P::num(5)})), "3,1,10,2,4,5");
+  EXPECT_EQ(m({a}, P::method(P::var("a"), "join", {P::str("-")})), "3-1-10-2");
+  EXPECT_EQ(m({a, P::call("43", {P::var("a"), P::num(6), P::num(7)})}, P::var("a")), "3,1,10,2,,,7");
+  Sandbox empty;
+  empty({P::method(P::call("7"), "reduce", {sum})});
+  EXPECT_EQ(empty.error.code, kAPMPErrorCodeWrongArgumentKind);
+}
+
+TEST(APMPRuntimeTest, ForInAndForOfBindings) {
+  Sandbox run;
+  V object = P::let("o", P::call("8", {P::str("a"), P::num(1), P::str("b"), P::num(2)}));
+  V forIn = P::call("54", {P::str("k"), P::var("o"), P::list({P::assign("s", binary("0", P::var("s"), P::var("k")))})});
+  V forOf = P::call("66", {P::str("c"), P::str("xy"), P::list({P::assign("s", binary("0", P::var("s"), P::var("c")))})});
+  EXPECT_EQ(run.text({P::let("s", P::str("")), object, forIn, forOf, P::ret(P::var("s"))}), "abxy");
+  EXPECT_FALSE(run.runtime.getRunScope()->hasName("k"));
+  // The immutable binding refuses a write in the body.
+  Sandbox immutable;
+  immutable({P::call("55", {P::str("k"), P::call("7", {P::num(1)}), P::list({P::assign("k", P::num(2))})})});
+  EXPECT_EQ(immutable.error.code, kAPMPErrorCodeWrongArgumentKind);
+}
+
+TEST(APMPRuntimeTest, CyclesArePrintedAndCollected) {
+  Sandbox run;
+  EXPECT_EQ(run.text({P::let("a", P::call("7", {P::num(1)})), P::method(P::var("a"), "push", {P::var("a")}),
+                      P::ret(binary("0", P::var("a"), P::str("")))}),
+            "1,");
+  // Functions bound in the scope they close over are a cycle: collection frees them.
+  APMPRuntime runtime;
+  APMPHeap::Current current(&runtime.heap());
+  V body = P::list({P::call("53", {P::list({P::call("50", {P::str("f"), P::list({}), P::list({})})})})});
+  std::size_t before = runtime.heap().objectCount();
+  for (int i = 0; i < 50; ++i) runtime.executeStatements(body, nullptr);
+  EXPECT_GT(runtime.heap().objectCount(), before + 50);
+  runtime.heap().collectCycles();
+  EXPECT_LE(runtime.heap().objectCount(), before + 2);
+  // What an outside handle holds survives.
+  V kept = runtime.executeStatements(P::list({P::ret(P::function("g", {}, {P::ret(P::num(5))}))}), nullptr);
+  runtime.heap().collectCycles();
+  platform::Error error;
+  EXPECT_EQ(runtime.callFunction(kept.asControl()->data(), {}, &error).numberPayload(), 5);
+}
+
+TEST(APMPRuntimeTest, EntitiesConvertByKind) {
+  auto entity = [](std::uint32_t kind) {
+    APMPBMessage<APMPBRuntimeEntity> e;
+    e->has_kind = true;
+    e->kind = kind;
+    return e;
+  };
+  auto add = entity(1);
+  add->string_value = strdup("0");
+  add->children_count = 2;
+  add->children = static_cast<APMPBRuntimeEntity*>(calloc(2, sizeof(APMPBRuntimeEntity)));
+  add->children[0].has_kind = true;
+  add->children[0].kind = 3;
+  add->children[0].string_value = strdup("n=");
+  add->children[1].has_kind = true;
+  add->children[1].kind = 4;
+  add->children[1].has_number_value = true;
+  add->children[1].number_value = 2.5;
+  APMPRuntime runtime;
+  APMPHeap::Current current(&runtime.heap());
+  platform::Error error;
+  V statement = APMPRuntimeEntityConverter::statementValueFromRuntimeEntity(*add, &error);
+  ASSERT_TRUE(statement.isStatement()) << error.localizedDescription;
+  EXPECT_EQ(runtime.executeStatements(statement, &error).stringValue(), "n=2.5");
+
+  auto unknown = entity(9);
+  EXPECT_TRUE(APMPRuntimeEntityConverter::runtimeValueFromRuntimeEntity(*unknown, &error).isUndefined());
+  EXPECT_EQ(error.code, kAPMPErrorCodeWrongArgumentKind);
+  auto scalarNull = entity(4);
+  scalarNull->extra_string_value = strdup("null");
+  EXPECT_TRUE(APMPRuntimeEntityConverter::runtimeValueFromRuntimeEntity(*scalarNull, nullptr).isNull());
+}
+
+}  // namespace
+
+namespace {
+
+TEST(APMPRuntimeTest, DeeplyNestedValuesAreFreedAndConvertedWithoutDeepRecursion) {
+  APMPRuntime runtime;
+  platform::Error error;
+  // let a = []; for (let i = 0; i < 100000; i = i + 1) { a = [a]; } return a;
+  V program = P::list({P::let("a", P::call("7")),
+                       P::call("63", {P::let("i", P::num(0)), P::call("23", {P::var("i"), P::num(100000)}),
+                                      P::assign("i", P::call("0", {P::var("i"), P::num(1)})),
+                                      P::list({P::assign("a", P::call("7", {P::var("a")}))})}),
+                       P::ret(P::var("a"))});
+  V result = runtime.executeStatements(program, &error);
+  ASSERT_EQ(error.code, 0) << error.localizedDescription;
+  V nested = result.asControl()->data();
+  EXPECT_FALSE(APMPRuntimeEntityConverter::objectFromRuntimeValue(nested, &error));
+  EXPECT_EQ(error.code, kAPMPErrorCodeBudgetExceeded);
+  EXPECT_EQ(nested.stringValue(), "");  // text stops at its depth limit, never recursing without end
+  result = V();
+  nested = V();
+  runtime.executeStatements(P::list({P::assign("a", P::num(0))}), nullptr);  // the last reference goes
+  EXPECT_LT(runtime.heap().objectCount(), 100u);
+}
+
+TEST(APMPRuntimeTest, NegativeZeroInsideAnArrayConvertsAsItsText) {
+  V array = APMPMake<APMPArrayValue>(std::vector<V>{V::number(-0.0)});
+  EXPECT_FALSE(std::signbit(array.doubleValue()));
+  EXPECT_EQ(V::number(1).doubleValue() / array.doubleValue(), INFINITY);
+}
+
+}  // namespace
