@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "measurement/audiences/APMAudience.h"
 #include "measurement/events/APMEvent.h"
 #include "measurement/events/APMIdentity.h"
 #include "measurement/events/APMMeasurementSettings.h"
@@ -189,8 +190,11 @@ class APMMeasurement {
   std::optional<std::vector<APMEvent>> processRawEvents(std::vector<APMRawEventData>& rows,
                                                         APMDailyCounts& counts, bool* changed);
   bool evaluationTimeFromRawEvents(const std::vector<APMEvent>& events);
+  // With `audience`, each event also runs through the audience filters of `audienceCache`'s
+  // pass once its aggregates count it.
   std::optional<std::vector<APMEvent>> eventsAfterUpdatingEventAggregates(
-      const std::vector<APMEvent>& events);
+      const std::vector<APMEvent>& events, APMAudience* audience = nullptr,
+      APMAudienceTimestampsCache* audienceCache = nullptr);
   std::optional<std::vector<APMPBMessage<APMPBEvent>>> sampleEvents(
       std::vector<APMPBMessage<APMPBEvent>> events, platform::Error* error);
   bool updateAppMetadataForBundle(APMPBMeasurementBundle& bundle, std::int64_t startMillis,
