@@ -216,6 +216,7 @@ bool APMMeasurement::startMeasurementOnWorkerQueue() {
   scheduler_.checkOnBackgroundThreadWithMethodName("startMeasurementOnWorkerQueue");
   loadTime_ = now();
   if (!openDatabaseOnWorkerQueue()) return false;
+  applyConsentAtStartOnWorkerQueue();
   if (!settings_.analyticsEnabled) {
     APMMonitor::log(kAPMMonitorLevelNotice, kCodeCollectionDisabled,
                     "Analytics collection disabled");
@@ -1017,6 +1018,7 @@ bool APMMeasurement::bundleRawEvents() {
   scheduler_.checkOnBackgroundThreadWithMethodName("bundleRawEvents");
   rawEventFacts_.valid = false;
   if (!openDatabaseOnWorkerQueue()) return false;
+  refreshConsentOnWorkerQueue();
   platform::Error error;
   // Nothing to bundle is no failed transaction.
   if (database_->isRawEventsTableEmpty(&error).value_or(false)) return false;

@@ -155,6 +155,29 @@ class APMMeasurement {
   APMPBMessage<APMPBMeasurementBundle> createRawEventMetadataWithUserAttributes(
       const std::vector<APMUserAttribute>& attributes);
 
+  // ---- consent (worker queue; defined in consent/APMConsent.cpp) ----
+  // Reads the consent settings into the signal bundles carry, under the configuration's
+  // switches. At start, also loads the persisted settings (or the information dictionary's
+  // defaults) and runs a reset that a withdrawal left for this start.
+  void refreshConsentOnWorkerQueue();
+  void applyConsentAtStartOnWorkerQueue();
+  // Wipes the database and the persisted configuration, forgets the app instance id; the
+  // next start reports a new first open. "Analytics data has been reset".
+  void resetAnalyticsDataOnWorkerQueue();
+
+  // ---- campaigns (defined in consent/APMConsent.cpp) ----
+  // Any thread: the URL that opened the app, reported on the worker queue.
+  void handleOpenURL(const std::string& url, std::int64_t clickTimestampInMs,
+                     double eventTimestampInSeconds);
+  // Reports the campaign parameters of `url` as `_cmp` (with `click_timestamp` and
+  // `extraParameters`) and keeps the URL in the user property `_ldl`. A URL without campaign
+  // parameters reports nothing.
+  void handleOpenURLOnWorkerQueue(const std::string& url, std::int64_t clickTimestampInMs,
+                                  double eventTimestampInSeconds,
+                                  const APMParameters& extraParameters);
+  // Click identifiers need a device identifier and tracking not refused.
+  bool shouldAllowClickID();
+
   // Seconds since 1970 on the installed clock.
   static double now();
   // Logs an internal `_err` event with `parameters` (origin "auto").
