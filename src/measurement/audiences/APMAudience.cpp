@@ -430,28 +430,31 @@ bool APMAudience::loadResults(APMAudienceTimestampsCache& cache, const std::stri
   return true;
 }
 
-bool APMAudience::saveResults(APMAudienceTimestampsCache& cache,
-                              const std::set<std::int64_t>& audiences, const char* failureMessage,
-                              const std::string& subject) {
+bool APMAudience::flushResults(APMAudienceTimestampsCache& cache, const std::string& subject) {
   platform::Error error;
-  for (std::int64_t id : audiences) {
+  for (std::int64_t id : cache.dirty_) {
     const auto& entry = cache.results_[id];
     if (!database_->updateFilterResult({id, entry.current.serialize(), entry.previous}, &error)) {
-      APMMonitor::log(kAPMMonitorLevelError, kCodeSaveResults, failureMessage, subject,
-                      error.localizedDescription);
+      APMMonitor::log(kAPMMonitorLevelError, kCodeSaveResults,
+                      "Unable to save updated Audience filter results. Event will not be "
+                      "evaluated. Event name, error",
+                      subject, error.localizedDescription);
       // What is cached no longer matches the table: read it again next time.
       cache.results_.clear();
+      cache.dirty_.clear();
       cache.loaded_ = false;
       return false;
     }
   }
+  cache.dirty_.clear();
   return true;
 }
 
-void APMAudience::applyEvaluation(APMAudienceResultData& result, std::int32_t filterID,
+bool APMAudience::applyEvaluation(APMAudienceResultData& result, std::int32_t filterID,
                                   bool value, bool dynamic, bool sequence, bool replaceSequence,
                                   std::int64_t timestampMillis) {
   std::optional<bool> old = result.filterResult(filterID);
+  bool changed = !old || (value && !*old);
   // A true never goes false here; only session clearing takes it back.
   bool stored = value || old.value_or(false);
   if (value && dynamic) {
@@ -460,6 +463,7 @@ void APMAudience::applyEvaluation(APMAudienceResultData& result, std::int32_t fi
       APMMonitor::log(kAPMMonitorLevelDebug, kCodeDynamicOrder,
                       "Candidate evaluation timestamp is earlier than cached evaluation timestamp");
     } else {
+      changed = changed || result.dynamicTimestamps[filterID] != timestampMillis;
       result.dynamicTimestamps[filterID] = timestampMillis;
     }
   }
@@ -471,12 +475,15 @@ void APMAudience::applyEvaluation(APMAudienceResultData& result, std::int32_t fi
                           ? "Setting a sequence timestamp less than the last set timestamp"
                           : "Adding a sequence timestamp less than the last added timestamp");
     } else if (replaceSequence) {
+      changed = changed || list != std::vector<std::int64_t>{timestampMillis};
       list.assign(1, timestampMillis);
     } else {
+      changed = true;
       list.push_back(timestampMillis);
     }
   }
-  result.setFilterResult(filterID, stored);
+  if (changed) result.setFilterResult(filterID, stored);
+  return changed;
 }
 
 void APMAudience::evaluateFiltersForEvent(const APMEvent& event,
@@ -494,38 +501,41 @@ void APMAudience::evaluateFiltersForEvent(const APMEvent& event,
                       name, error.localizedDescription);
       return;
     }
-    cached = cache.eventFilters_.emplace(name, std::move(*filters)).first;
+    std::vector<APMAudienceTimestampsCache::Row<APMPBEventFilter>> rows;
+    for (APMAudienceFilterRecord& record : *filters) {
+      auto parsed = record.data.empty()
+                        ? std::nullopt
+                        : APMPBMessage<APMPBEventFilter>::parseFromData(record.data);
+      rows.push_back({std::move(record), std::move(parsed)});
+    }
+    cached = cache.eventFilters_.emplace(name, std::move(rows)).first;
   }
   if (cached->second.empty()) return;
   if (!loadResults(cache, name)) return;
   std::int64_t millis = APMMilliseconds(event.timestamp());
-  std::set<std::int64_t> changed;
-  for (const APMAudienceFilterRecord& row : cached->second) {
-    if (cache.corrupt_.count(row.audienceID)) continue;
-    auto filter = APMPBMessage<APMPBEventFilter>::parseFromData(row.data);
-    if (!filter || row.data.empty()) {
+  for (const auto& row : cached->second) {
+    std::int64_t audienceID = row.record.audienceID;
+    if (cache.corrupt_.count(audienceID)) continue;
+    if (!row.filter) {
       APMMonitor::log(kAPMMonitorLevelWarning, kCodeCorruptFilter,
                       "Event filter contains no data or corrupt data. Event will not be "
                       "evaluated. Event name, filter ID, audience ID, dynamic",
-                      name, row.filterID, row.audienceID, false);
+                      name, row.record.filterID, audienceID, false);
       continue;
     }
-    const APMPBEventFilter& f = **filter;
-    auto& entry = cache.results_[row.audienceID];
-    std::int32_t id = static_cast<std::int32_t>(row.filterID);
+    const APMPBEventFilter& f = **row.filter;
+    auto& entry = cache.results_[audienceID];
+    std::int32_t id = static_cast<std::int32_t>(row.record.filterID);
     if (entry.current.filterResult(id).value_or(false) && !f.dynamic && !f.sequence &&
         !f.session_scoped) {
       continue;
     }
     auto value = evaluateEventFilter(f, name, event.parameters(), &aggregates);
     if (!value) continue;
-    applyEvaluation(entry.current, id, *value, f.dynamic, f.sequence, false, millis);
-    changed.insert(row.audienceID);
+    if (applyEvaluation(entry.current, id, *value, f.dynamic, f.sequence, false, millis)) {
+      cache.dirty_.insert(audienceID);
+    }
   }
-  saveResults(cache, changed,
-              "Unable to save updated Audience filter results. Event will not be evaluated. "
-              "Event name, error",
-              name);
 }
 
 void APMAudience::evaluateFiltersForUserProperty(const APMUserAttribute& property,
@@ -546,37 +556,40 @@ void APMAudience::evaluateFiltersForUserProperty(const APMUserAttribute& propert
                       property.name, error.localizedDescription);
       return;
     }
-    cached = cache.propertyFilters_.emplace(property.name, std::move(*filters)).first;
+    std::vector<APMAudienceTimestampsCache::Row<APMPBPropertyFilter>> rows;
+    for (APMAudienceFilterRecord& record : *filters) {
+      auto parsed = record.data.empty()
+                        ? std::nullopt
+                        : APMPBMessage<APMPBPropertyFilter>::parseFromData(record.data);
+      rows.push_back({std::move(record), std::move(parsed)});
+    }
+    cached = cache.propertyFilters_.emplace(property.name, std::move(rows)).first;
   }
   if (cached->second.empty()) return;
   if (!loadResults(cache, property.name)) return;
   std::int64_t millis = APMMilliseconds(evaluationTimestamp);
-  std::set<std::int64_t> changed;
-  for (const APMAudienceFilterRecord& row : cached->second) {
-    if (cache.corrupt_.count(row.audienceID)) continue;
-    auto filter = APMPBMessage<APMPBPropertyFilter>::parseFromData(row.data);
-    if (!filter || row.data.empty()) {
+  for (const auto& row : cached->second) {
+    std::int64_t audienceID = row.record.audienceID;
+    if (cache.corrupt_.count(audienceID)) continue;
+    if (!row.filter) {
       APMMonitor::log(kAPMMonitorLevelWarning, kCodeCorruptFilter,
                       notEvaluated("Property filter is nil") + ". Property name, filter ID",
-                      property.name, row.filterID);
+                      property.name, row.record.filterID);
       continue;
     }
-    const APMPBPropertyFilter& f = **filter;
-    auto& entry = cache.results_[row.audienceID];
-    std::int32_t id = static_cast<std::int32_t>(row.filterID);
+    const APMPBPropertyFilter& f = **row.filter;
+    auto& entry = cache.results_[audienceID];
+    std::int32_t id = static_cast<std::int32_t>(row.record.filterID);
     if (entry.current.filterResult(id).value_or(false) && !f.dynamic && !f.sequence &&
         !f.session_scoped) {
       continue;
     }
     auto value = evaluatePropertyFilter(f, property);
     if (!value) continue;
-    applyEvaluation(entry.current, id, *value, f.dynamic, f.sequence, true, millis);
-    changed.insert(row.audienceID);
+    if (applyEvaluation(entry.current, id, *value, f.dynamic, f.sequence, true, millis)) {
+      cache.dirty_.insert(audienceID);
+    }
   }
-  saveResults(cache, changed,
-              "Unable to save updated Audience filter results. Event will not be evaluated. "
-              "Event name, error",
-              property.name);
 }
 
 void APMAudience::evaluateFiltersForNanoUserProperty(const APMPBUserAttribute& property,
@@ -606,6 +619,7 @@ void APMAudience::evaluateFiltersForNanoUserProperty(const APMPBUserAttribute& p
 
 bool APMAudience::resultsForBundling(APMPBMeasurementBundle& bundle,
                                      APMAudienceTimestampsCache& cache) {
+  if (!flushResults(cache)) return false;
   platform::Error error;
   auto rows = database_->queryAllFilterResults(&error);
   if (!rows) {
@@ -686,6 +700,7 @@ bool APMAudience::resultsForBundling(APMPBMeasurementBundle& bundle,
 }
 
 bool APMAudience::clearEvaluationResultsForSessionScopedFilters(APMAudienceTimestampsCache& cache) {
+  if (!flushResults(cache)) return false;
   platform::Error error;
   auto scoped = database_->querySessionScopedFilterIDs(&error);
   if (!scoped) {
@@ -746,6 +761,7 @@ bool APMAudience::clearEvaluationResultsForSessionScopedFilters(APMAudienceTimes
   }
   cache.results_.clear();
   cache.corrupt_.clear();
+  cache.dirty_.clear();
   cache.loaded_ = false;
   return true;
 }

@@ -67,12 +67,20 @@ class APMAudienceTimestampsCache {
     APMAudienceResultData current;
     std::optional<kit::Data> previous;
   };
+  // A stored filter row and its parsed definition (nothing when the blob does not parse).
+  template <class T>
+  struct Row {
+    APMAudienceFilterRecord record;
+    std::optional<APMPBMessage<T>> filter;
+  };
   bool loaded_ = false;
   std::map<std::int64_t, Entry> results_;
+  // Results changed in the pass and not yet written.
+  std::set<std::int64_t> dirty_;
   // Audiences whose stored result blob did not parse: left alone for the pass.
   std::set<std::int64_t> corrupt_;
-  std::map<std::string, std::vector<APMAudienceFilterRecord>> eventFilters_;
-  std::map<std::string, std::vector<APMAudienceFilterRecord>> propertyFilters_;
+  std::map<std::string, std::vector<Row<APMPBEventFilter>>> eventFilters_;
+  std::map<std::string, std::vector<Row<APMPBPropertyFilter>>> propertyFilters_;
 };
 
 class APMAudience {
@@ -98,7 +106,9 @@ class APMAudience {
   bool maybeDeleteStaleFilterResults(std::int64_t maxFilterResultCount, platform::Error* error);
 
   // Evaluates the filters on the event's name against the event (its aggregates already
-  // counting it) and saves the changed results. Failures are logged and change nothing.
+  // counting it). Changed results are kept in the pass and written, all at once and inside
+  // the same transaction, before anything reads the table again (flushResults). Failures are
+  // logged and change nothing.
   void evaluateFiltersForEvent(const APMEvent& event, const APMEventAggregates& aggregates,
                                APMAudienceTimestampsCache& cache);
   // The same for a user property, at `evaluationTimestamp` (seconds; the bundle start).
@@ -110,6 +120,9 @@ class APMAudience {
   void evaluateFiltersForNanoUserProperty(const APMPBUserAttribute& property,
                                           APMAudienceTimestampsCache& cache,
                                           double evaluationTime);
+
+  // Writes the results the pass changed. False (logged) when the table refuses them.
+  bool flushResults(APMAudienceTimestampsCache& cache, const std::string& subject = {});
 
   // Adds one APMPBAudienceLeafFilterResult per stored result to `bundle` and makes each
   // current result the new previous one. False when nothing could be bundled.
@@ -135,10 +148,9 @@ class APMAudience {
  private:
   // Reads every stored result into the pass, once.
   bool loadResults(APMAudienceTimestampsCache& cache, const std::string& subject);
-  bool saveResults(APMAudienceTimestampsCache& cache, const std::set<std::int64_t>& audiences,
-                   const char* failureMessage, const std::string& subject);
-  // Applies a new evaluation of (audience, filter) to the pass's result.
-  void applyEvaluation(APMAudienceResultData& result, std::int32_t filterID, bool value,
+  // Applies a new evaluation of (audience, filter) to the pass's result; true when it changed
+  // the result.
+  bool applyEvaluation(APMAudienceResultData& result, std::int32_t filterID, bool value,
                        bool dynamic, bool sequence, bool replaceSequence,
                        std::int64_t timestampMillis);
 

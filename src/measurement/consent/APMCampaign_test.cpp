@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "measurement/consent/APMLaunchContext.h"
 #include "measurement/events/APMAnalytics.h"
 #include "measurement/events/APMEventsTestSupport.h"
 
@@ -94,6 +95,73 @@ TEST_F(APMCampaignClientTest, URLBeforeTheClientStartsWaitsForIt) {
     return r.event.name() == "_cmp" && r.event.parameters().at("campaign").stringValue() == "spring";
   }));
   EXPECT_FALSE(platform::preferences().stringForKey("/stuvop/measurement/deep_link").has_value());
+}
+
+class APMDeferredDeepLinkTest : public APMCampaignClientTest {
+ protected:
+  void SetUp() override {
+    APMCampaignClientTest::SetUp();
+    APMLaunchContext::setInfoDictionary({{"STUVOP_ANALYTICS_DEFERRED_DEEP_LINK_ENABLED", true}});
+    platform_.advertisingIdentity().set("AAAA-1111", std::nullopt, 3);
+    platform_.network().setHost("https://collect.example");
+  }
+  std::vector<sim::NetworkRequest> deepLinkRequests() {
+    std::vector<sim::NetworkRequest> out;
+    for (const auto& r : platform_.network().requests()) {
+      if (r.url.find("/adserve/conversion/app/deeplink?") != std::string::npos) out.push_back(r);
+    }
+    return out;
+  }
+  void start() {
+    onWorker([&] { m().startMeasurementOnWorkerQueue(); });
+  }
+};
+
+TEST_F(APMDeferredDeepLinkTest, TheLinkIsAskedOnceReportedAndHandedToTheApp) {
+  std::string handed;
+  APMAnalytics::setDeferredDeepLinkHandler([&](const std::string& url) { handed = url; });
+  sim::NetworkAnswer answer;
+  std::string body = R"({"deeplink": "solvanta://open?utm_campaign=later&utm_source=ads", "timestamp": 1735689000})";
+  answer.body.assign(body.begin(), body.end());
+  platform_.network().setDefaultAnswer(answer);
+  start();
+  auto asked = deepLinkRequests();
+  ASSERT_EQ(asked.size(), 1u);
+  EXPECT_NE(asked[0].url.find("https://collect.example/adserve/conversion/app/deeplink?sdk_version="),
+            std::string::npos);
+  EXPECT_NE(asked[0].url.find("&rdid=AAAA-1111&id_type=idfa&bundleid=com.stuvop.solvanta&retry=0"),
+            std::string::npos);
+  EXPECT_TRUE(monitor_.find("Successfully retrieved Deferred Deep Link"));
+  EXPECT_EQ(handed, "solvanta://open?utm_campaign=later&utm_source=ads");
+  auto rows = rawRows();
+  EXPECT_TRUE(std::any_of(rows.begin(), rows.end(), [](const auto& r) {
+    return r.event.name() == "_cmp" && r.event.parameters().at("campaign").stringValue() == "later";
+  }));
+  start();  // retrieved: never asked again
+  EXPECT_EQ(deepLinkRequests().size(), 1u);
+  EXPECT_TRUE(monitor_.find("Already retrieved Deferred Deep Link. Skipping"));
+}
+
+TEST_F(APMDeferredDeepLinkTest, FiveFailuresEndTheAsking) {
+  sim::NetworkAnswer failure;
+  failure.status = 503;
+  platform_.network().setDefaultAnswer(failure);
+  for (int launch = 0; launch < 7; ++launch) start();
+  auto asked = deepLinkRequests();
+  ASSERT_EQ(asked.size(), 5u);
+  EXPECT_NE(asked[4].url.find("&retry=4"), std::string::npos);
+  EXPECT_TRUE(monitor_.find("Failed to retrieve Deferred Deep Link. Reached retry limit"));
+}
+
+TEST_F(APMDeferredDeepLinkTest, NoOptInOrNoIdentifierAsksNothing) {
+  APMLaunchContext::setInfoDictionary({});
+  start();
+  EXPECT_TRUE(monitor_.find("Deferred Deep Link feature disabled"));
+  APMLaunchContext::setInfoDictionary({{"STUVOP_ANALYTICS_DEFERRED_DEEP_LINK_ENABLED", true}});
+  platform_.advertisingIdentity().set(std::nullopt, std::nullopt, std::nullopt);
+  start();
+  EXPECT_TRUE(monitor_.find("IDFA unavailable to retrieve Deferred Deep Link. Skipping"));
+  EXPECT_TRUE(deepLinkRequests().empty());
 }
 
 }  // namespace

@@ -81,7 +81,10 @@ void APMMeasurement::applyConsentAtStartOnWorkerQueue() {
   APMLaunchContext::DebugSettings debug = APMLaunchContext::applyDebugArguments(platform::preferences());
   if (debug.debugMode) settings_.debugMode = true;
   if (debug.verboseLogging) APMMonitor::setConsoleLevel(kAPMMonitorLevelMax);
-  if (settings_.analyticsEnabled) APMHandleStoredURLOnWorkerQueue(*this);
+  if (settings_.analyticsEnabled) {
+    APMHandleStoredURLOnWorkerQueue(*this);
+    requestDeferredDeepLink();
+  }
 }
 
 void APMMeasurement::resetAnalyticsDataOnWorkerQueue() {

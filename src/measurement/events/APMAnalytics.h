@@ -71,6 +71,9 @@ class APMAnalytics {
   // by the running client; before it runs, kept under "/stuvop/measurement/deep_link" and
   // reported when it starts.
   static void handleOpenURL(const std::string& url);
+  // The application's hook for a deferred deep link, called on the main queue with the link
+  // (null: none, and the link is only reported).
+  static void setDeferredDeepLinkHandler(std::function<void(const std::string& url)> handler);
 
   // Hands the held calls to `measurement` and lets later calls through. Any thread.
   static void unsuspendOperationQueue(std::shared_ptr<APMMeasurement> measurement);

@@ -1018,7 +1018,6 @@ bool APMMeasurement::bundleRawEvents() {
   scheduler_.checkOnBackgroundThreadWithMethodName("bundleRawEvents");
   rawEventFacts_.valid = false;
   if (!openDatabaseOnWorkerQueue()) return false;
-  refreshConsentOnWorkerQueue();
   platform::Error error;
   // Nothing to bundle is no failed transaction.
   if (database_->isRawEventsTableEmpty(&error).value_or(false)) return false;

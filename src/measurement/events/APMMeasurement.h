@@ -157,7 +157,7 @@ class APMMeasurement {
 
   // ---- consent (worker queue; defined in consent/APMConsent.cpp) ----
   // Reads the consent settings into the signal bundles carry, under the configuration's
-  // switches. At start, also loads the persisted settings (or the information dictionary's
+  // switches (at start, on each change, after a new configuration). At start, also loads the persisted settings (or the information dictionary's
   // defaults) and runs a reset that a withdrawal left for this start.
   void refreshConsentOnWorkerQueue();
   void applyConsentAtStartOnWorkerQueue();
@@ -177,6 +177,18 @@ class APMMeasurement {
                                   const APMParameters& extraParameters);
   // Click identifiers need a device identifier and tracking not refused.
   bool shouldAllowClickID();
+
+  // ---- deferred deep link (defined in consent/APMDeferredDeepLink.cpp) ----
+  // Whether to ask the collection host for the link that led to this install: switched on by
+  // the configuration and the information dictionary, not yet retrieved, fewer failures than
+  // maxDeferredDeepLinkRetryCount (reaching it ends the asking), and an advertising
+  // identifier to ask with. Each refusal is logged.
+  bool shouldAllowRequestDeferredDeepLink();
+  // Asks "<host>/adserve/conversion/app/deeplink?..." once; the answer is handled on the
+  // worker queue (a failure counts one retry, for the next start).
+  void requestDeferredDeepLink();
+  void handleDeferredDeepLinkResponse(const platform::NetworkResponse& response,
+                                      const std::optional<platform::Error>& error);
 
   // Seconds since 1970 on the installed clock.
   static double now();

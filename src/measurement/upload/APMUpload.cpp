@@ -680,6 +680,7 @@ void APMMeasurement::networkRemoteConfigFetchCompletionHandler(
                                &updateError);
     if (applied) {
       applyRemoteConfigOnWorkerQueue();
+      refreshConsentOnWorkerQueue();
     } else {
       APMMonitor::log(kAPMMonitorLevelError, kCodeConfigUpdate,
                       "Failed to update configuration with new server configuration",
