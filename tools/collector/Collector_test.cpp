@@ -233,7 +233,9 @@ TEST_F(CollectorTest, EachConsentSourceReachesTheServer) {
   EXPECT_EQ(signalOf("denied"), "G100");
   for (const std::string& line : collector_->lines()) {
     auto json = nlohmann::json::parse(line);
-    if (json["name"] == "denied") EXPECT_EQ(json["app_instance_id"], "");
+    if (json["name"] == "denied") {
+      EXPECT_EQ(json["app_instance_id"], "");
+    }
   }
 }
 
