@@ -338,8 +338,19 @@ TEST_F(CollectorTest, NoCommittedEventIsLostWhenTheClientIsKilled) {
   };
   int killed = 0;
   for (int round = 0; round < rounds; ++round) {
+    std::error_code ec;
+    auto before = std::filesystem::file_size(committedPath, ec);
+    if (ec) before = 0;
     pid_t pid = spawn(round * 1000LL, false);
     ASSERT_GT(pid, 0);
+    // On a loaded machine the child may take seconds to start: the random moment is counted
+    // from its first committed event (or 20 s at most), so that each round kills a client at
+    // work rather than one still loading.
+    for (int waited = 0; waited < 2000; ++waited) {
+      auto now = std::filesystem::file_size(committedPath, ec);
+      if (!ec && now > before) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<int>(30, 700)(random)));
     if (::kill(pid, SIGKILL) == 0) ++killed;
     int status = 0;
