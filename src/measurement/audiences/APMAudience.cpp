@@ -1,6 +1,7 @@
 #include "measurement/audiences/APMAudience.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "measurement/APMMonitor.h"
 #include "measurement/audiences/APMAudienceComparison.h"
@@ -47,7 +48,7 @@ bool hasFloatText(const char* text) {
 // A value against one parameter or property filter. `strictStrings`: a string value needs a
 // string filter (event parameters); otherwise a numeric text may meet a number filter.
 std::optional<bool> evaluateValue(const APMPBFilter& filter, const APMValue& value,
-                                  bool strictStrings, const std::string& context) {
+                                  bool strictStrings, const std::function<std::string()>& describe) {
   if (!filter.has_string_filter && !filter.has_number_filter) {
     APMMonitor::log(kAPMMonitorLevelWarning, kCodeNoFilter,
                     notEvaluated("Filter has neither a number nor string filter"));
@@ -61,14 +62,14 @@ std::optional<bool> evaluateValue(const APMPBFilter& filter, const APMValue& val
       APMMonitor::log(kAPMMonitorLevelWarning, kCodeStringParamNoStringFilter,
                       notEvaluated("Event param is a string and the filter does not have a "
                                    "string filter") + ". Event name, event params, filter",
-                      context);
+                      describe());
       return std::nullopt;
     }
     auto decimal = APMDecimal::parse(value.stringValue());
     if (!decimal) {
       APMMonitor::log(kAPMMonitorLevelWarning, kCodeNotNumeric,
                       notEvaluated("String value is not a numeric value") + ". Value, filter",
-                      value.stringValue(), context);
+                      value.stringValue(), describe());
       return std::nullopt;
     }
     return APMEvaluateNumberFilter(filter.number_filter, *decimal);
@@ -77,7 +78,7 @@ std::optional<bool> evaluateValue(const APMPBFilter& filter, const APMValue& val
     if (!filter.has_number_filter) {
       APMMonitor::log(kAPMMonitorLevelWarning, kCodeUnsupportedValue,
                       notEvaluated("Number value and the filter does not have a number filter"),
-                      context);
+                      describe());
       return std::nullopt;
     }
     if (value.isInt64()) {
@@ -86,7 +87,7 @@ std::optional<bool> evaluateValue(const APMPBFilter& filter, const APMValue& val
     return APMEvaluateNumberFilterWithDouble(filter.number_filter, value.doubleValue());
   }
   APMMonitor::log(kAPMMonitorLevelWarning, kCodeUnsupportedValue,
-                  notEvaluated("Value of unsupported type"), context);
+                  notEvaluated("Value of unsupported type"), describe());
   return std::nullopt;
 }
 
@@ -363,9 +364,11 @@ std::optional<bool> APMAudience::evaluateEventFilter(const APMPBEventFilter& fil
                       notEvaluated("Event does not have parameter required by filter"));
       return std::nullopt;
     }
-    auto result = evaluateValue(p, found->second, true,
-                                eventName + ", " + APMDescribeParameters(parameters) + ", " +
-                                    std::string(APMPBString(p.param_name)));
+    // The description is made only when a message needs it.
+    auto result = evaluateValue(p, found->second, true, [&] {
+      return eventName + ", " + APMDescribeParameters(parameters) + ", " +
+             std::string(APMPBString(p.param_name));
+    });
     if (!result) return std::nullopt;
     bool value = p.complement ? !*result : *result;
     if (!value) return false;
@@ -390,7 +393,7 @@ std::optional<bool> APMAudience::evaluatePropertyFilter(const APMPBPropertyFilte
                     notEvaluated("Unknown user property type") + ". Property Name", property.name);
     return std::nullopt;
   }
-  auto result = evaluateValue(filter.filter, property.value, false, property.name);
+  auto result = evaluateValue(filter.filter, property.value, false, [&] { return property.name; });
   if (!result) return std::nullopt;
   return filter.filter.complement ? !*result : *result;
 }
