@@ -10,6 +10,8 @@
 #include "desktop/system/AppFolders.h"
 #include "desktop/system/JsonPreferenceStore.h"
 #include "desktop/threaded/ThreadedEnvironment.h"
+#include "measurement/audiences/APMAudience.h"
+#include "measurement/consent/APMConsentSettingsUtil.h"
 #include "measurement/events/APMEvent.h"
 #include "measurement/events/APMIdentity.h"
 #include "measurement/store/APMDatabase.h"
@@ -22,8 +24,8 @@ const char* const kMeasurementUsage =
     "Usage: solvanta measurement [--json] [--database PATH]\n"
     "\n"
     "Shows what Solvanta's measurement records about you: events waiting to be bundled, bundles\n"
-    "waiting to be sent, user properties, today's counts, your consent state and when the\n"
-    "next upload is due. Nothing is sent.\n"
+    "waiting to be sent, user properties, today's counts, your consent state (and who set it),\n"
+    "the audiences the app found you in, and when the next upload is due. Nothing is sent.\n"
     "\n"
     "  --json             print one JSON object instead of text\n"
     "  --database PATH    read this database instead of the app's own\n";
@@ -112,6 +114,26 @@ nlohmann::json consentJson(const std::string& signals, bool vendorID, bool reset
                              : vendorID   ? "vendor identifier"
                                           : "none";
   return out;
+}
+
+// One audience's result words: the filters evaluated and those that came out true.
+nlohmann::json audienceResultJson(const std::optional<APMAudienceResultData>& data) {
+  nlohmann::json out{{"evaluated", nlohmann::json::array()}, {"true", nlohmann::json::array()}};
+  if (!data) return out;
+  std::size_t words = std::max(data->status.size(), data->results.size());
+  for (std::size_t bit = 0; bit < words * 64; ++bit) {
+    auto result = data->filterResult(static_cast<std::int32_t>(bit));
+    if (!result) continue;
+    out["evaluated"].push_back(bit);
+    if (*result) out["true"].push_back(bit);
+  }
+  return out;
+}
+
+nlohmann::json audienceResultJson(const APMPBResultData& data) {
+  kit::Data bytes;
+  if (!APMPBEncode(APMPBMessage<APMPBResultData>::fields(), &data, &bytes, nullptr)) return {};
+  return audienceResultJson(APMAudienceResultData::parse(bytes));
 }
 
 // The upload schedule as the client would work it out now, under the stored configuration.
@@ -234,6 +256,15 @@ std::optional<nlohmann::json> measurementReport(const std::string& databasePath,
         props.push_back(userPropertyJson(a));
       }
       out["user_properties"] = props;
+      nlohmann::json audiences = nlohmann::json::array();
+      for (const APMPBAudienceLeafFilterResult& r :
+           APMPBItems(b.audience_evaluation_results, b.audience_evaluation_results_count)) {
+        nlohmann::json a = audienceResultJson(r.current_data);
+        a["audience"] = r.audience_id;
+        a["changed"] = r.previous_data_present;
+        audiences.push_back(a);
+      }
+      out["audiences"] = audiences;
       if (!haveHeader) {
         consentSignals = std::string(APMPBString(b.consent_signals));
         vendorID = b.vendor_device_id != nullptr;
@@ -265,6 +296,16 @@ std::optional<nlohmann::json> measurementReport(const std::string& databasePath,
                               {"realtime_events", counts->realtimeCount}};
   }
   report["consent"] = consentJson(consentSignals, vendorID, resettableID);
+  nlohmann::json audiences = nlohmann::json::array();
+  if (auto results = database->queryAllFilterResults(&failure)) {
+    for (const APMFilterResult& r : *results) {
+      nlohmann::json a = audienceResultJson(
+          r.currentResults ? APMAudienceResultData::parse(*r.currentResults) : std::nullopt);
+      a["audience"] = r.audienceID;
+      audiences.push_back(a);
+    }
+  }
+  report["audiences"] = audiences;
   report["schedule"] = scheduleJson(*database, *config, uploads);
   return report;
 }
@@ -334,7 +375,51 @@ std::string measurementText(const nlohmann::json& report) {
          "; ads " + consent["ads"].get<std::string>() + ", analytics " +
          consent["analytics"].get<std::string>() + "; device identifier sent: " +
          consent["device_identifier"].get<std::string>() + "\n";
+  if (consent.contains("settings")) {
+    out += "  ad storage " + consent["settings"]["ad_storage"].get<std::string>() +
+           ", analytics storage " + consent["settings"]["analytics_storage"].get<std::string>() +
+           "; set by " + consent["source_name"].get<std::string>() + " (source " +
+           consent["source"].dump() + ")\n";
+  }
+  auto filters = [](const nlohmann::json& a) {
+    std::string text;
+    for (const auto& id : a["true"]) text += (text.empty() ? "" : ", ") + id.dump();
+    return text.empty() ? std::string("none") : text;
+  };
+  const auto& audiences = report["audiences"];
+  out += "\nAudiences evaluated on this computer: " + std::to_string(audiences.size()) + "\n";
+  for (const auto& a : audiences) {
+    out += "  audience " + a["audience"].dump() + ": filters true " + filters(a) + " (of " +
+           std::to_string(a["evaluated"].size()) + " evaluated)\n";
+  }
+  bool anyBundled = false;
+  for (const auto& b : report["bundles"]) {
+    for (const auto& a : b["audiences"]) {
+      if (!anyBundled) out += "  in the waiting bundles:\n";
+      anyBundled = true;
+      out += "    bundle " + b["index"].dump() + ", audience " + a["audience"].dump() +
+             ": filters true " + filters(a) + (a["changed"].get<bool>() ? " (changed)" : "") + "\n";
+    }
+  }
   return out;
+}
+
+void addConsentSettings(nlohmann::json& report,
+                        std::shared_ptr<platform::PreferenceStore> preferences) {
+  APMConsentSettingsUtil consent(std::move(preferences));
+  consent.loadPersistedConsentSettings();
+  APMConsentSettings settings = consent.consentSettings();
+  auto state = [&](const char* key) {
+    auto it = settings.find(key);
+    return it == settings.end() ? std::string("unset") : it->second;
+  };
+  std::int64_t source = consent.consentSource();
+  report["consent"]["settings"] = {{"ad_storage", state(kAPMConsentAdStorage)},
+                                   {"analytics_storage", state(kAPMConsentAnalyticsStorage)}};
+  report["consent"]["source"] = source;
+  report["consent"]["source_name"] = source <= kAPMConsentSourcePersisted3P ? "another party"
+                                     : source <= kAPMConsentSourcePersisted ? "the app"
+                                                                            : "nobody yet";
 }
 
 int runMeasurement(const std::vector<std::string>& args, std::FILE* out, std::FILE* err) {
@@ -372,6 +457,7 @@ int runMeasurement(const std::vector<std::string>& args, std::FILE* out, std::FI
     std::fprintf(err, "solvanta measurement: %s\n", error.c_str());
     return 3;
   }
+  addConsentSettings(*report, shared);
   std::string text = json ? report->dump(2) + "\n" : measurementText(*report);
   std::fputs(text.c_str(), out);
   return 0;

@@ -6,10 +6,13 @@
 
 #include <cstdio>
 #include <optional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
+
+#include "platform/PreferenceStore.h"
 
 namespace cli {
 
@@ -34,6 +37,12 @@ std::optional<nlohmann::json> measurementReport(const std::string& databasePath,
 
 // The report in words, one section per part.
 std::string measurementText(const nlohmann::json& report);
+
+// Adds to report["consent"] the consent settings kept in `preferences`, with their source:
+// "settings" {"ad_storage", "analytics_storage"} ("granted", "denied" or "unset"), "source"
+// (10 to 100) and "source_name" ("another party", "the app", "nobody yet").
+void addConsentSettings(nlohmann::json& report,
+                        std::shared_ptr<platform::PreferenceStore> preferences);
 
 // Runs the command with `args` (those after "measurement"): the database of the app's
 // Application Support folder, or --database PATH. Returns 0, 2 on bad arguments, 3 when

@@ -6,6 +6,8 @@
 
 #include <filesystem>
 
+#include "measurement/audiences/APMAudience.h"
+#include "measurement/consent/APMConsentSettingsUtil.h"
 #include "measurement/events/APMMeasurement.h"
 #include "sim/Environment.h"
 #include "sim/Platform.h"
@@ -101,6 +103,55 @@ TEST_F(MeasurementCommandTest, TheScheduleShowsTheNextUploadRetriesAndTheBackOff
   EXPECT_EQ((*report)["schedule"]["next_upload"], "2025-01-01T12:01:01Z");
   EXPECT_EQ((*report)["schedule"]["backoff_until"], "2025-01-01T12:01:01Z");
   EXPECT_EQ((*report)["schedule"]["last_failed_upload"], "2025-01-01T00:01:01Z");
+}
+
+TEST_F(MeasurementCommandTest, ShowsConsentWithItsSourceAndTheAudienceResults) {
+  {
+    // One audience of two filters: any "scan_done", and a "delete" (never logged here).
+    APMMeasurementOptions options;
+    options.databasePath = path_;
+    APMMeasurement m(options);
+    APMPBMessage<APMPBAudience> audience;
+    audience->has_audience_id = true;
+    audience->audience_id = 12;
+    for (auto [id, name] : {std::pair{3, "scan_done"}, std::pair{4, "delete"}}) {
+      auto& f = APMPBAppend(&audience->event_filters, &audience->event_filters_count);
+      f.has_filter_id = true;
+      f.filter_id = id;
+      APMPBSetString(&f.event_name, name);
+    }
+    m.scheduler().scheduleOnWorkerQueueBlockID("test", [&] {
+      m.setUserAttributeOnWorkerQueue("_fot", APMValue::fromInt64(1), "auto", 0);
+      ASSERT_TRUE(m.database()->performTransaction([&] {
+        return APMAudience(m.database()).updateAudiences({audience.get(), 1}, {}, nullptr);
+      }));
+    });
+    env_.runUntilIdle();
+  }
+  record();
+  std::string error;
+  auto report = measurementReport(path_, 0, &error);
+  ASSERT_TRUE(report) << error;
+  ASSERT_EQ((*report)["audiences"].size(), 1u);
+  EXPECT_EQ((*report)["audiences"][0]["audience"], 12);
+  EXPECT_EQ((*report)["audiences"][0]["true"], nlohmann::json::array({3}));
+  EXPECT_EQ((*report)["bundles"][0]["audiences"][0]["true"], nlohmann::json::array({3}));
+
+  auto preferences = std::make_shared<sim::PreferenceStore>();
+  addConsentSettings(*report, preferences);
+  EXPECT_EQ((*report)["consent"]["source_name"], "nobody yet");
+  APMConsentSettingsUtil(preferences).setConsent({{"ad_storage", "denied"}},
+                                                 kAPMConsentSettings3PKey);
+  addConsentSettings(*report, preferences);
+  EXPECT_EQ((*report)["consent"]["settings"]["ad_storage"], "denied");
+  EXPECT_EQ((*report)["consent"]["settings"]["analytics_storage"], "unset");
+  EXPECT_EQ((*report)["consent"]["source"], 10);
+  std::string text = measurementText(*report);
+  EXPECT_THAT(text, HasSubstr("ad storage denied, analytics storage unset; set by another party "
+                              "(source 10)\n"));
+  EXPECT_THAT(text, HasSubstr("Audiences evaluated on this computer: 1\n  audience 12: filters "
+                              "true 3 (of 1 evaluated)\n"));
+  EXPECT_THAT(text, HasSubstr("    bundle 1, audience 12: filters true 3\n"));
 }
 
 TEST_F(MeasurementCommandTest, MissingDatabaseAndBadArguments) {

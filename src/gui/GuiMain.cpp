@@ -4,11 +4,14 @@
 #include <QFile>
 #include <QGuiApplication>
 #include <QImage>
+#include <QLocalServer>
+#include <QLocalSocket>
 #include <QQuickWindow>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 #include <chrono>
 #include <future>
 #include <optional>
@@ -23,6 +26,8 @@
 #include "kit/ApplicationNotifications.h"
 #include "kit/Console.h"
 #include "kit/NotificationCenter.h"
+#include "measurement/consent/APMLaunchContext.h"
+#include "measurement/events/APMAnalytics.h"
 #include "platform/Platform.h"
 #include "shell/Feedback.h"
 
@@ -159,9 +164,61 @@ void followWindowVisibility(QQuickWindow& window) {
   });
 }
 
+// The name of the local socket on which the running app takes URLs: one per user.
+QString urlServerName() { return QStringLiteral("solvanta-urls-%1").arg(::getuid()); }
+
+// Hands `url` to a running app; false when none answers.
+bool handOverURL(const std::string& url) {
+  QLocalSocket socket;
+  socket.connectToServer(urlServerName());
+  if (!socket.waitForConnected(1000)) return false;
+  QByteArray line = QByteArray::fromStdString(url) + '\n';
+  socket.write(line);
+  bool sent = socket.waitForBytesWritten(2000);
+  socket.disconnectFromServer();
+  return sent;
+}
+
+// Takes URLs from later starts, one a line, and reports each as the URL that opened the app.
+void listenForURLs(QLocalServer& server, QQuickWindow* window) {
+  if (!server.listen(urlServerName())) {
+    // A server left behind by a crashed app: nobody answered, so take its name.
+    QLocalServer::removeServer(urlServerName());
+    if (!server.listen(urlServerName())) return;
+  }
+  QObject::connect(&server, &QLocalServer::newConnection, [&server, window] {
+    while (QLocalSocket* socket = server.nextPendingConnection()) {
+      QObject::connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
+      QObject::connect(socket, &QLocalSocket::readyRead, [socket, window] {
+        while (socket->canReadLine()) {
+          std::string url = socket->readLine(64 * 1024).trimmed().toStdString();
+          if (url.rfind("solvanta:", 0) != 0) continue;
+          APMAnalytics::handleOpenURL(url);
+          if (window) {
+            window->showNormal();
+            window->raise();
+            window->requestActivate();
+          }
+        }
+      });
+    }
+  });
+}
+
 }  // namespace
 
-int runApp(const std::vector<std::string>& args, const char* programName) {
+int runApp(const std::vector<std::string>& allArgs, const char* programName) {
+  // The measurement client's launch arguments and the URL that opened the app are taken
+  // out first; what remains are the program's own options.
+  std::vector<std::string> args;
+  std::string openURL;
+  for (std::string& a : APMLaunchContext::setLaunchArguments(allArgs)) {
+    if (a.rfind("solvanta:", 0) == 0) {
+      openURL = a;
+    } else {
+      args.push_back(std::move(a));
+    }
+  }
   std::string error;
   std::optional<Options> options = parse(args, &error);
   if (!options) {
@@ -193,11 +250,14 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
   char* argv[] = {const_cast<char*>(programName), nullptr};
   QGuiApplication qt(argc, argv);
   qt.setApplicationName("Solvanta");
+  // A URL for an app that is already running goes to it, and this start ends there.
+  if (!openURL.empty() && handOverURL(openURL)) return 0;
   kit::Screen::setMainBounds(kit::makeRect(0, 0, 390, 844));
   GuiApp app;
 
   desktop::DeploymentConfigLoad deployment = desktop::loadDeploymentConfig(folders);
   if (!deployment.problem.empty()) std::fprintf(stderr, "solvanta: %s\n", deployment.problem.c_str());
+  APMLaunchContext::setInfoDictionary(deployment.config.infoPlist);
   ads::AdConfig adConfig = ads::AdConfig::current();
   adConfig.interstitialAdUnitID = deployment.config.interstitialAdUnitID.value_or(adConfig.interstitialAdUnitID);
   adConfig.appOpenAdUnitID = deployment.config.appOpenAdUnitID.value_or(adConfig.appOpenAdUnitID);
@@ -284,6 +344,9 @@ int runApp(const std::vector<std::string>& args, const char* programName) {
   }
   postLifecycle(qt);
   followWindowVisibility(*app.window());
+  if (!openURL.empty()) APMAnalytics::handleOpenURL(openURL);
+  QLocalServer urlServer;
+  listenForURLs(urlServer, app.window());
   int status = qt.exec();
   app.close();
   return status;

@@ -13,7 +13,7 @@
 namespace {
 
 const char* const kUsage =
-    "Usage: solvanta [--library DIR] [--contacts DIR]\n"
+    "Usage: solvanta [--library DIR] [--contacts DIR] [LAUNCH ARGUMENTS] [solvanta://URL]\n"
     "       solvanta --screenshot DIR\n"
     "       solvanta <command> [options]\n"
     "\n"
@@ -26,6 +26,19 @@ const char* const kUsage =
     "                     default $XDG_DATA_HOME/contacts)\n"
     "  --screenshot DIR   run the screenshot journey (flows/screenshots.yaml) offscreen on a\n"
     "                     simulated phone, writing its PNGs to DIR\n"
+    "  solvanta://...     the URL that opens the app (its utm_* keys are reported as a campaign);\n"
+    "                     handed to the running app when there is one\n"
+    "\n"
+    "Launch arguments of the measurement client (each may be followed by YES or NO):\n"
+    "  -APMAnalyticsDebugEnabled, -ORXAnalyticsDebugEnabled, -ORXDebugEnabled    debug mode on\n"
+    "  -noAPMAnalyticsDebugEnabled, -noORXAnalyticsDebugEnabled, -ORXDebugDisabled  off\n"
+    "  -APMAnalyticsVerboseLoggingEnabled, -ORXAnalyticsVerboseLoggingEnabled   verbose log on\n"
+    "  -APMAnalyticsVerboseLoggingDisabled, -ORXAnalyticsVerboseLoggingDisabled  off\n"
+    "  -DebugDeferredDeepLink   mark deferred deep-link requests as tests\n"
+    "  Debug mode and verbose logging stay as set until a launch turns them off.\n"
+    "\n"
+    "Property-list keys (ORVEX_ANALYTICS_COLLECTION_ENABLED, STUVOP_ANALYTICS_DEFAULT_ALLOW_AD_STORAGE,\n"
+    "...) come from the \"infoPlist\" object of the deployment file (see the README).\n"
     "\n"
     "Commands:\n"
     "  scan         find duplicates from the command line (solvanta scan --help)\n"
@@ -53,7 +66,7 @@ int main(int argc, char** argv) {
       return cli::runMeasurement(std::vector<std::string>(args.begin() + 1, args.end()), stdout, stderr);
     }
     if (first == "flow") return gui::runFlows(std::vector<std::string>(args.begin() + 1, args.end()), argv[0]);
-    if (first.rfind("-", 0) != 0) {
+    if (first.rfind("-", 0) != 0 && first.rfind("solvanta:", 0) != 0) {
       std::fprintf(stderr, "solvanta: unknown command '%s'\n\n%s", first.c_str(), kUsage);
       return 2;
     }

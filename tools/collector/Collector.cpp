@@ -3,6 +3,7 @@
 #include <httplib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "measurement/audiences/APMAudience.h"
 #include "measurement/proto/APMPB.h"
 
 namespace collector {
@@ -188,6 +190,25 @@ bool Collector::start(std::string* error) {
     answer();
   });
 
+  // The deferred deep link of this install: the configured link, or an empty answer.
+  server_->Get("/adserve/conversion/app/deeplink", [this, faulted](const httplib::Request&,
+                                                                  httplib::Response& res) {
+    {
+      std::lock_guard lock(mu_);
+      ++stats_.deepLinkRequests;
+    }
+    auto answer = [&] {
+      res.status = 200;
+      if (options_.deferredDeepLink.empty()) return;
+      double now = std::chrono::duration<double>(
+                       std::chrono::system_clock::now().time_since_epoch()).count();
+      res.set_content(Json{{"deeplink", options_.deferredDeepLink}, {"timestamp", now}}.dump(),
+                      "application/json");
+    };
+    if (faulted(res, answer)) return;
+    answer();
+  });
+
   server_->Post("/a", [this, faulted](const httplib::Request& req, httplib::Response& res) {
     std::int64_t wire = req.has_header("Content-Length")
                             ? std::atoll(req.get_header_value("Content-Length").c_str())
@@ -278,6 +299,32 @@ std::optional<Fault> Collector::nextFault() {
   return fault;
 }
 
+namespace {
+
+// One audience's result: {"audience", "true": [filter ids], "evaluated": [...], "changed"}.
+Json audienceJSON(const APMPBAudienceLeafFilterResult& result) {
+  Json out = {{"audience", result.audience_id},
+              {"changed", result.previous_data_present},
+              {"true", Json::array()},
+              {"evaluated", Json::array()}};
+  kit::Data bytes;
+  if (!APMPBEncode(APMPBMessage<APMPBResultData>::fields(), &result.current_data, &bytes, nullptr)) {
+    return out;
+  }
+  auto data = APMAudienceResultData::parse(bytes);
+  if (!data) return out;
+  std::size_t bits = std::max(data->status.size(), data->results.size()) * 64;
+  for (std::size_t bit = 0; bit < bits; ++bit) {
+    auto value = data->filterResult(static_cast<std::int32_t>(bit));
+    if (!value) continue;
+    out["evaluated"].push_back(bit);
+    if (*value) out["true"].push_back(bit);
+  }
+  return out;
+}
+
+}  // namespace
+
 void Collector::logBatch(const std::string& body, std::int64_t wireBytes, int* status) {
   auto batch = APMPBMessage<APMPBMeasurementBatch>::parseFromData(
       std::span(reinterpret_cast<const std::uint8_t*>(body.data()), body.size()));
@@ -291,12 +338,20 @@ void Collector::logBatch(const std::string& body, std::int64_t wireBytes, int* s
   ++stats_.batchesAccepted;
   for (const APMPBMeasurementBundle& b : APMPBItems((*batch)->bundles, (*batch)->bundles_count)) {
     ++stats_.bundles;
+    // The bundle's consent and audience results go on each of its event lines.
+    Json audiences = Json::array();
+    for (const APMPBAudienceLeafFilterResult& r :
+         APMPBItems(b.audience_evaluation_results, b.audience_evaluation_results_count)) {
+      audiences.push_back(audienceJSON(r));
+    }
     for (const APMPBEvent& e : APMPBItems(b.events, b.events_count)) {
       Json line = {{"app_id", std::string(APMPBString(b.app_id))},
                    {"app_instance_id", std::string(APMPBString(b.app_instance_id))},
                    {"name", std::string(APMPBString(e.name))},
                    {"timestamp_millis", e.timestamp_millis},
-                   {"params", paramsJSON(e.params, e.params_count)}};
+                   {"params", paramsJSON(e.params, e.params_count)},
+                   {"consent_signals", std::string(APMPBString(b.consent_signals))},
+                   {"audiences", audiences}};
       std::string text = line.dump();
       ++stats_.events;
       if (log_) std::fprintf(log_, "%s\n", text.c_str());
@@ -323,7 +378,7 @@ std::string Collector::statsJSON() const {
               {"uploads", s.uploads},                {"batches_accepted", s.batchesAccepted},
               {"bundles", s.bundles},                {"events", s.events},
               {"faults", s.faults},                  {"bad_batches", s.badBatches},
-              {"wire_bytes", s.wireBytes}}
+              {"wire_bytes", s.wireBytes},          {"deep_link_requests", s.deepLinkRequests}}
       .dump();
 }
 

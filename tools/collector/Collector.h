@@ -4,7 +4,14 @@
 //   GET  /config/app/<id>   the configuration file's message (304 when "If-None-Match" names
 //                           its ETag; 404 when there is no configuration file)
 //   POST /a                 a batch (inflated by the server when gzip-compressed); each event
-//                           becomes one JSON line of the log; 400 when the body is no batch
+//                           becomes one JSON line of the log, with its bundle's consent signal
+//                           and audience results; 400 when the body is no batch
+//
+// The configuration file may define audiences (`audiences { audience_id: 1 event_filters
+// { filter_id: 1 event_name: "purchase" } }`); the client evaluates them and each event line
+// shows them as "audiences": [{"audience", "true": [filter ids], "evaluated", "changed"}].
+//   GET  /adserve/conversion/app/deeplink   the deferred deep link: {"deeplink", "timestamp"}
+//                           with the configured link, an empty 200 without one
 //   POST /control/fail?status=S&count=N    answer S to the next N requests
 //   POST /control/slow?seconds=T&count=N   answer the next N requests T seconds late
 //   POST /control/drop?count=N             drop the connection of the next N requests
@@ -60,6 +67,8 @@ struct CollectorOptions {
   double randomFaultProbability = 0;
   std::vector<Fault> randomFaults;
   std::uint64_t seed = 1;
+  // The link the deferred deep-link request answers with; empty: an empty answer.
+  std::string deferredDeepLink;
 };
 
 struct CollectorStats {
@@ -72,6 +81,7 @@ struct CollectorStats {
   std::int64_t faults = 0;
   std::int64_t badBatches = 0;
   std::int64_t wireBytes = 0;  // bytes of POST bodies as they came (compressed)
+  std::int64_t deepLinkRequests = 0;
 };
 
 // The bytes of `text` (protobuf text format) encoded as the configuration message, by the

@@ -20,6 +20,8 @@
 #include "desktop/threaded/ThreadedEnvironment.h"
 #include "kit/Singleton.h"
 #include "measurement/runtime/APMPProgramBuilder.h"
+#include "measurement/consent/APMConsentSettingsUtil.h"
+#include "measurement/consent/APMLaunchContext.h"
 #include "measurement/store/APMStoreTestSupport.h"
 #include "sim/Platform.h"
 
@@ -189,6 +191,130 @@ TEST_F(CollectorTest, EventEditingProgramsFromTheConfigurationEditUploadedEvents
   EXPECT_EQ(sequenceCounts(collector_->lines()), (std::map<std::int64_t, int>{{1, 1}, {2, 2}, {3, 1}}));
 }
 
+TEST_F(CollectorTest, AudiencesOfTheConfigurationComeBackEvaluated) {
+  CollectorOptions options;
+  options.configPath = writeConfig(R"(
+version: 6
+stuvop_app_id: "com.stuvop.solvanta"
+audiences {
+  audience_id: 31
+  event_filters {
+    filter_id: 1 event_name: "purchase"
+    filters { param_name: "value" number_filter { comparison_type: 2 comparison_value: "100" } }
+  }
+  event_filters {
+    filter_id: 2 event_name: "purchase"
+    filters { param_name: "currency" string_filter { match_type: 6 expression_list: "EUR" expression_list: "USD" } }
+  }
+}
+audiences { audience_id: 32 event_filters { filter_id: 1 event_name: "refund" } }
+audiences { audience_id: 33 }
+)");
+  startCollector(options);
+  auto c = client();
+  // The first pass fetches the configuration; the audiences apply from then on.
+  c->log("warm_up", {});
+  ASSERT_TRUE(c->drain(30));
+  c->log("purchase", {{"value", APMValue::fromInt64(250)}, {"currency", APMValue::fromString("GBP")}});
+  ASSERT_TRUE(c->drain(30));
+  std::optional<nlohmann::json> purchase;
+  for (const std::string& line : collector_->lines()) {
+    auto json = nlohmann::json::parse(line);
+    if (json["name"] == "purchase") purchase = json;
+  }
+  ASSERT_TRUE(purchase);
+  ASSERT_EQ((*purchase)["audiences"].size(), 1u) << purchase->dump();
+  const auto& a = (*purchase)["audiences"][0];
+  EXPECT_EQ(a["audience"], 31);
+  EXPECT_EQ(a["evaluated"], nlohmann::json::array({1, 2}));
+  EXPECT_EQ(a["true"], nlohmann::json::array({1}));
+  // The audience without filters was refused; the one about refunds was stored, not met.
+  c->measurement().scheduler().dispatchSyncOnWorkerQueueBlockID("test", [&] {
+    auto ids = c->measurement().database()->queryAllAudienceIDs(nullptr);
+    ASSERT_TRUE(ids);
+    EXPECT_EQ(*ids, (std::vector<std::int64_t>{31, 32}));
+  });
+}
+
+TEST_F(CollectorTest, EachConsentSourceReachesTheServer) {
+  startCollector();
+  auto c = client();
+  auto signalOf = [&](const std::string& name) {
+    c->log(name, {});
+    EXPECT_TRUE(c->drain(30));
+    std::string signal = "(none)";
+    for (const std::string& line : collector_->lines()) {
+      auto json = nlohmann::json::parse(line);
+      if (json["name"] == name) signal = json["consent_signals"].get<std::string>();
+    }
+    return signal;
+  };
+  auto& consent = APMConsentSettingsUtil::sharedInstance();
+  auto refresh = [&] {
+    c->measurement().scheduler().dispatchSyncOnWorkerQueueBlockID(
+        "test", [&] { c->measurement().refreshConsentOnWorkerQueue(); });
+  };
+  // Nothing set (100).
+  EXPECT_EQ(signalOf("unset"), "G1--");
+  // The application (30).
+  ASSERT_TRUE(consent.setConsent({{"ad_storage", "granted"}, {"analytics_storage", "granted"}}).accepted);
+  refresh();
+  EXPECT_EQ(signalOf("app"), "G111");
+  // Another party (10) wins over the application.
+  ASSERT_TRUE(consent.setConsent({{"ad_storage", "denied"}}, kAPMConsentSettings3PKey).accepted);
+  refresh();
+  EXPECT_EQ(signalOf("third_party"), "G101");
+  EXPECT_FALSE(consent.setConsent({{"ad_storage", "granted"}}).accepted);
+  // Persisted settings after a restart (20 for the other party's).
+  c.reset();
+  kit::resetSingletonsForTesting();
+  c = client();
+  EXPECT_LE(APMConsentSettingsUtil::sharedInstance().consentSource(), kAPMConsentSourcePersisted3P);
+  EXPECT_EQ(signalOf("restarted"), "G101");
+  // Analytics denied: events still arrive, without the instance identifier.
+  ASSERT_TRUE(APMConsentSettingsUtil::sharedInstance()
+                  .setConsent({{"analytics_storage", "denied"}}, kAPMConsentSettings3PKey)
+                  .accepted);
+  c->measurement().scheduler().dispatchSyncOnWorkerQueueBlockID(
+      "test", [&] { c->measurement().refreshConsentOnWorkerQueue(); });
+  EXPECT_EQ(signalOf("denied"), "G100");
+  for (const std::string& line : collector_->lines()) {
+    auto json = nlohmann::json::parse(line);
+    if (json["name"] == "denied") {
+      EXPECT_EQ(json["app_instance_id"], "");
+    }
+  }
+}
+
+TEST_F(CollectorTest, TheDeferredDeepLinkComesFromTheCollectorAndIsReported) {
+  CollectorOptions options;
+  options.deferredDeepLink = "solvanta://open?utm_source=ddl&utm_medium=install";
+  startCollector(options);
+  APMLaunchContext::setInfoDictionary({{"STUVOP_ANALYTICS_DEFERRED_DEEP_LINK_ENABLED", true}});
+  platform_.advertisingIdentity().set("AAAA-2222", std::nullopt, 3);
+  auto c = client();  // starts, and asks
+  std::optional<nlohmann::json> campaign;
+  for (int attempt = 0; attempt < 100 && !campaign; ++attempt) {
+    ASSERT_TRUE(c->drain(30));
+    for (const std::string& line : collector_->lines()) {
+      auto json = nlohmann::json::parse(line);
+      if (json["name"] == "_cmp") campaign = json;
+    }
+    if (!campaign) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  ASSERT_TRUE(campaign);
+  EXPECT_EQ((*campaign)["params"]["source"], "ddl");
+  EXPECT_EQ((*campaign)["params"]["medium"], "install");
+  EXPECT_EQ(collector_->stats().deepLinkRequests, 1);
+  // A later start does not ask again.
+  c.reset();
+  kit::resetSingletonsForTesting();
+  APMLaunchContext::setInfoDictionary({{"STUVOP_ANALYTICS_DEFERRED_DEEP_LINK_ENABLED", true}});
+  c = client();
+  ASSERT_TRUE(c->drain(30));
+  EXPECT_EQ(collector_->stats().deepLinkRequests, 1);
+}
+
 TEST_F(CollectorTest, FaultsKeepTheBundlesUntilTheServerAccepts) {
   startCollector();
   auto c = client();
@@ -259,8 +385,19 @@ TEST_F(CollectorTest, NoCommittedEventIsLostWhenTheClientIsKilled) {
   };
   int killed = 0;
   for (int round = 0; round < rounds; ++round) {
+    std::error_code ec;
+    auto before = std::filesystem::file_size(committedPath, ec);
+    if (ec) before = 0;
     pid_t pid = spawn(round * 1000LL, false);
     ASSERT_GT(pid, 0);
+    // On a loaded machine the child may take seconds to start: the random moment is counted
+    // from its first committed event (or 20 s at most), so that each round kills a client at
+    // work rather than one still loading.
+    for (int waited = 0; waited < 2000; ++waited) {
+      auto now = std::filesystem::file_size(committedPath, ec);
+      if (!ec && now > before) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<int>(30, 700)(random)));
     if (::kill(pid, SIGKILL) == 0) ++killed;
     int status = 0;

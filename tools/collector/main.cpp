@@ -20,6 +20,7 @@ volatile std::sig_atomic_t gStop = 0;
 const char* kUsage =
     "Usage: solvanta-collector [--port N] [--config FILE] [--log FILE]\n"
     "                          [--fail STATUS[:COUNT]] [--slow SECONDS[:COUNT]] [--drop COUNT]\n"
+    "                          [--deep-link URL]\n"
     "Serves the measurement configuration in FILE (protobuf text) and appends one JSON line\n"
     "per uploaded event to the log. Binds to 127.0.0.1 only; port 0 picks a free one.\n";
 
@@ -43,6 +44,8 @@ int main(int argc, char** argv) {
       options.port = std::atoi(value().c_str());
     } else if (arg == "--config") {
       options.configPath = value();
+    } else if (arg == "--deep-link") {
+      options.deferredDeepLink = value();
     } else if (arg == "--log") {
       options.logPath = value();
     } else if (arg == "--fail") {

@@ -100,6 +100,37 @@ bool parseMeasurement(const Json& json, DeploymentConfig* config, std::string* w
   return true;
 }
 
+// A JSON value as the information dictionary holds it; null stays null.
+kit::Value plistValue(const Json& json) {
+  if (json.is_boolean()) return kit::Value(json.get<bool>());
+  if (json.is_number_integer()) return kit::Value(json.get<long long>());
+  if (json.is_number()) return kit::Value(json.get<double>());
+  if (json.is_string()) return kit::Value(json.get<std::string>());
+  if (json.is_array()) {
+    kit::Array items;
+    for (const Json& item : json) items.push_back(plistValue(item));
+    return kit::Value(std::move(items));
+  }
+  if (json.is_object()) {
+    kit::Dictionary entries;
+    for (const auto& item : json.items()) entries[item.key()] = plistValue(item.value());
+    return kit::Value(std::move(entries));
+  }
+  return kit::Value();
+}
+
+// The "infoPlist" object: the information dictionary.
+bool parseInfoPlist(const Json& json, DeploymentConfig* config, std::string* why) {
+  auto info = json.find("infoPlist");
+  if (info == json.end()) return true;
+  if (!info->is_object()) {
+    *why = "\"infoPlist\" must be an object";
+    return false;
+  }
+  config->infoPlist = *plistValue(*info).asDictionary();
+  return true;
+}
+
 // The configuration in `json`; false with `why` when it is not one.
 bool parse(const Json& json, DeploymentConfig* config, std::string* why) {
   if (!json.is_object()) {
@@ -108,7 +139,8 @@ bool parse(const Json& json, DeploymentConfig* config, std::string* why) {
   }
   std::string unknown = unknownKey(json, {"interstitialAdUnitID", "appOpenAdUnitID",
                                           "bannerAdUnitID", "testDeviceIdentifier", "houseAds",
-                                          "measurement", "storeLink", "promotionLink", "supportAddress"});
+                                          "measurement", "storeLink", "promotionLink", "supportAddress",
+                                          "infoPlist"});
   if (!unknown.empty()) {
     *why = "unknown key \"" + unknown + "\"";
     return false;
@@ -122,6 +154,7 @@ bool parse(const Json& json, DeploymentConfig* config, std::string* why) {
     return false;
   }
   if (!parseMeasurement(json, config, why)) return false;
+  if (!parseInfoPlist(json, config, why)) return false;
   auto house = json.find("houseAds");
   if (house == json.end()) return true;
   if (!house->is_object()) {

@@ -6,8 +6,12 @@
 //     "testDeviceIdentifier": "...",
 //     "storeLink": "https://...", "promotionLink": "https://...", "supportAddress": "...",
 //     "houseAds": {"fillRate": 1.0, "latencySeconds": 0.5, "format": "image"},
-//     "measurement": {"host": "https://collector.example"}
+//     "measurement": {"host": "https://collector.example"},
+//     "infoPlist": {"STUVOP_ANALYTICS_DEFAULT_ALLOW_AD_STORAGE": false, ...}
 //   }
+//
+// "infoPlist" is the app's information dictionary (its property-list keys), read by the
+// measurement client: booleans, numbers, strings, arrays and objects as JSON writes them.
 //
 // Every key is optional; a key left out keeps its default.
 #pragma once
@@ -16,6 +20,7 @@
 #include <string>
 
 #include "desktop/system/AppFolders.h"
+#include "kit/Value.h"
 
 namespace desktop {
 
@@ -38,6 +43,8 @@ struct DeploymentConfig {
   // Where measurement data is sent: "http://" or "https://" and a host name with an optional
   // port, no path (a trailing slash is dropped). Empty: nothing is sent.
   std::string measurementHost;
+  // The information dictionary; empty when the file sets none.
+  kit::Dictionary infoPlist;
 };
 
 struct DeploymentConfigLoad {

@@ -82,6 +82,29 @@ TEST_F(DeploymentConfigTest, TheMeasurementHostIsASchemeAndAHostOrNothing) {
   }
 }
 
+TEST_F(DeploymentConfigTest, TheInfoPlistIsADictionaryOfJSONValues) {
+  writeText(defaultPath(), R"({"infoPlist": {"STUVOP_ANALYTICS_DEFAULT_ALLOW_AD_STORAGE": false,
+    "STUVOP_APP_ID": "1:2:ios:3", "n": 5, "r": 0.5, "ORVEX_ANALYTICS_CONFIGURATION":
+    {"safelisted_events": ["a", "b"]}, "none": null}})");
+  DeploymentConfigLoad load = loadDeploymentConfig(home.folders());
+  EXPECT_EQ(load.problem, "");
+  const kit::Dictionary& info = load.config.infoPlist;
+  EXPECT_EQ(info.at("STUVOP_ANALYTICS_DEFAULT_ALLOW_AD_STORAGE"), kit::Value(false));
+  EXPECT_EQ(info.at("STUVOP_APP_ID"), kit::Value("1:2:ios:3"));
+  EXPECT_EQ(info.at("n"), kit::Value(5));
+  EXPECT_EQ(info.at("r"), kit::Value(0.5));
+  EXPECT_TRUE(info.at("none").isNull());
+  const kit::Dictionary* nested = info.at("ORVEX_ANALYTICS_CONFIGURATION").asDictionary();
+  ASSERT_NE(nested, nullptr);
+  EXPECT_EQ(nested->at("safelisted_events"), kit::Value(kit::Array{"a", "b"}));
+
+  writeText(defaultPath(), R"({"infoPlist": ["STUVOP_APP_ID"]})");
+  load = loadDeploymentConfig(home.folders());
+  EXPECT_FALSE(load.fromFile);
+  EXPECT_NE(load.problem.find("infoPlist"), std::string::npos) << load.problem;
+  EXPECT_TRUE(load.config.infoPlist.empty());
+}
+
 TEST_F(DeploymentConfigTest, AMalformedAdUnitNamesTheFileAndKeyAndKeepsTheDefaults) {
   for (const char* bad : {R"("")", R"("open unit 1")", R"("open-1\n")"}) {
     writeText(defaultPath(), std::string(R"({"interstitialAdUnitID": "inter-1", "appOpenAdUnitID": )") + bad + "}");

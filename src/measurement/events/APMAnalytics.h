@@ -58,6 +58,23 @@ class APMAnalytics {
   static void removeLogEventListener(int token);
   static void setLogEventInterceptor(LogEventInterceptor interceptor);
 
+  // Consent (defined in consent/APMConsent.cpp). The application's setting (source 30), or
+  // with the key "consent_settings_3p" another party's (source 10); keys "ad_storage" and
+  // "analytics_storage", values "granted" or "denied". A withdrawal resets the client's data,
+  // at once while it runs, else at its next start.
+  static void setConsent(const kit::Dictionary& consent);
+  static void setConsentForKey(const kit::Dictionary& consent, const std::string& key);
+  // Forgets every consent setting.
+  static void clearConsent();
+
+  // The URL that opened the app (defined in consent/APMConsent.cpp): reported as a campaign
+  // by the running client; before it runs, kept under "/stuvop/measurement/deep_link" and
+  // reported when it starts.
+  static void handleOpenURL(const std::string& url);
+  // The application's hook for a deferred deep link, called on the main queue with the link
+  // (null: none, and the link is only reported).
+  static void setDeferredDeepLinkHandler(std::function<void(const std::string& url)> handler);
+
   // Hands the held calls to `measurement` and lets later calls through. Any thread.
   static void unsuspendOperationQueue(std::shared_ptr<APMMeasurement> measurement);
   // Forgets the core, the queues and every setting (tests and a reset of the process state).

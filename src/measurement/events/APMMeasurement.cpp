@@ -218,6 +218,7 @@ bool APMMeasurement::startMeasurementOnWorkerQueue() {
   scheduler_.checkOnBackgroundThreadWithMethodName("startMeasurementOnWorkerQueue");
   loadTime_ = now();
   if (!openDatabaseOnWorkerQueue()) return false;
+  applyConsentAtStartOnWorkerQueue();
   if (!settings_.analyticsEnabled) {
     APMMonitor::log(kAPMMonitorLevelNotice, kCodeCollectionDisabled,
                     "Analytics collection disabled");
@@ -870,7 +871,8 @@ bool APMMeasurement::evaluationTimeFromRawEvents(const std::vector<APMEvent>& ev
 }
 
 std::optional<std::vector<APMEvent>> APMMeasurement::eventsAfterUpdatingEventAggregates(
-    const std::vector<APMEvent>& events) {
+    const std::vector<APMEvent>& events, APMAudience* audience,
+    APMAudienceTimestampsCache* audienceCache) {
   platform::Error error;
   std::vector<APMEvent> out;
   out.reserve(events.size());
@@ -895,6 +897,9 @@ std::optional<std::vector<APMEvent>> APMMeasurement::eventsAfterUpdatingEventAgg
       out.push_back(event);
     }
     if (!database_->updateEventAggregates(aggregates, &error)) return std::nullopt;
+    if (audience && audienceCache) {
+      audience->evaluateFiltersForEvent(out.back(), aggregates, *audienceCache);
+    }
   }
   return out;
 }
@@ -1113,8 +1118,15 @@ bool APMMeasurement::bundleRawEvents() {
           APMMonitor::log(kAPMMonitorLevelNotice, kCodeRejectedAll, "Rejected all events.");
           return finishRows();
         }
+        // Audiences are evaluated inside this transaction, over one pass.
+        APMAudience audience(database_.get());
+        APMAudienceTimestampsCache audienceCache;
+        if (std::any_of(processed->begin(), processed->end(),
+                        [](const APMEvent& e) { return e.name() == "_s"; })) {
+          audience.clearEvaluationResultsForSessionScopedFilters(audienceCache);
+        }
         if (!evaluationTimeFromRawEvents(*processed)) return false;
-        auto updated = eventsAfterUpdatingEventAggregates(*processed);
+        auto updated = eventsAfterUpdatingEventAggregates(*processed, &audience, &audienceCache);
         if (!updated) return false;
         std::vector<APMPBMessage<APMPBEvent>> protos;
         protos.reserve(updated->size());
@@ -1141,6 +1153,11 @@ bool APMMeasurement::bundleRawEvents() {
         }
         if (!updateAppMetadataForBundle(*bundle, start, end)) return false;
         addBundleMetadataIntoBundle(*bundle, start, end);
+        for (const APMPBUserAttribute& property :
+             APMPBItems(bundle->user_properties, bundle->user_properties_count)) {
+          audience.evaluateFiltersForNanoUserProperty(property, audienceCache, start / 1000.0);
+        }
+        audience.resultsForBundling(*bundle, audienceCache);
         bool realtime = std::any_of(rows->begin(), rows->end(),
                                     [](const APMRawEventData& r) { return r.isRealtime; });
         auto bundleID = database_->insertBundle(*bundle, realtime, &error);

@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "measurement/audiences/APMAudience.h"
 #include "measurement/events/APMEvent.h"
 #include "measurement/events/APMIdentity.h"
 #include "measurement/events/APMMeasurementSettings.h"
@@ -159,6 +160,41 @@ class APMMeasurement {
   APMPBMessage<APMPBMeasurementBundle> createRawEventMetadataWithUserAttributes(
       const std::vector<APMUserAttribute>& attributes);
 
+  // ---- consent (worker queue; defined in consent/APMConsent.cpp) ----
+  // Reads the consent settings into the signal bundles carry, under the configuration's
+  // switches (at start, on each change, after a new configuration). At start, also loads the persisted settings (or the information dictionary's
+  // defaults) and runs a reset that a withdrawal left for this start.
+  void refreshConsentOnWorkerQueue();
+  void applyConsentAtStartOnWorkerQueue();
+  // Wipes the database and the persisted configuration, forgets the app instance id; the
+  // next start reports a new first open. "Analytics data has been reset".
+  void resetAnalyticsDataOnWorkerQueue();
+
+  // ---- campaigns (defined in consent/APMConsent.cpp) ----
+  // Any thread: the URL that opened the app, reported on the worker queue.
+  void handleOpenURL(const std::string& url, std::int64_t clickTimestampInMs,
+                     double eventTimestampInSeconds);
+  // Reports the campaign parameters of `url` as `_cmp` (with `click_timestamp` and
+  // `extraParameters`) and keeps the URL in the user property `_ldl`. A URL without campaign
+  // parameters reports nothing.
+  void handleOpenURLOnWorkerQueue(const std::string& url, std::int64_t clickTimestampInMs,
+                                  double eventTimestampInSeconds,
+                                  const APMParameters& extraParameters);
+  // Click identifiers need a device identifier and tracking not refused.
+  bool shouldAllowClickID();
+
+  // ---- deferred deep link (defined in consent/APMDeferredDeepLink.cpp) ----
+  // Whether to ask the collection host for the link that led to this install: switched on by
+  // the configuration and the information dictionary, not yet retrieved, fewer failures than
+  // maxDeferredDeepLinkRetryCount (reaching it ends the asking), and an advertising
+  // identifier to ask with. Each refusal is logged.
+  bool shouldAllowRequestDeferredDeepLink();
+  // Asks "<host>/adserve/conversion/app/deeplink?..." once; the answer is handled on the
+  // worker queue (a failure counts one retry, for the next start).
+  void requestDeferredDeepLink();
+  void handleDeferredDeepLinkResponse(const platform::NetworkResponse& response,
+                                      const std::optional<platform::Error>& error);
+
   // Seconds since 1970 on the installed clock.
   static double now();
   // Logs an internal `_err` event with `parameters` (origin "auto").
@@ -194,8 +230,11 @@ class APMMeasurement {
   std::optional<std::vector<APMEvent>> processRawEvents(std::vector<APMRawEventData>& rows,
                                                         APMDailyCounts& counts, bool* changed);
   bool evaluationTimeFromRawEvents(const std::vector<APMEvent>& events);
+  // With `audience`, each event also runs through the audience filters of `audienceCache`'s
+  // pass once its aggregates count it.
   std::optional<std::vector<APMEvent>> eventsAfterUpdatingEventAggregates(
-      const std::vector<APMEvent>& events);
+      const std::vector<APMEvent>& events, APMAudience* audience = nullptr,
+      APMAudienceTimestampsCache* audienceCache = nullptr);
   std::optional<std::vector<APMPBMessage<APMPBEvent>>> sampleEvents(
       std::vector<APMPBMessage<APMPBEvent>> events, platform::Error* error);
   bool updateAppMetadataForBundle(APMPBMeasurementBundle& bundle, std::int64_t startMillis,

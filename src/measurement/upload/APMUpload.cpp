@@ -647,6 +647,26 @@ void APMMeasurement::networkRemoteConfigFetchCompletionHandler(
                     "Configuration does not have valid Stuvop App ID.");
   } else {
     APMPBMeasurementConfig& config = **parsed;
+    platform::Error audienceError;
+    bool audiencesSaved = true;
+    if (database_) {
+      APMRemoteConfig& limits = remoteConfig();
+      APMAudience::Limits audienceLimits{limits.maxAudienceCount(), limits.maxFiltersPerAudience(),
+                                         limits.maxParametersPerFilter(),
+                                         limits.maxFilterResultCount()};
+      audiencesSaved = database_->performTransaction(
+          [&] {
+            return APMAudience(database_.get())
+                .updateAudiences({config.audiences, config.audiences_count}, audienceLimits,
+                                 &audienceError);
+          },
+          &audienceError);
+    }
+    if (!audiencesSaved) {
+      APMMonitor::log(kAPMMonitorLevelError, kCodeConfigUpdate,
+                      "Failed to update audiences with new server configuration",
+                      audienceError.localizedDescription);
+    }
     // Audiences are kept apart from the stored configuration.
     for (pb_size_t i = 0; i < config.audiences_count; ++i) {
       pb_release(APMPBMessage<APMPBAudience>::fields(), &config.audiences[i]);
@@ -660,6 +680,7 @@ void APMMeasurement::networkRemoteConfigFetchCompletionHandler(
                                &updateError);
     if (applied) {
       applyRemoteConfigOnWorkerQueue();
+      refreshConsentOnWorkerQueue();
     } else {
       APMMonitor::log(kAPMMonitorLevelError, kCodeConfigUpdate,
                       "Failed to update configuration with new server configuration",

@@ -1,0 +1,175 @@
+// The consent entry points of APMAnalytics and the consent work of APMMeasurement on the
+// worker queue.
+#include "measurement/APMMonitor.h"
+#include "measurement/consent/APMCampaign.h"
+#include "platform/Platform.h"
+#include "measurement/consent/APMConsentSettingsUtil.h"
+#include "measurement/consent/APMLaunchContext.h"
+#include "measurement/events/APMAnalytics.h"
+#include "measurement/events/APMMeasurement.h"
+
+namespace {
+
+enum : int {
+  kCodeResetDone = 22101,
+  kCodeResetFailed = 22102,
+  kCodeDeferredReset = 22103,
+  kCodeDeactivated = 22104,
+};
+
+}  // namespace
+
+void APMHandleStoredURLOnWorkerQueue(APMMeasurement& measurement);
+
+void APMAnalytics::setConsent(const kit::Dictionary& consent) { setConsentForKey(consent, {}); }
+
+void APMAnalytics::setConsentForKey(const kit::Dictionary& consent, const std::string& key) {
+  APMConsentSettingsUtil& util = APMConsentSettingsUtil::sharedInstance();
+  APMConsentSettingsUtil::Outcome outcome = util.setConsent(consent, key);
+  if (!outcome.accepted) return;
+  std::shared_ptr<APMMeasurement> measurement = APMMeasurement::sharedInstance();
+  if (!measurement) {
+    if (outcome.withdrew) util.setDeferredConsentReset(true);
+    return;
+  }
+  bool withdrew = outcome.withdrew;
+  measurement->scheduler().scheduleOnWorkerQueueBlockID(
+      "APMAnalytics:setConsent", [measurement, withdrew] {
+        if (withdrew) measurement->resetAnalyticsDataOnWorkerQueue();
+        measurement->refreshConsentOnWorkerQueue();
+      });
+}
+
+void APMAnalytics::clearConsent() {
+  APMConsentSettingsUtil::sharedInstance().clearConsent();
+  if (std::shared_ptr<APMMeasurement> measurement = APMMeasurement::sharedInstance()) {
+    measurement->scheduler().scheduleOnWorkerQueueBlockID(
+        "APMAnalytics:clearConsent", [measurement] { measurement->refreshConsentOnWorkerQueue(); });
+  }
+}
+
+void APMMeasurement::refreshConsentOnWorkerQueue() {
+  APMConsentSettingsUtil& util = APMConsentSettingsUtil::sharedInstance();
+  APMRemoteConfig& config = remoteConfig();
+  util.setEnabledFlags(config.isConsentSettingsEnabled(), config.isConsentSettings3PEnabled());
+  settings_.consentSignals = util.consentSignals();
+}
+
+void APMMeasurement::applyConsentAtStartOnWorkerQueue() {
+  APMConsentSettingsUtil& util = APMConsentSettingsUtil::sharedInstance();
+  if (util.consentSource() == kAPMConsentSourceUnset) {
+    util.loadPersistedConsentSettings();
+    if (util.consentSource() == kAPMConsentSourceUnset && util.consentSettings().empty()) {
+      util.setConsentSettings(
+          APMConsentSettingsUtil::consentSettingsFromPlist(APMLaunchContext::infoDictionary()));
+    }
+  }
+  if (util.deferredConsentReset()) {
+    APMMonitor::log(kAPMMonitorLevelNotice, kCodeDeferredReset,
+                    "Resetting analytics data after consent was withdrawn");
+    util.setDeferredConsentReset(false);
+    resetAnalyticsDataOnWorkerQueue();
+  }
+  refreshConsentOnWorkerQueue();
+  // The launch: the information dictionary's switches and the debug arguments.
+  if (APMLaunchContext::infoBool("ORVEX_ANALYTICS_COLLECTION_DEACTIVATED").value_or(false)) {
+    APMMonitor::log(kAPMMonitorLevelNotice, kCodeDeactivated, "Analytics collection deactivated");
+    settings_.analyticsEnabled = false;
+  } else if (auto enabled = APMLaunchContext::infoBool("ORVEX_ANALYTICS_COLLECTION_ENABLED")) {
+    settings_.analyticsEnabled = *enabled;
+  }
+  APMLaunchContext::DebugSettings debug = APMLaunchContext::applyDebugArguments(platform::preferences());
+  if (debug.debugMode) settings_.debugMode = true;
+  if (debug.verboseLogging) APMMonitor::setConsoleLevel(kAPMMonitorLevelMax);
+  if (settings_.analyticsEnabled) {
+    APMHandleStoredURLOnWorkerQueue(*this);
+    requestDeferredDeepLink();
+  }
+}
+
+void APMMeasurement::resetAnalyticsDataOnWorkerQueue() {
+  scheduler_.checkOnBackgroundThreadWithMethodName("resetAnalyticsDataOnWorkerQueue");
+  platform::Error error;
+  if (database_ && !database_->reset(&error)) {
+    APMMonitor::log(kAPMMonitorLevelError, kCodeResetFailed, "Failed to reset database",
+                    error.localizedDescription);
+  }
+  rawEventFacts_.valid = false;
+  persistedConfig_->setAppInstanceID("");
+  persistedConfig_->setConfigServerETag("");
+  persistedConfig_->setConfigServerLastModifiedString("");
+  if (database_) openRemoteConfigOnWorkerQueue();
+  APMMonitor::log(kAPMMonitorLevelNotice, kCodeResetDone, "Analytics data has been reset");
+}
+
+// ---- campaigns ----
+
+namespace {
+
+constexpr const char* kDeepLinkKey = "/stuvop/measurement/deep_link";
+constexpr const char* kDeepLinkTimestampKey = "/stuvop/measurement/deep_link_timestamp_seconds";
+
+enum : int {
+  kCodeCampaign = 22301,
+  kCodeStoredLink = 22302,
+};
+
+}  // namespace
+
+void APMAnalytics::handleOpenURL(const std::string& url) {
+  double now = APMMeasurement::now();
+  if (std::shared_ptr<APMMeasurement> measurement = APMMeasurement::sharedInstance()) {
+    measurement->handleOpenURL(url, APMMilliseconds(now), now);
+    return;
+  }
+  platform::PreferenceStore& store = platform::preferences();
+  store.setObject(kit::Value(url), kDeepLinkKey);
+  store.setObject(kit::Value(now), kDeepLinkTimestampKey);
+}
+
+void APMMeasurement::handleOpenURL(const std::string& url, std::int64_t clickTimestampInMs,
+                                   double eventTimestampInSeconds) {
+  std::weak_ptr<int> alive = alive_;
+  scheduler_.scheduleOnWorkerQueueBlockID(
+      "APMMeasurement:handleOpenURL", [this, alive, url, clickTimestampInMs, eventTimestampInSeconds] {
+        if (alive.expired()) return;
+        handleOpenURLOnWorkerQueue(url, clickTimestampInMs, eventTimestampInSeconds, {});
+      });
+}
+
+bool APMMeasurement::shouldAllowClickID() {
+  platform::AdvertisingIdentity& identity = platform::advertisingIdentity();
+  std::optional<std::string> id = identity.advertisingIdentifier();
+  if (!id || id->empty()) return false;
+  std::optional<int> tracking = identity.trackingAuthorizationStatus();
+  return !tracking || *tracking == platform::kTrackingAuthorized;
+}
+
+void APMMeasurement::handleOpenURLOnWorkerQueue(const std::string& url,
+                                                std::int64_t clickTimestampInMs,
+                                                double eventTimestampInSeconds,
+                                                const APMParameters& extraParameters) {
+  scheduler_.checkOnBackgroundThreadWithMethodName("handleOpenURLOnWorkerQueue");
+  std::map<std::string, std::string> campaign = APMCampaignParametersOfURL(url, shouldAllowClickID());
+  if (campaign.empty() || !APMIsValidCampaignURLParamDictionary(campaign)) return;
+  APMParameters parameters = extraParameters;
+  for (const auto& [key, value] : campaign) parameters.insert_or_assign(key, APMValue::fromString(value));
+  parameters.insert_or_assign("click_timestamp", APMValue::fromInt64(clickTimestampInMs));
+  auto event = APMEvent::create("auto", "_cmp", eventTimestampInSeconds, 0, std::move(parameters));
+  if (!event) return;
+  APMMonitor::log(kAPMMonitorLevelDebug, kCodeCampaign, "Logging campaign event. URL", url);
+  handleInternalEventOnWorkerQueue(*event);
+  setUserAttributeOnWorkerQueue("_ldl", APMValue::fromString(url), "auto", eventTimestampInSeconds);
+}
+
+// A URL that arrived before the client ran.
+void APMHandleStoredURLOnWorkerQueue(APMMeasurement& measurement) {
+  platform::PreferenceStore& store = platform::preferences();
+  std::optional<std::string> url = store.stringForKey(kDeepLinkKey);
+  if (!url || url->empty()) return;
+  double timestamp = store.doubleForKey(kDeepLinkTimestampKey);
+  store.setObject(kit::Value(), kDeepLinkKey);
+  store.setObject(kit::Value(), kDeepLinkTimestampKey);
+  APMMonitor::log(kAPMMonitorLevelDebug, kCodeStoredLink, "Reporting the URL that opened the app");
+  measurement.handleOpenURLOnWorkerQueue(*url, APMMilliseconds(timestamp), timestamp, {});
+}
