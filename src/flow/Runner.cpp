@@ -54,6 +54,14 @@ std::string list(const std::vector<std::string>& items, std::size_t most = 40) {
   return s + "]";
 }
 
+// How many bytes the UTF-8 character that starts with `lead` takes.
+std::size_t utf8Length(unsigned char lead) {
+  if (lead >= 0xF0) return 4;
+  if (lead >= 0xE0) return 3;
+  if (lead >= 0xC0) return 2;
+  return 1;
+}
+
 // Length of `s` in UTF-16 code units, as text fields count.
 std::size_t utf16Length(const std::string& s) {
   std::size_t n = 0;
@@ -663,11 +671,7 @@ class Run {
     // One key at a time, as a keyboard types.
     std::size_t at = 0;
     while (at < text.size()) {
-      std::size_t n = 1;
-      unsigned char c = static_cast<unsigned char>(text[at]);
-      if (c >= 0xF0) n = 4;
-      else if (c >= 0xE0) n = 3;
-      else if (c >= 0xC0) n = 2;
+      std::size_t n = utf8Length(static_cast<unsigned char>(text[at]));
       field->typeText(text.substr(at, n));
       kit::runLayoutPass();
       settle();
@@ -681,11 +685,7 @@ class Run {
     bar.becomeFirstResponder();
     std::size_t at = 0;
     while (at < text.size()) {
-      std::size_t n = 1;
-      unsigned char c = static_cast<unsigned char>(text[at]);
-      if (c >= 0xF0) n = 4;
-      else if (c >= 0xE0) n = 3;
-      else if (c >= 0xC0) n = 2;
+      std::size_t n = utf8Length(static_cast<unsigned char>(text[at]));
       bar.userSetText(bar.text() + text.substr(at, n));
       kit::runLayoutPass();
       settle();
