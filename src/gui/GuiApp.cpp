@@ -1,5 +1,8 @@
 #include "gui/GuiApp.h"
 
+#include <algorithm>
+#include <thread>
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QQmlContext>
@@ -22,7 +25,8 @@ GuiApp::GuiApp()
     : loop_(std::make_shared<QtMainLoop>()),
       // At least four workers: an ad's video player blocks one while it waits for its serial
       // queues, which need workers of their own.
-      env_(std::make_unique<desktop::ThreadedEnvironment>(loop_, 4)) {
+      env_(std::make_unique<desktop::ThreadedEnvironment>(
+          loop_, static_cast<int>(std::max(4u, std::thread::hardware_concurrency())))) {
   registerResources(engine_);
 }
 
