@@ -212,17 +212,13 @@ void ContactVC::loadContacts() {
           }
           auto gathered = readAllContacts();
           kit::mainQueue().async([self, gathered = std::move(gathered)] {
+            // The list is shown anew after each row. Nothing else runs on the main queue until
+            // this loop ends, so the shown rows are published once, after it: the same end
+            // state without copying the growing list once per contact.
             for (const auto& c : gathered) {
               auto name = platform::stringFromContact(*c);
               std::string number = c->phoneNumbers.empty() ? std::string() : c->phoneNumbers.front().stringValue;
               self->contactList.push_back(std::make_shared<ContactModel>(name ? *name : "No Name", number));
-              auto shown = std::make_shared<const ContactRows>(self->contactList);
-              self->filteredData.store(shown);
-              if (shown->empty()) {
-                self->noDataView->setHidden(false);
-                self->impotBtn->setHidden(true);
-                continue;
-              }
               self->noDataView->setHidden(true);
               self->impotBtn->setHidden(false);
               if (self->isFrom == std::optional<std::string>("duplicate")) {
@@ -231,9 +227,10 @@ void ContactVC::loadContacts() {
                 self->impotBtn->setHidden(true);
                 self->contactTable->setHidden(true);
               }
-              self->totalCount->setText("Total Contacts : " + std::to_string(shown->size()));
+              self->totalCount->setText("Total Contacts : " + std::to_string(self->contactList.size()));
               self->contactTable->reloadData();
             }
+            if (!gathered.empty()) self->filteredData.store(std::make_shared<const ContactRows>(self->contactList));
           });
         });
   });

@@ -1,14 +1,17 @@
 #include "desktop/contacts/VdirContactStore.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <set>
-#include <sstream>
+#include <unordered_map>
 
 #include "desktop/contacts/VCardReader.h"
 
@@ -22,6 +25,16 @@ platform::Error storeError(int code, std::string text, std::string path = {}) {
   platform::Error e{"CNErrorDomain", code, std::move(text)};
   if (!path.empty()) e.userInfo["NSFilePath"] = path;
   return e;
+}
+
+// The order of paths compared folder by folder: as a string order in which the separator sorts
+// before every other character ("work/a.vcf" before "work-old.vcf").
+bool pathOrder(const std::string& a, const std::string& b) {
+  std::size_t n = std::min(a.size(), b.size());
+  auto [x, y] = std::mismatch(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(n), b.begin());
+  if (x == a.begin() + static_cast<std::ptrdiff_t>(n)) return a.size() < b.size();
+  auto key = [](char c) { return c == '/' ? 0 : static_cast<unsigned char>(c) + 1; };
+  return key(*x) < key(*y);
 }
 
 bool isVcf(const fs::path& p) {
@@ -63,8 +76,14 @@ void VdirContactStore::requestAccessForEntityType(int,
   });
 }
 
+VdirContactStore::Stamp VdirContactStore::stampOf(const struct stat& st) {
+  return Stamp{static_cast<long long>(st.st_size),
+               static_cast<long long>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec,
+               static_cast<unsigned long long>(st.st_ino)};
+}
+
 std::vector<platform::ContactPtr> VdirContactStore::readAll() {
-  std::vector<fs::path> files;
+  std::vector<std::string> files;
   std::error_code ec;
   fs::recursive_directory_iterator it(options_.root, fs::directory_options::skip_permission_denied, ec);
   if (ec) {
@@ -82,49 +101,99 @@ std::vector<platform::ContactPtr> VdirContactStore::readAll() {
       if (it->is_directory(ec)) it.disable_recursion_pending();
       continue;
     }
-    if (it->is_regular_file(ec) && !it->is_symlink(ec) && isVcf(p)) files.push_back(p);
+    if (it->is_regular_file(ec) && !it->is_symlink(ec) && isVcf(p)) files.push_back(p.string());
   }
-  std::sort(files.begin(), files.end());
+  std::sort(files.begin(), files.end(), pathOrder);
 
   std::vector<platform::ContactPtr> out;
   std::map<std::string, Stamp> stamps;
+  std::unordered_map<std::string, Parsed> parsed;
   std::set<std::string> uids;
-  for (const auto& p : files) {
-    const std::string path = p.string();
+  for (const auto& path : files) {
     struct stat st {};
     if (::stat(path.c_str(), &st) != 0) {
       warn(path + ": skipped, it is gone");
       continue;
     }
-    if (static_cast<std::size_t>(st.st_size) > kMaxVCardBytes) {
-      warn(path + ": skipped, the file is larger than a contact card can be");
-      continue;
-    }
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-      warn(path + ": skipped, it cannot be read");
-      continue;
-    }
-    std::stringstream text;
-    text << in.rdbuf();
-    std::string why;
-    auto card = readVCard(text.str(), &why);
+    std::optional<Parsed> card = cached(path, stampOf(st));
     if (!card) {
-      warn(path + ": skipped, " + why);
+      std::string why;
+      card = readCard(path, &why);
+      if (!card) {
+        warn(path + ": skipped, " + why);
+        continue;
+      }
+    }
+    if (!card->uid.empty() && !uids.insert(card->uid).second) {
+      warn(path + ": skipped, another card has the same UID " + card->uid);
       continue;
     }
-    if (!card->identifier.empty() && !uids.insert(card->identifier).second) {
-      warn(path + ": skipped, another card has the same UID " + card->identifier);
-      continue;
-    }
-    card->identifier = path;
-    stamps[path] = Stamp{static_cast<long long>(st.st_size),
-                         static_cast<long long>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec,
-                         static_cast<unsigned long long>(st.st_ino)};
-    out.push_back(std::make_shared<const platform::Contact>(std::move(*card)));
+    stamps[path] = card->stamp;
+    out.push_back(card->contact);
+    parsed.emplace(path, std::move(*card));
   }
   std::lock_guard lock(mu_);
   for (auto& [path, stamp] : stamps) stamps_[path] = stamp;
+  parsed_ = std::move(parsed);
+  return out;
+}
+
+std::optional<VdirContactStore::Parsed> VdirContactStore::cached(const std::string& path, const Stamp& stamp) {
+  std::lock_guard lock(mu_);
+  auto at = parsed_.find(path);
+  if (at == parsed_.end() || !(at->second.stamp == stamp)) return std::nullopt;
+  return at->second;
+}
+
+std::optional<VdirContactStore::Parsed> VdirContactStore::readCard(const std::string& path, std::string* why) {
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    *why = "it cannot be read";
+    return std::nullopt;
+  }
+  struct stat st {};
+  std::string text;
+  bool ok = ::fstat(fd, &st) == 0;
+  if (ok && static_cast<std::size_t>(st.st_size) > kMaxVCardBytes) {
+    ::close(fd);
+    *why = "the file is larger than a contact card can be";
+    return std::nullopt;
+  }
+  if (ok) {
+    // Read to the end: the file may have grown since fstat, up to the limit.
+    text.resize(static_cast<std::size_t>(st.st_size) + 1);
+    std::size_t got = 0;
+    for (;;) {
+      if (got == text.size()) {
+        if (text.size() > kMaxVCardBytes) break;
+        text.resize(text.size() * 2);
+      }
+      ssize_t n = ::read(fd, text.data() + got, text.size() - got);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) {
+        ok = n == 0;
+        break;
+      }
+      got += static_cast<std::size_t>(n);
+    }
+    text.resize(got);
+  }
+  ::close(fd);
+  if (!ok) {
+    *why = "it cannot be read";
+    return std::nullopt;
+  }
+  if (text.size() > kMaxVCardBytes) {
+    *why = "the file is larger than a contact card can be";
+    return std::nullopt;
+  }
+  auto card = readVCard(text, why);
+  if (!card) return std::nullopt;
+  Parsed out;
+  out.stamp = stampOf(st);
+  out.uid = std::move(card->identifier);
+  card->identifier = path;
+  out.contact = std::make_shared<const platform::Contact>(std::move(*card));
   return out;
 }
 
@@ -178,9 +247,7 @@ bool VdirContactStore::executeSaveRequest(const platform::SaveRequest& request, 
       if (error) *error = storeError(200, "The contact's card is gone.", path);
       return false;
     }
-    Stamp now{static_cast<long long>(st.st_size),
-              static_cast<long long>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec,
-              static_cast<unsigned long long>(st.st_ino)};
+    Stamp now = stampOf(st);
     if (!(now == *seen)) {
       if (error) *error = storeError(201, "The contact's card changed since it was read; it was not deleted.", path);
       return false;

@@ -5,11 +5,15 @@
 // was read. Access goes through the platform's permission record (contacts). Thread-safe.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <unordered_map>
 
 #include "desktop/library/Trash.h"
 #include "desktop/system/PermissionStore.h"
@@ -57,14 +61,29 @@ class VdirContactStore : public platform::ContactStore {
     unsigned long long inode = 0;
     bool operator==(const Stamp&) const = default;
   };
+  // A card as it was parsed: the file's stamp then, the card's UID, the contact (whose
+  // identifier is the path).
+  struct Parsed {
+    Stamp stamp;
+    std::string uid;
+    platform::ContactPtr contact;
+  };
+  static Stamp stampOf(const struct stat& st);
   bool granted();
   std::vector<platform::ContactPtr> readAll();
+  // The card parsed at `path` by the last read, when the file still has `stamp`.
+  std::optional<Parsed> cached(const std::string& path, const Stamp& stamp);
+  // Reads and parses the card at `path`; none, with the reason in `why`, when it cannot.
+  static std::optional<Parsed> readCard(const std::string& path, std::string* why);
   void warn(const std::string& line) const;
 
   VdirContactStoreOptions options_;
   std::mutex mu_;
   // What each card looked like when it was last read, by path.
   std::map<std::string, Stamp> stamps_;
+  // The cards of the last read by path, so that reading the book again parses only the files
+  // that changed (the screens read it several times in a row).
+  std::unordered_map<std::string, Parsed> parsed_;
 };
 
 }  // namespace desktop

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <cstdlib>
@@ -132,6 +133,30 @@ TEST_F(VdirTest, NestedBooksAreOneStoreAndBadFilesAreSkipped) {
   ASSERT_EQ(warnings.size(), 2u);
   EXPECT_NE(warnings[0].find("d.vcf: skipped, the file does not begin with BEGIN:VCARD"), std::string::npos);
   EXPECT_NE(warnings[1].find("z.vcf: skipped, another card has the same UID 2"), std::string::npos);
+}
+
+TEST_F(VdirTest, CardsAreInFolderOrderAndReadingAgainReparsesOnlyChangedCards) {
+  write("work/a.vcf", vcard("Lee;Ann;;;", "1"));
+  write("work-old.vcf", vcard("Ek;Bo;;;", "2"));
+  write("x.vcf", vcard("Ro;Cy;;;", "3"));
+  auto first = all();
+  ASSERT_EQ(first.size(), 3u);
+  EXPECT_EQ(first[0]->givenName, "Ann");  // the folder "work" sorts before "work-old.vcf"
+  EXPECT_EQ(first[1]->givenName, "Bo");
+  // The same size, a new name, and the time of the old file: the inode still tells.
+  auto when = fs::last_write_time(root + "/x.vcf");
+  write("x.vcf.new", vcard("Ro;Dy;;;", "3"));
+  fs::last_write_time(root + "/x.vcf.new", when);
+  fs::rename(root + "/x.vcf.new", root + "/x.vcf");
+  // Rewritten in place, one second later.
+  write("work/a.vcf", vcard("Lee;Ama;;;", "1"));
+  fs::last_write_time(root + "/work/a.vcf", when + std::chrono::seconds(1));
+  auto second = all();
+  ASSERT_EQ(second.size(), 3u);
+  EXPECT_EQ(second[0]->givenName, "Ama");
+  EXPECT_EQ(second[1], first[1]);  // unchanged: the same parsed contact
+  EXPECT_EQ(second[2]->givenName, "Dy");
+  EXPECT_EQ(second[2]->identifier, root + "/x.vcf");
 }
 
 TEST_F(VdirTest, AMissingFolderIsAnEmptyBookAndDeniedAccessReadsNothing) {
