@@ -8,7 +8,7 @@
 #include "measurement/APMGzip.h"
 #include "measurement/APMMonitor.h"
 #include "measurement/events/APMIdentity.h"
-#include "platform/DeviceFacts.h"
+#include "measurement/experiments/APMEnvironmentInfo.h"
 #include "platform/Platform.h"
 
 namespace {
@@ -48,20 +48,22 @@ bool isBackoffStatus(int status) {
          status == platform::kSULNetworkHTTPStatusCodeCannotAcceptTraffic;
 }
 
-// The request: the device as tags 1 to 4 and 7 of the app property, one client property per
-// SDK.
+// Tags 1 to 4 and 7 of the app property: the platform, the device, the library's version.
+void appPropertyProto(APMPBAppProperty& app, const APMEnvironmentInfo& environment) {
+  APMPBSetString(&app.platform, "ios");
+  APMPBSetString(&app.device_model, environment.deviceModel);
+  APMPBSetString(&app.os_version, environment.deviceOSVersion);
+  APMPBSetString(&app.user_language, environment.userDefaultLanguage);
+  app.has_version = true;
+  app.version = kAPMLibraryVersion;
+}
+
+// The request: the app property and one client property per SDK.
 APMPBMessage<APMPBExperimentRequest> requestFor(
     const std::vector<std::pair<APMESDKProperty, bool>>& properties) {
   APMPBMessage<APMPBExperimentRequest> request;
   request->has_app_property = true;
-  APMPBAppProperty& app = request->app_property;
-  platform::DeviceFactsSnapshot facts = platform::deviceFacts().facts();
-  APMPBSetString(&app.platform, "ios");
-  APMPBSetString(&app.device_model, facts.model);
-  APMPBSetString(&app.os_version, facts.osVersion);
-  APMPBSetString(&app.user_language, facts.language);
-  app.has_version = true;
-  app.version = kAPMLibraryVersion;
+  appPropertyProto(request->app_property, APMEnvironmentInfo::current());
   for (const auto& [property, manual] : properties) {
     APMPBClientProperty& client =
         APMPBAppend(&request->client_properties, &request->client_properties_count);

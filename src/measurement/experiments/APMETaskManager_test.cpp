@@ -28,6 +28,11 @@ class APMETaskManagerTest : public APMEExperimentsTest {
 };
 
 TEST_F(APMETaskManagerTest, TheFirstFetchComesTenSecondsAfterStartThenEveryFourHours) {
+  platform::DeviceFactsSnapshot facts;
+  facts.osVersion = "12.4";
+  facts.model = "x86_64";
+  facts.language = "de-at";
+  platform_.deviceFacts().setFacts(facts);
   double start = env_.now();
   startWithSDK();
   env_.advance(9.9);
@@ -41,6 +46,9 @@ TEST_F(APMETaskManagerTest, TheFirstFetchComesTenSecondsAfterStartThenEveryFourH
   auto request = APMPBMessage<APMPBExperimentRequest>::parseFromData(sent[0].payload);
   ASSERT_TRUE(request);
   EXPECT_EQ(APMPBString((*request)->app_property.platform), "ios");
+  EXPECT_EQ(APMPBString((*request)->app_property.device_model), "x86_64");
+  EXPECT_EQ(APMPBString((*request)->app_property.os_version), "12.4");
+  EXPECT_EQ(APMPBString((*request)->app_property.user_language), "de-at");
   EXPECT_EQ((*request)->app_property.version, kAPMLibraryVersion);
   ASSERT_EQ((*request)->client_properties_count, 1u);
   const APMPBClientProperty& client = (*request)->client_properties[0];
