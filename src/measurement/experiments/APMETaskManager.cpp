@@ -215,9 +215,22 @@ void APMETaskManager::fetchExperimentsOnWorkerQueue() {
                                              : std::vector<std::pair<APMESDKProperty, bool>>{};
   auto network = platform::services().network;
   std::string host = network ? network->measurementHost() : std::string();
-  if (properties.empty() || host.empty() || !network->isNetworkConnected()) {
+  if (properties.empty() || host.empty()) {
     APMMonitor::log(kAPMMonitorLevelDebug, kCodeNothingToFetch,
                     "No experiments to fetch now. SDK count, host", properties.size(), host);
+    return;
+  }
+  if (!network->isNetworkConnected()) {
+    // Offline is no failure of the server's: look again after the first retry interval.
+    APMMonitor::log(kAPMMonitorLevelDebug, kCodeNothingToFetch,
+                    "No network. Experiments will be fetched later. Seconds", kRetryInterval);
+    std::weak_ptr<int> alive = alive_;
+    alarm_.runAfterDelay(kRetryInterval, [this, alive] {
+      if (!alive.lock()) return;
+      worker_.async([this, alive] {
+        if (alive.lock()) fetchExperimentsOnWorkerQueue();
+      });
+    });
     return;
   }
   auto request = requestFor(properties);

@@ -134,6 +134,20 @@ TEST_F(APMETaskManagerTest, AGoodAnswerFillsPendingAndLaunchedAndTellsTheDelegat
   EXPECT_TRUE(monitor_.contains("No experiments to fetch now. SDK count, host"));
 }
 
+TEST_F(APMETaskManagerTest, OfflineLooksAgainLaterWithoutCountingAFailure) {
+  platform_.network().setConnected(false);
+  startWithSDK();
+  env_.advance(10.1);
+  EXPECT_TRUE(fetches().empty());
+  EXPECT_TRUE(monitor_.contains("No network. Experiments will be fetched later. Seconds"));
+  EXPECT_EQ(manager_->taskManager().lastFailureTimestamp(), 0);
+  platform_.network().setConnected(true);
+  env_.advance(1799);
+  EXPECT_TRUE(fetches().empty());
+  env_.advance(2);
+  EXPECT_EQ(fetches().size(), 1u);
+}
+
 TEST_F(APMETaskManagerTest, AnswersThatDoNotInflateOrParseOrArriveAreFailures) {
   auto delegate = std::make_shared<APMETestDelegate>();
   sim::NetworkAnswer notGzip = sim::answer(200);
