@@ -69,11 +69,13 @@ class APMETestDelegate : public APMEClientDelegate {
   void clientDidReceiveNewSnapshot(APMEClient& client) override { received.push_back(client.SDKName()); }
   void clientDidReceiveFetchError(APMEClient&, const platform::Error& error) override {
     errors.push_back(error.localizedDescription);
+    codes.push_back(error.code);
   }
   bool shouldFetchExperimentsForClient(APMEClient&) override { return fetch; }
 
   std::vector<std::string> received;
   std::vector<std::string> errors;
+  std::vector<int> codes;
   bool fetch = true;
 };
 

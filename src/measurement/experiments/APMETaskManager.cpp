@@ -273,7 +273,9 @@ void APMETaskManager::failFetchOnWorkerQueue(int status, const std::string& mess
   APMMonitor::log(kAPMMonitorLevelWarning, kCodeFetchFailed,
                   "Network fetch failed. Will retry later. Code, error", status, message);
   if (hooks_.didFailFetch) {
-    hooks_.didFailFetch({kAPMErrorDomain, status == 0 ? kAPMErrorCodeFailedStep : status, message});
+    // The code is the HTTP status of a refused request, else a failed step.
+    int code = status == 0 || isGoodStatus(status) ? kAPMErrorCodeFailedStep : status;
+    hooks_.didFailFetch({kAPMErrorDomain, code, message});
   }
   scheduleFetchOnWorkerQueue();
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "measurement/APMError.h"
 #include "measurement/events/APMIdentity.h"
 #include "measurement/experiments/APMEExperimentsTestSupport.h"
 
@@ -166,6 +167,8 @@ TEST_F(APMETaskManagerTest, AnswersThatDoNotInflateOrParseOrArriveAreFailures) {
   env_.advance(3600);
   ASSERT_EQ(fetches().size(), 3u);
   EXPECT_EQ(delegate->errors.size(), 3u);
+  EXPECT_EQ(delegate->codes, (std::vector<int>{kAPMErrorCodeFailedStep, kAPMErrorCodeFailedStep,
+                                               kAPMErrorCodeFailedStep}));
   EXPECT_TRUE(pendingNames().empty());
   EXPECT_EQ(manager_->taskManager().lastSuccessTimestamp(), 0);
   EXPECT_EQ(manager_->taskManager().lastBackoffTimestamp(), 0);
