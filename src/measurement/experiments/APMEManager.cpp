@@ -77,14 +77,11 @@ std::shared_ptr<APMEManager> APMEManager::create(APMEManagerOptions options) {
     });
   };
   manager->taskManager_ =
-      std::make_unique<APMETaskManager>(std::move(path), std::move(options.preferences), std::move(hooks));
+      APMETaskManager::create(std::move(path), std::move(options.preferences), std::move(hooks));
   return manager;
 }
 
-APMEManager::~APMEManager() {
-  // The worker's blocks reach the manager only weakly; stop them before the state goes.
-  taskManager_.reset();
-}
+APMEManager::~APMEManager() = default;
 
 void APMEManager::start() {
   taskManager_->workerQueue().sync([this] { taskManager_->startTaskManagerOnWorkerQueue(); });
@@ -130,10 +127,9 @@ std::shared_ptr<APMEClient> APMEManager::registerSDKProperty(const APMESDKProper
   });
   // A registration after the first fetch time passed with nothing to fetch starts the
   // schedule again.
-  APMETaskManager* tasks = taskManager_.get();
-  tasks->workerQueue().async([tasks, weak = weak_from_this()] {
-    if (!weak.lock()) return;
-    if (!tasks->alarm().hasActiveTimer()) tasks->scheduleFetchOnWorkerQueue();
+  taskManager_->workerQueue().async([weak = std::weak_ptr<APMETaskManager>(taskManager_)] {
+    auto tasks = weak.lock();
+    if (tasks && !tasks->alarm().hasActiveTimer()) tasks->scheduleFetchOnWorkerQueue();
   });
   return client;
 }

@@ -104,7 +104,7 @@ class APMEManager : public std::enable_shared_from_this<APMEManager> {
 
   APMEQueue serial_{kAPMEExperimentSerialQueueLabel, "Exception on async Experimentation serial queue",
                     "Exception on sync Experimentation serial queue"};
-  std::unique_ptr<APMETaskManager> taskManager_;
+  std::shared_ptr<APMETaskManager> taskManager_;
   // Serial queue state.
   std::map<std::string, Registration> registrations_;
   std::map<std::string, APMESnapshot> activated_;

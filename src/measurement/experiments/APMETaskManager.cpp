@@ -94,26 +94,24 @@ APMETaskManager::APMETaskManager(std::string databasePath,
       hooks_(std::move(hooks)),
       alarm_(worker_.queue(), "APMExperimentAlarm") {}
 
-APMETaskManager::~APMETaskManager() {
-  // No block of this task manager runs once the token is gone.
-  worker_.sync([this] {
-    alive_.reset();
-    alarm_.cancel();
+std::shared_ptr<APMETaskManager> APMETaskManager::create(
+    std::string databasePath, std::shared_ptr<platform::PreferenceStore> preferences, Hooks hooks) {
+  return std::shared_ptr<APMETaskManager>(
+      new APMETaskManager(std::move(databasePath), std::move(preferences), std::move(hooks)));
+}
+
+void APMETaskManager::later(std::function<void(APMETaskManager&)> block) {
+  worker_.async([weak = weak_from_this(), block = std::move(block)] {
+    if (auto self = weak.lock()) block(*self);
   });
 }
 
 void APMETaskManager::start() {
-  std::weak_ptr<int> alive = alive_;
-  worker_.async([this, alive] {
-    if (alive.lock()) startTaskManagerOnWorkerQueue();
-  });
+  later([](APMETaskManager& self) { self.startTaskManagerOnWorkerQueue(); });
 }
 
 void APMETaskManager::scheduleFetch() {
-  std::weak_ptr<int> alive = alive_;
-  worker_.async([this, alive] {
-    if (alive.lock()) scheduleFetchOnWorkerQueue();
-  });
+  later([](APMETaskManager& self) { self.scheduleFetchOnWorkerQueue(); });
 }
 
 double APMETaskManager::timestamp(const char* key) const { return preferences_->doubleForKey(key); }
@@ -200,12 +198,10 @@ void APMETaskManager::scheduleFetchOnWorkerQueue() {
   double delay = next - current;
   if (delay < kMinimumDelay) delay = kMinimumDelay;
   APMMonitor::log(kAPMMonitorLevelDebug, kCodeScheduled, "Experiment fetch scheduled. Seconds", delay);
-  std::weak_ptr<int> alive = alive_;
-  alarm_.runAfterDelay(delay, [this, alive] {
-    if (!alive.lock()) return;
-    worker_.async([this, alive] {
-      if (alive.lock()) fetchExperimentsOnWorkerQueue();
-    });
+  alarm_.runAfterDelay(delay, [weak = weak_from_this()] {
+    if (auto self = weak.lock()) {
+      self->later([](APMETaskManager& tasks) { tasks.fetchExperimentsOnWorkerQueue(); });
+    }
   });
 }
 
@@ -224,12 +220,10 @@ void APMETaskManager::fetchExperimentsOnWorkerQueue() {
     // Offline is no failure of the server's: look again after the first retry interval.
     APMMonitor::log(kAPMMonitorLevelDebug, kCodeNothingToFetch,
                     "No network. Experiments will be fetched later. Seconds", kRetryInterval);
-    std::weak_ptr<int> alive = alive_;
-    alarm_.runAfterDelay(kRetryInterval, [this, alive] {
-      if (!alive.lock()) return;
-      worker_.async([this, alive] {
-        if (alive.lock()) fetchExperimentsOnWorkerQueue();
-      });
+    alarm_.runAfterDelay(kRetryInterval, [weak = weak_from_this()] {
+      if (auto self = weak.lock()) {
+        self->later([](APMETaskManager& tasks) { tasks.fetchExperimentsOnWorkerQueue(); });
+      }
     });
     return;
   }
@@ -248,16 +242,16 @@ void APMETaskManager::fetchExperimentsOnWorkerQueue() {
                   static_cast<long long>(payload->size()));
   fetchManual_.clear();
   for (const auto& [property, manual] : properties) fetchManual_[property.name] = manual;
-  std::weak_ptr<int> alive = alive_;
   fetchInFlight_ = true;
   bool sent = network->postURL(
       host + "/sdk-exp", *payload, worker_.queue(), false,
-      [this, alive](const platform::NetworkResponse& response,
-                    const std::optional<platform::Error>& failure) {
-        if (!alive.lock()) return;
-        worker_.async([this, alive, response, failure] {
-          if (alive.lock()) handleFetchResponseOnWorkerQueue(response, failure);
-        });
+      [weak = weak_from_this()](const platform::NetworkResponse& response,
+                                const std::optional<platform::Error>& failure) {
+        if (auto self = weak.lock()) {
+          self->later([response, failure](APMETaskManager& tasks) {
+            tasks.handleFetchResponseOnWorkerQueue(response, failure);
+          });
+        }
       });
   if (!sent) {
     fetchInFlight_ = false;
@@ -361,7 +355,7 @@ bool APMETaskManager::activateSnapshotOfSDK(const std::string& SDKName, platform
   bool activated = false;
   platform::Error local;
   worker_.sync([&] {
-    if (!alive_ || !database_) {
+    if (!database_) {
       APMSetError(&local, kAPMErrorCodeInvalidState, "The experiment database is not open");
       return;
     }
@@ -386,7 +380,7 @@ bool APMETaskManager::activateSnapshotOfSDK(const std::string& SDKName, platform
 bool APMETaskManager::resetToDefaultsOfSDKName(const std::string& SDKName) {
   bool done = false;
   worker_.sync([&] {
-    if (!alive_ || !database_) return;
+    if (!database_) return;
     platform::Error error;
     done = database_->resetSDK(SDKName, &error);
     APMMonitor::log(kAPMMonitorLevelNotice, kCodeReset, "Reset all experiments to default. SDK name",
@@ -398,7 +392,6 @@ bool APMETaskManager::resetToDefaultsOfSDKName(const std::string& SDKName) {
 
 void APMETaskManager::reset() {
   worker_.sync([&] {
-    if (!alive_) return;
     if (database_) {
       platform::Error error;
       for (const char* table : {APMEDatabase::kPendingTable, APMEDatabase::kActivatedTable,

@@ -54,7 +54,7 @@ struct APMEStoredSnapshots {
   std::vector<APMESnapshot> launched;
 };
 
-class APMETaskManager {
+class APMETaskManager : public std::enable_shared_from_this<APMETaskManager> {
  public:
   // Seconds a snapshot stays activated; older ones are deleted at start.
   static constexpr double kActivatedSnapshotLifetime = 259200;
@@ -76,10 +76,12 @@ class APMETaskManager {
     std::function<void(platform::Error)> didFailFetch;
   };
 
-  // Nothing runs until start(). `preferences` null: the installed platform's store.
-  APMETaskManager(std::string databasePath, std::shared_ptr<platform::PreferenceStore> preferences,
-                  Hooks hooks);
-  ~APMETaskManager();
+  // Nothing runs until start(). `preferences` null: the installed platform's store. Queued
+  // blocks hold the task manager weakly; one that runs keeps it alive until it ends, so the
+  // last owner may let go on any thread without waiting for the queue.
+  static std::shared_ptr<APMETaskManager> create(std::string databasePath,
+                                                 std::shared_ptr<platform::PreferenceStore> preferences,
+                                                 Hooks hooks);
   APMETaskManager(const APMETaskManager&) = delete;
   APMETaskManager& operator=(const APMETaskManager&) = delete;
 
@@ -118,6 +120,10 @@ class APMETaskManager {
   double lastBackoffTimestamp() const;
 
  private:
+  APMETaskManager(std::string databasePath, std::shared_ptr<platform::PreferenceStore> preferences,
+                  Hooks hooks);
+  // Runs `block` on the worker queue later, while the task manager lives.
+  void later(std::function<void(APMETaskManager&)> block);
   void setTimestamp(const char* key, double value);
   double timestamp(const char* key) const;
   void publishSnapshotsOnWorkerQueue();
@@ -134,6 +140,4 @@ class APMETaskManager {
   bool fetchInFlight_ = false;
   // The SDKs of the request in flight, each with whether it activates its snapshots itself.
   std::map<std::string, bool> fetchManual_;
-  // Completions hold this weakly: a torn-down task manager ignores them.
-  std::shared_ptr<int> alive_ = std::make_shared<int>(0);
 };
