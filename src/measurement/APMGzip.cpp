@@ -44,7 +44,8 @@ std::optional<kit::Data> APMGzipData(std::span<const std::uint8_t> data, platfor
   return out;
 }
 
-std::optional<kit::Data> APMGunzipData(std::span<const std::uint8_t> data, platform::Error* error) {
+std::optional<kit::Data> APMGunzipData(std::span<const std::uint8_t> data, platform::Error* error,
+                                       std::size_t limit) {
   z_stream stream{};
   int status = inflateInit2(&stream, kAutoDetectWindowBits);
   if (status != Z_OK) {
@@ -61,6 +62,12 @@ std::optional<kit::Data> APMGunzipData(std::span<const std::uint8_t> data, platf
     stream.avail_out = static_cast<uInt>(kChunk);
     status = inflate(&stream, Z_NO_FLUSH);
     out.resize(used + kChunk - stream.avail_out);
+    if (out.size() > limit) {
+      inflateEnd(&stream);
+      APMSetError(error, kAPMErrorCodeFailedStep,
+                  "Inflated data exceeds " + std::to_string(limit) + " bytes");
+      return std::nullopt;
+    }
   } while (status == Z_OK);  // a truncated stream ends in Z_BUF_ERROR
   if (status != Z_STREAM_END) zlibError("inflate", status, stream, error);
   inflateEnd(&stream);

@@ -1,6 +1,8 @@
 // gzip compression of bundles and experiment responses (zlib).
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 
@@ -12,5 +14,6 @@
 std::optional<kit::Data> APMGzipData(std::span<const std::uint8_t> data, platform::Error* error);
 
 // The content of a gzip (or zlib) stream; nothing, with `error` filled, when the input is not
-// a complete stream.
-std::optional<kit::Data> APMGunzipData(std::span<const std::uint8_t> data, platform::Error* error);
+// a complete stream or its content would exceed `limit` bytes.
+std::optional<kit::Data> APMGunzipData(std::span<const std::uint8_t> data, platform::Error* error,
+                                       std::size_t limit = SIZE_MAX);

@@ -31,4 +31,14 @@ TEST(APMGzipTest, TruncatedOrForeignBytesDoNotInflate) {
   EXPECT_FALSE(APMGunzipData({}, nullptr));
 }
 
+TEST(APMGzipTest, InflationStopsAtTheLimit) {
+  kit::Data data(1 << 20, 'a');  // a thousandfold ratio
+  auto zipped = APMGzipData(data, nullptr);
+  ASSERT_TRUE(zipped);
+  platform::Error error;
+  EXPECT_FALSE(APMGunzipData(*zipped, &error, data.size() - 1));
+  EXPECT_NE(error.localizedDescription.find("exceeds"), std::string::npos);
+  EXPECT_EQ(APMGunzipData(*zipped, nullptr, data.size()), data);
+}
+
 }  // namespace

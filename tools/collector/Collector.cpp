@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "measurement/APMGzip.h"
 #include "measurement/audiences/APMAudience.h"
 #include "measurement/proto/APMPB.h"
 
@@ -87,14 +88,19 @@ std::optional<Fault> parseFault(const std::string& text, int* count) {
 }
 
 std::optional<kit::Data> encodeConfigText(const std::string& text, std::string* error) {
+  return encodeProtoText(text, "apm.MeasurementConfig", "config.proto", error);
+}
+
+std::optional<kit::Data> encodeProtoText(const std::string& text, const std::string& type,
+                                         const std::string& protoFile, std::string* error) {
   auto folder = std::filesystem::temp_directory_path();
   std::string stem = "collector_config_" + std::to_string(::getpid()) + "_" +
                      std::to_string(reinterpret_cast<std::uintptr_t>(&text));
   auto in = folder / (stem + ".txt");
   auto out = folder / (stem + ".bin");
   { std::ofstream(in) << text; }
-  std::string command = std::string(COLLECTOR_PROTOC) + " --encode=apm.MeasurementConfig -I " +
-                        COLLECTOR_PROTO_DIR + " config.proto < " + in.string() + " > " +
+  std::string command = std::string(COLLECTOR_PROTOC) + " --encode=" + type + " -I " +
+                        COLLECTOR_PROTO_DIR + " " + protoFile + " < " + in.string() + " > " +
                         out.string() + " 2> " + out.string() + ".err";
   int status = std::system(command.c_str());
   std::ifstream encoded(out, std::ios::binary);
@@ -105,7 +111,7 @@ std::optional<kit::Data> encodeConfigText(const std::string& text, std::string* 
   std::filesystem::remove(out);
   std::filesystem::remove(out.string() + ".err");
   if (status != 0) {
-    if (error) *error = "the configuration does not encode: " + why;
+    if (error) *error = "the " + protoFile + " text does not encode: " + why;
     return std::nullopt;
   }
   return bytes;
@@ -133,6 +139,17 @@ bool Collector::start(std::string* error) {
     config_ = std::move(*bytes);
     configETag_ = etagOf(config_);
     hasConfig_ = true;
+  }
+  if (!options_.experimentsPath.empty()) {
+    std::ifstream file(options_.experimentsPath);
+    if (!file) {
+      if (error) *error = "cannot read " + options_.experimentsPath;
+      return false;
+    }
+    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    auto bytes = encodeProtoText(text, "apm.ExperimentResponse", "experiment.proto", error);
+    if (!bytes) return false;
+    experiments_ = std::move(*bytes);
   }
   if (!options_.logPath.empty()) {
     log_ = std::fopen(options_.logPath.c_str(), "a");
@@ -204,6 +221,23 @@ bool Collector::start(std::string* error) {
                        std::chrono::system_clock::now().time_since_epoch()).count();
       res.set_content(Json{{"deeplink", options_.deferredDeepLink}, {"timestamp", now}}.dump(),
                       "application/json");
+    };
+    if (faulted(res, answer)) return;
+    answer();
+  });
+
+  server_->Post("/sdk-exp", [this, faulted](const httplib::Request& req, httplib::Response& res) {
+    {
+      std::lock_guard lock(mu_);
+      ++stats_.experimentRequests;
+    }
+    auto answer = [&] {
+      int status = 200;
+      kit::Data body = experimentAnswer(req.body, &status);
+      res.status = status;
+      if (status == 200) {
+        res.set_content(std::string(body.begin(), body.end()), "application/octet-stream");
+      }
     };
     if (faulted(res, answer)) return;
     answer();
@@ -325,6 +359,51 @@ Json audienceJSON(const APMPBAudienceLeafFilterResult& result) {
 
 }  // namespace
 
+kit::Data Collector::experimentAnswer(const std::string& body, int* status) {
+  auto request = APMPBMessage<APMPBExperimentRequest>::parseFromData(
+      std::span(reinterpret_cast<const std::uint8_t*>(body.data()), body.size()));
+  if (!request) {
+    *status = 400;
+    return {};
+  }
+  std::set<std::string> asked;
+  for (const APMPBClientProperty& c :
+       APMPBItems((*request)->client_properties, (*request)->client_properties_count)) {
+    asked.emplace(APMPBString(c.sdk_name));
+  }
+  // The configured answer, cut down to the SDKs asked for.
+  APMPBMessage<APMPBExperimentResponse> all;
+  if (!experiments_.empty()) {
+    auto parsed = APMPBMessage<APMPBExperimentResponse>::parseFromData(experiments_);
+    if (parsed) all = std::move(*parsed);
+  }
+  APMPBMessage<APMPBExperimentResponse> answer;
+  std::int64_t served = 0;
+  for (APMPBSnapshot& s : APMPBItems(all->snapshots, all->snapshots_count)) {
+    if (!asked.count(std::string(APMPBString(s.sdk_name)))) continue;
+    APMPBAppend(&answer->snapshots, &answer->snapshots_count) = s;
+    s = APMPBSnapshot{};  // moved: the answer owns its allocations now
+    ++served;
+  }
+  for (APMPBSdkResponse& r : APMPBItems(all->sdk_responses, all->sdk_responses_count)) {
+    if (!asked.count(std::string(APMPBString(r.sdk_name)))) continue;
+    APMPBAppend(&answer->sdk_responses, &answer->sdk_responses_count) = r;
+    r = APMPBSdkResponse{};
+    ++served;
+  }
+  {
+    std::lock_guard lock(mu_);
+    stats_.snapshotsServed += served;
+  }
+  auto bytes = answer.protoBuffer();
+  auto zipped = bytes ? APMGzipData(*bytes, nullptr) : std::nullopt;
+  if (!zipped) {
+    *status = 500;
+    return {};
+  }
+  return *zipped;
+}
+
 void Collector::logBatch(const std::string& body, std::int64_t wireBytes, int* status) {
   auto batch = APMPBMessage<APMPBMeasurementBatch>::parseFromData(
       std::span(reinterpret_cast<const std::uint8_t*>(body.data()), body.size()));
@@ -344,6 +423,10 @@ void Collector::logBatch(const std::string& body, std::int64_t wireBytes, int* s
          APMPBItems(b.audience_evaluation_results, b.audience_evaluation_results_count)) {
       audiences.push_back(audienceJSON(r));
     }
+    Json experiments = Json::array();
+    for (std::uint32_t id : APMPBItems(b.experiment_ids, b.experiment_ids_count)) {
+      experiments.push_back(id);
+    }
     for (const APMPBEvent& e : APMPBItems(b.events, b.events_count)) {
       Json line = {{"app_id", std::string(APMPBString(b.app_id))},
                    {"app_instance_id", std::string(APMPBString(b.app_instance_id))},
@@ -351,7 +434,8 @@ void Collector::logBatch(const std::string& body, std::int64_t wireBytes, int* s
                    {"timestamp_millis", e.timestamp_millis},
                    {"params", paramsJSON(e.params, e.params_count)},
                    {"consent_signals", std::string(APMPBString(b.consent_signals))},
-                   {"audiences", audiences}};
+                   {"audiences", audiences},
+                   {"experiment_ids", experiments}};
       std::string text = line.dump();
       ++stats_.events;
       if (log_) std::fprintf(log_, "%s\n", text.c_str());
@@ -378,7 +462,8 @@ std::string Collector::statsJSON() const {
               {"uploads", s.uploads},                {"batches_accepted", s.batchesAccepted},
               {"bundles", s.bundles},                {"events", s.events},
               {"faults", s.faults},                  {"bad_batches", s.badBatches},
-              {"wire_bytes", s.wireBytes},          {"deep_link_requests", s.deepLinkRequests}}
+              {"wire_bytes", s.wireBytes},          {"deep_link_requests", s.deepLinkRequests},
+              {"experiment_requests", s.experimentRequests}, {"snapshots_served", s.snapshotsServed}}
       .dump();
 }
 

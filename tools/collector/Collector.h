@@ -4,12 +4,16 @@
 //   GET  /config/app/<id>   the configuration file's message (304 when "If-None-Match" names
 //                           its ETag; 404 when there is no configuration file)
 //   POST /a                 a batch (inflated by the server when gzip-compressed); each event
-//                           becomes one JSON line of the log, with its bundle's consent signal
-//                           and audience results; 400 when the body is no batch
+//                           becomes one JSON line of the log, with its bundle's consent signal,
+//                           audience results and experiment ids; 400 when the body is no batch
 //
 // The configuration file may define audiences (`audiences { audience_id: 1 event_filters
 // { filter_id: 1 event_name: "purchase" } }`); the client evaluates them and each event line
 // shows them as "audiences": [{"audience", "true": [filter ids], "evaluated", "changed"}].
+//   POST /sdk-exp           an experiment request (inflated when gzip-compressed): answers the
+//                           experiments file's snapshots and SDK responses for the SDKs it
+//                           names, as a gzipped experiment response (an empty one without a
+//                           file); 400 when the body is no request
 //   GET  /adserve/conversion/app/deeplink   the deferred deep link: {"deeplink", "timestamp"}
 //                           with the configured link, an empty 200 without one
 //   POST /control/fail?status=S&count=N    answer S to the next N requests
@@ -69,6 +73,10 @@ struct CollectorOptions {
   std::uint64_t seed = 1;
   // The link the deferred deep-link request answers with; empty: an empty answer.
   std::string deferredDeepLink;
+  // The experiment snapshots served, as protobuf text of the experiment response
+  // (`snapshots { sdk_name: "app_measurement" experiments { experiment_id: 7 flags { name:
+  // "f" bool_value: true } } }`); empty: none.
+  std::string experimentsPath;
 };
 
 struct CollectorStats {
@@ -82,12 +90,17 @@ struct CollectorStats {
   std::int64_t badBatches = 0;
   std::int64_t wireBytes = 0;  // bytes of POST bodies as they came (compressed)
   std::int64_t deepLinkRequests = 0;
+  std::int64_t experimentRequests = 0;
+  std::int64_t snapshotsServed = 0;
 };
 
 // The bytes of `text` (protobuf text format) encoded as the configuration message, by the
 // protobuf compiler against the project's own message definitions. Nothing, with `error`,
 // when it does not encode.
 std::optional<kit::Data> encodeConfigText(const std::string& text, std::string* error);
+// The same for any message `type` ("apm.ExperimentResponse") of the .proto file `protoFile`.
+std::optional<kit::Data> encodeProtoText(const std::string& text, const std::string& type,
+                                         const std::string& protoFile, std::string* error);
 
 class Collector {
  public:
@@ -117,6 +130,8 @@ class Collector {
 
  private:
   std::optional<Fault> nextFault();
+  // The gzipped answer to an experiment request; 400 in `status` when `body` is no request.
+  kit::Data experimentAnswer(const std::string& body, int* status);
   void logBatch(const std::string& body, std::int64_t wireBytes, int* status);
 
   CollectorOptions options_;
@@ -126,6 +141,7 @@ class Collector {
   kit::Data config_;
   std::string configETag_;
   bool hasConfig_ = false;
+  kit::Data experiments_;
   mutable std::mutex mu_;
   std::deque<Fault> faults_;
   std::mt19937_64 random_;

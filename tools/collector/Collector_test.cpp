@@ -22,6 +22,7 @@
 #include "measurement/runtime/APMPProgramBuilder.h"
 #include "measurement/consent/APMConsentSettingsUtil.h"
 #include "measurement/consent/APMLaunchContext.h"
+#include "measurement/experiments/APMEManager.h"
 #include "measurement/store/APMStoreTestSupport.h"
 #include "sim/Platform.h"
 
@@ -189,6 +190,73 @@ TEST_F(CollectorTest, EventEditingProgramsFromTheConfigurationEditUploadedEvents
   ASSERT_TRUE(byName.count("tap"));
   EXPECT_EQ(byName["tap"]["params"]["old_name"], "kept");
   EXPECT_EQ(sequenceCounts(collector_->lines()), (std::map<std::int64_t, int>{{1, 1}, {2, 2}, {3, 1}}));
+}
+
+// The collector serves experiment snapshots: the client fetches them, activates its own at a
+// quiet moment and reads its flags through the configuration; uploaded events then carry the
+// experiment id.
+TEST_F(CollectorTest, ExperimentSnapshotsAreFetchedActivatedAndReadAsSettings) {
+  CollectorOptions options;
+  options.experimentsPath = folder_.path() + "/experiments.txt";
+  std::ofstream(options.experimentsPath) << R"(
+snapshots {
+  sdk_name: "app_measurement"
+  experiments { experiment_id: 41 flags { name: "efficient_engagement_reporting_enabled" bool_value: true } }
+}
+snapshots { sdk_name: "someone_else" experiments { experiment_id: 42 flags { name: "x" int_value: 1 } } }
+sdk_responses {
+  sdk_name: "app_measurement" status: 2
+  snapshot {
+    sdk_name: "app_measurement"
+    experiments { experiment_id: 43 flags { name: "persistent_config_in_application_support_enabled" int_value: 1 } }
+  }
+}
+)";
+  startCollector(options);
+  auto c = client();
+  auto manager = c->measurement().experimentManager();
+  ASSERT_TRUE(manager);
+  // Fetch now rather than ten seconds after the start.
+  manager->taskManager().workerQueue().sync([&] { manager->taskManager().fetchExperimentsOnWorkerQueue(); });
+  for (int i = 0; i < 1000 && manager->activatedSnapshotStatusOfSDKName("app_measurement") !=
+                                 kAPMESnapshotStatusPending; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  ASSERT_EQ(manager->activatedSnapshotStatusOfSDKName("app_measurement"), kAPMESnapshotStatusPending);
+  EXPECT_EQ(collector_->stats().experimentRequests, 1);
+  EXPECT_EQ(collector_->stats().snapshotsServed, 2);  // not the other SDK's
+  auto settingsNow = [&] {
+    std::pair<bool, bool> flags;
+    c->measurement().scheduler().dispatchSyncOnWorkerQueueBlockID("test", [&] {
+      APMRemoteConfig& config = c->measurement().remoteConfig();
+      flags = {config.efficientEngagementReportingEnabled(),
+               config.persistentConfigInApplicationSupportEnabled()};
+    });
+    return flags;
+  };
+  // The launched value applies at once; the pending snapshot waits for a quiet moment.
+  EXPECT_EQ(settingsNow(), std::make_pair(false, true));
+  c->uploadOnce(30);  // nothing bundled yet: a quiet moment
+  EXPECT_EQ(manager->activatedSnapshotStatusOfSDKName("app_measurement"), kAPMESnapshotStatusActivated);
+  EXPECT_EQ(settingsNow(), std::make_pair(true, true));
+  EXPECT_EQ(manager->experimentIDs(), std::vector<std::int32_t>{41});
+
+  c->log("after_activation", {});
+  ASSERT_TRUE(c->drain(30));
+  bool seen = false;
+  for (const std::string& line : collector_->lines()) {
+    auto json = nlohmann::json::parse(line);
+    if (json["name"] != "after_activation") continue;
+    seen = true;
+    EXPECT_EQ(json["experiment_ids"], nlohmann::json::array({41}));
+  }
+  EXPECT_TRUE(seen);
+
+  // A request that is no experiment request is refused.
+  httplib::Client raw("127.0.0.1", collector_->port());
+  auto answer = raw.Post("/sdk-exp", std::string("\xff\xff\xff"), "application/x-protobuf");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 400);
 }
 
 TEST_F(CollectorTest, AudiencesOfTheConfigurationComeBackEvaluated) {

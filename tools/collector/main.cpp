@@ -1,7 +1,7 @@
 // solvanta-collector: the local collection server (see Collector.h).
 //
-//   solvanta-collector [--port N] [--config FILE] [--log FILE] [--fail STATUS[:COUNT]]
-//                      [--slow SECONDS[:COUNT]] [--drop COUNT]
+//   solvanta-collector [--port N] [--config FILE] [--experiments FILE] [--log FILE]
+//                      [--fail STATUS[:COUNT]] [--slow SECONDS[:COUNT]] [--drop COUNT]
 //
 // Prints "listening on http://127.0.0.1:PORT" once it answers, and runs until interrupted.
 #include <csignal>
@@ -18,11 +18,12 @@ namespace {
 volatile std::sig_atomic_t gStop = 0;
 
 const char* kUsage =
-    "Usage: solvanta-collector [--port N] [--config FILE] [--log FILE]\n"
+    "Usage: solvanta-collector [--port N] [--config FILE] [--experiments FILE] [--log FILE]\n"
     "                          [--fail STATUS[:COUNT]] [--slow SECONDS[:COUNT]] [--drop COUNT]\n"
     "                          [--deep-link URL]\n"
-    "Serves the measurement configuration in FILE (protobuf text) and appends one JSON line\n"
-    "per uploaded event to the log. Binds to 127.0.0.1 only; port 0 picks a free one.\n";
+    "Serves the measurement configuration in FILE (protobuf text) and the experiment snapshots\n"
+    "of the experiments FILE (protobuf text of an experiment response), and appends one JSON\n"
+    "line per uploaded event to the log. Binds to 127.0.0.1 only; port 0 picks a free one.\n";
 
 }  // namespace
 
@@ -44,6 +45,8 @@ int main(int argc, char** argv) {
       options.port = std::atoi(value().c_str());
     } else if (arg == "--config") {
       options.configPath = value();
+    } else if (arg == "--experiments") {
+      options.experimentsPath = value();
     } else if (arg == "--deep-link") {
       options.deferredDeepLink = value();
     } else if (arg == "--log") {

@@ -20,10 +20,14 @@ class APMEventsTest : public ::testing::Test {
  protected:
   APMEventsTest() { measurement_ = make(); }
 
-  std::shared_ptr<APMMeasurement> make(APMMeasurementSettings settings = {}) {
+  // The experiment client is off unless `experiments`: its fetch would stand among the
+  // requests the pipeline's tests count.
+  std::shared_ptr<APMMeasurement> make(APMMeasurementSettings settings = {},
+                                       bool experiments = false) {
     APMMeasurementOptions options;
     options.databasePath = folder_.path() + "/Stuvop/Measurement/test.sql";
     options.settings = std::move(settings);
+    options.experimentsEnabled = experiments;
     return std::make_shared<APMMeasurement>(std::move(options));
   }
 

@@ -147,7 +147,8 @@ APMMeasurement::APMMeasurement(APMMeasurementOptions options)
       settings_(std::move(options.settings)),
       databasePath_(std::move(options.databasePath)),
       persistedConfig_(std::move(options.persistedConfig)),
-      alarm_(scheduler_.queue(), "Measurement timer") {
+      alarm_(scheduler_.queue(), "Measurement timer"),
+      experimentsEnabled_(options.experimentsEnabled) {
   if (!persistedConfig_) {
     persistedConfig_ = std::make_shared<APMPersistedConfig>(platform::services().preferences);
   }

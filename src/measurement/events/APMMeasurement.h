@@ -38,9 +38,13 @@ struct APMMeasurementOptions {
   std::shared_ptr<APMPersistedConfig> persistedConfig;
   APMAppInfo appInfo;
   APMMeasurementSettings settings;
+  // Whether the experiment client runs beside the measurement client, with its database
+  // "stuvop_experimentation_database.sql" in the folder of `databasePath`.
+  bool experimentsEnabled = true;
 };
 
 class APMPEventEditing;
+class APMEManager;
 
 class APMMeasurement {
  public:
@@ -114,6 +118,12 @@ class APMMeasurement {
   // The applied server configuration; built when the database opens (the default instance
   // before that).
   APMRemoteConfig& remoteConfig();
+  // The experiment client, started when the database opened; null before, or when switched
+  // off.
+  std::shared_ptr<APMEManager> experimentManager() { return experimentManager_; }
+  // A quiet moment: the pending snapshot of the measurement client takes effect, and the
+  // settings it covers are applied again.
+  void activateNewSnapshotOnWorkerQueue();
   // Works out when the next upload pass runs and arms the one alarm for it, or cancels it
   // (suspended, no data, no time, no network, no host).
   void updateSchedule();
@@ -254,6 +264,8 @@ class APMMeasurement {
   std::unique_ptr<APMSessionReporter> sessionReporter_;
   // Upload state (worker queue).
   std::unique_ptr<APMRemoteConfig> remoteConfig_;
+  bool experimentsEnabled_ = true;
+  std::shared_ptr<APMEManager> experimentManager_;
   bool networkRequestPending_ = false;
   std::vector<std::int64_t> inFlightBundleIDs_;
   double suspendedUploadTimestamp_ = 0;

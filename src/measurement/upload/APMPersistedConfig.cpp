@@ -111,3 +111,15 @@ std::string APMPersistedConfig::configServerETag() const {
 void APMPersistedConfig::setConfigServerETag(const std::string& value) {
   store_->setObject(kit::Value(value), kConfigETagKey);
 }
+
+namespace {
+constexpr const char* kDiversionKeyKey = "/stuvop/measurement/diversion_key";
+}  // namespace
+
+std::string APMPersistedConfig::diversionKey() const {
+  return store_->stringForKey(kDiversionKeyKey).value_or("");
+}
+
+void APMPersistedConfig::setDiversionKey(const std::string& value) {
+  store_->setObject(kit::Value(value), kDiversionKeyKey);
+}

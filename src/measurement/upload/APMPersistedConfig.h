@@ -56,6 +56,9 @@ class APMPersistedConfig {
   void setConfigServerLastModifiedString(const std::string& value);
   std::string configServerETag() const;
   void setConfigServerETag(const std::string& value);
+  // The key the experiment server divides installs by; empty until one is made.
+  std::string diversionKey() const;
+  void setDiversionKey(const std::string& value);
 
  private:
   std::shared_ptr<platform::PreferenceStore> store_;

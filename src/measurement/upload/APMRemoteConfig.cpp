@@ -1,6 +1,7 @@
 #include "measurement/upload/APMRemoteConfig.h"
 
 #include <charconv>
+#include <cstring>
 #include <cmath>
 #include <utility>
 
@@ -8,6 +9,7 @@
 #include "measurement/APMMonitor.h"
 #include "measurement/events/APMEventNames.h"
 #include "measurement/events/APMIdentity.h"
+#include "measurement/experiments/APMEManager.h"
 #include "measurement/runtime/APMPEventEditing.h"
 
 namespace {
@@ -22,7 +24,50 @@ enum : int {
   kCodeDefaultTimestamp = 7107,
   kCodeStoredConfig = 7108,
   kCodeEventEditingFailed = 7109,
+  kCodeNewSnapshot = 7110,
+  kCodeExperimentFetchFailed = 7111,
 };
+
+std::optional<double> parseNumber(const std::string& text);
+
+// The setting keys that the experiment client's flags of the same meaning override.
+constexpr std::pair<const char*, const char*> kExperimentFlags[] = {
+    {"measurement.network.background_session_enabled", "network_background_session_enabled"},
+    {"measurement.collection.efficient_engagement_reporting_enabled",
+     "efficient_engagement_reporting_enabled"},
+    {"measurement.collection.redundant_engagement_removal_enabled",
+     "redundant_engagement_removal_enabled"},
+    {"measurement.persistent_config_in_application_support_enabled",
+     "persistent_config_in_application_support_enabled"},
+};
+
+// The measurement client hears of its snapshots and activates them itself, when there is no
+// data to upload.
+class MeasurementExperimentDelegate : public APMEClientDelegate {
+ public:
+  void clientDidReceiveNewSnapshot(APMEClient& client) override {
+    APMMonitor::log(kAPMMonitorLevelDebug, kCodeNewSnapshot,
+                    "Received a new experiment snapshot. It applies when no data waits. SDK name",
+                    client.SDKName());
+  }
+  void clientDidReceiveFetchError(APMEClient& client, const platform::Error& error) override {
+    APMMonitor::log(kAPMMonitorLevelDebug, kCodeExperimentFetchFailed,
+                    "Experiment fetch failed. SDK name, error", client.SDKName(),
+                    error.localizedDescription);
+  }
+  bool shouldFetchExperimentsForClient(APMEClient&) override { return true; }
+};
+
+// A flag value as a truth value: true at 1, as the flag settings are.
+bool isTrue(const APMEFlagValue& value) {
+  if (const bool* b = std::get_if<bool>(&value)) return *b;
+  if (const auto* i = std::get_if<std::int64_t>(&value)) return *i == 1;
+  if (const double* d = std::get_if<double>(&value)) return *d == 1;
+  const std::string& text = std::get<std::string>(value);
+  if (text == "true") return true;
+  auto number = parseNumber(text);
+  return number && *number == 1;
+}
 
 double now() { return kit::Date::now().timeIntervalSince1970; }
 
@@ -64,10 +109,26 @@ APMRemoteConfig& APMRemoteConfig::defaultInstance() {
   return *instance;
 }
 
-std::unique_ptr<APMRemoteConfig> APMRemoteConfig::initWithAppID(const std::string& appID,
-                                                                const std::string& adnetAppID,
-                                                                APMDatabase* database) {
+APMRemoteConfig::~APMRemoteConfig() = default;
+
+std::unique_ptr<APMRemoteConfig> APMRemoteConfig::initWithAppID(
+    const std::string& appID, const std::string& adnetAppID, APMDatabase* database,
+    std::shared_ptr<APMEManager> experimentManager, const std::string& diversionKey) {
   std::unique_ptr<APMRemoteConfig> config(new APMRemoteConfig(appID, adnetAppID, database));
+  if (experimentManager) {
+    config->experimentDelegate_ = std::make_shared<MeasurementExperimentDelegate>();
+    APMESDKProperty property;
+    property.name = kExperimentSDKName;
+    property.version = kAPMLibraryVersion;
+    property.appID = appID;
+    property.diversionKey = diversionKey;
+    property.delegate = config->experimentDelegate_;
+    APMEManager::Flags defaults;
+    for (const auto& [key, flag] : kExperimentFlags) defaults[flag] = false;
+    if (experimentManager->registerSDKProperty(&property, defaults)) {
+      config->experimentManager_ = std::move(experimentManager);
+    }
+  }
   if (!database) return config;
   platform::Error error;
   auto data = database->queryRemoteConfigData(&error);
@@ -321,7 +382,7 @@ std::int64_t APMRemoteConfig::int64ValueFromCacheWithKey(const std::string& key,
 
 #define APM_READ_Int(key, def, max, min) int64ValueFromCacheWithKey(key, def, max, min)
 #define APM_READ_Seconds(key, def, max, min) timeIntervalInSecondsFromCacheWithKey(key, def, max, min)
-#define APM_READ_Flag(key, def, max, min) (int64ValueFromCacheWithKey(key, def, max, min) == 1)
+#define APM_READ_Flag(key, def, max, min) flagValueFromCacheWithKey(key, def, max, min)
 
 #define APM_REMOTE_CONFIG_DEFINE(name, key, kind, def, max, min) \
   APMRemoteConfigKind##kind APMRemoteConfig::name() { return APM_READ_##kind(key, def, max, min); }
@@ -335,6 +396,41 @@ APM_REMOTE_CONFIG_SETTINGS(APM_REMOTE_CONFIG_DEFINE)
   }
 APM_REMOTE_CONFIG_CONFIGURABLE_LIMITS(APM_REMOTE_CONFIG_DEFINE_LIMIT)
 #undef APM_REMOTE_CONFIG_DEFINE_LIMIT
+
+std::optional<bool> APMRemoteConfig::experimentFlagForSettingKey(const char* key) {
+  if (!experimentManager_) return std::nullopt;
+  for (const auto& [settingKey, flag] : kExperimentFlags) {
+    if (std::strcmp(key, settingKey) != 0) continue;
+    APMEFlagSource source = APMEFlagSource::Default;
+    auto value = experimentManager_->flagValueForFlagName(flag, kExperimentSDKName, &source);
+    if (!value || source == APMEFlagSource::Default) return std::nullopt;
+    return isTrue(*value);
+  }
+  return std::nullopt;
+}
+
+bool APMRemoteConfig::flagValueFromCacheWithKey(const char* key, std::int64_t defaultValue,
+                                                std::int64_t maxValue, std::int64_t minValue) {
+  if (auto experiment = experimentFlagForSettingKey(key)) return *experiment;
+  return int64ValueFromCacheWithKey(key, defaultValue, maxValue, minValue) == 1;
+}
+
+bool APMRemoteConfig::activateNewSnapshot() {
+  if (!experimentManager_ ||
+      experimentManager_->activatedSnapshotStatusOfSDKName(kExperimentSDKName) !=
+          kAPMESnapshotStatusPending) {
+    return false;
+  }
+  platform::Error error;
+  return experimentManager_->activateSnapshotOfSDK(kExperimentSDKName, &error);
+}
+
+std::vector<std::uint32_t> APMRemoteConfig::experimentIDs() {
+  std::vector<std::uint32_t> ids;
+  if (!experimentManager_) return ids;
+  for (std::int32_t id : experimentManager_->experimentIDs()) ids.push_back(static_cast<std::uint32_t>(id));
+  return ids;
+}
 
 void APMRemoteConfig::applyToSettings(APMMeasurementSettings& s, APMDatabaseLimits& limits) {
   s.maxEventsPerDay = maxEventsPerDay();
@@ -366,6 +462,7 @@ void APMRemoteConfig::applyToSettings(APMMeasurementSettings& s, APMDatabaseLimi
   }
   s.eesFeatureEnabled = eesFeatureEnabled();
   s.eventEditing = eventEditing();
+  s.experimentIDs = experimentIDs();
   limits.maxQueueTime = maxQueueTime();
   limits.databaseDeleteStaleBundlesInterval = databaseDeleteStaleBundlesInterval();
 }

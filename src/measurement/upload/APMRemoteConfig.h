@@ -7,6 +7,12 @@
 // text does not parse or the value lies outside the bounds. The result replaces the text, so
 // every later read is one lookup.
 //
+// Four flag settings consult the experiment client first: the measurement client registers
+// there as "app_measurement" with the flags network_background_session_enabled,
+// efficient_engagement_reporting_enabled, redundant_engagement_removal_enabled and
+// persistent_config_in_application_support_enabled (each false by default), and a value from
+// an activated or launched snapshot wins over the server's setting.
+//
 // Threading: built and updated on the measurement worker queue; the accessors may be called
 // from any thread (the cache has its own lock). The database, when given, is borrowed and
 // must outlive the configuration.
@@ -25,6 +31,9 @@
 #include "measurement/events/APMMeasurementSettings.h"
 #include "measurement/proto/APMPB.h"
 #include "measurement/store/APMDatabase.h"
+
+class APMEManager;
+class APMEClientDelegate;
 
 // Every setting: (accessor, key, kind, default, maximum, minimum). Kinds: Int (a whole
 // number), Seconds (milliseconds on the wire, seconds here), Flag (true at 1).
@@ -100,11 +109,27 @@ class APMRemoteConfig {
   // The instance without a database: defaults only, never expired, refusing updates.
   static APMRemoteConfig& defaultInstance();
 
+  // The experiment client's name of the measurement client.
+  static constexpr const char* kExperimentSDKName = "app_measurement";
+
   // A configuration for the application `appID` (and AdNet id `adnetAppID`) kept in
-  // `database`; the stored configuration, if any, is applied at once.
-  static std::unique_ptr<APMRemoteConfig> initWithAppID(const std::string& appID,
-                                                        const std::string& adnetAppID,
-                                                        APMDatabase* database);
+  // `database`; the stored configuration, if any, is applied at once. With
+  // `experimentManager` (started), registers "app_measurement" there with `diversionKey`.
+  static std::unique_ptr<APMRemoteConfig> initWithAppID(
+      const std::string& appID, const std::string& adnetAppID, APMDatabase* database,
+      std::shared_ptr<APMEManager> experimentManager = nullptr,
+      const std::string& diversionKey = "");
+  ~APMRemoteConfig();
+
+  // Activates the pending snapshot of "app_measurement", if one waits. Returns whether one
+  // was activated. Called when there is no data to upload.
+  bool activateNewSnapshot();
+  // The experiment ids of the activated snapshots (tag 45 of a bundle); empty without an
+  // experiment client.
+  std::vector<std::uint32_t> experimentIDs();
+  // A flag setting's value from the experiment client: nothing unless `key` is one of the
+  // four flag settings and an activated or launched snapshot sets it.
+  std::optional<bool> experimentFlagForSettingKey(const char* key);
 
   // Stores `config` (its audiences already taken out) with now as its time and applies it.
   // Refuses on the default instance ("Cannot update the default measurement configuration")
@@ -170,6 +195,9 @@ class APMRemoteConfig {
       : appID_(std::move(appID)), adnetAppID_(std::move(adnetAppID)), database_(database) {}
 
   using Cached = std::variant<std::string, double>;
+  // A Flag setting: the experiment client's value, else the cached one.
+  bool flagValueFromCacheWithKey(const char* key, std::int64_t defaultValue,
+                                 std::int64_t maxValue, std::int64_t minValue);
   // Called with mu_ held.
   std::shared_ptr<APMPEventEditing> loadEventEditing(const APMPBMeasurementConfig& config);
 
@@ -183,4 +211,6 @@ class APMRemoteConfig {
   std::int64_t version_ = -1;
   std::string uploadSubDomain_;
   std::shared_ptr<APMPEventEditing> eventEditing_;
+  std::shared_ptr<APMEManager> experimentManager_;
+  std::shared_ptr<APMEClientDelegate> experimentDelegate_;
 };

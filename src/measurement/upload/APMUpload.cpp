@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <utility>
 
 #include "kit/Date.h"
@@ -11,6 +12,7 @@
 #include "measurement/events/APMEvent.h"
 #include "measurement/events/APMIdentity.h"
 #include "measurement/events/APMMeasurement.h"
+#include "measurement/experiments/APMEManager.h"
 #include "measurement/upload/APMUploadSchedule.h"
 #include "platform/Platform.h"
 
@@ -124,8 +126,20 @@ std::string APMMeasurement::configurationAppID() const {
 }
 
 void APMMeasurement::openRemoteConfigOnWorkerQueue() {
+  if (experimentsEnabled_ && !experimentManager_) {
+    APMEManagerOptions options;
+    options.databasePath =
+        (std::filesystem::path(databasePath_).parent_path() / APMEDatabase::kDatabaseName).string();
+    experimentManager_ = APMEManager::create(options);
+    experimentManager_->start();
+  }
+  std::string diversionKey = persistedConfig_->diversionKey();
+  if (diversionKey.empty()) {
+    diversionKey = APMRandomIdentifier();
+    persistedConfig_->setDiversionKey(diversionKey);
+  }
   remoteConfig_ = APMRemoteConfig::initWithAppID(configurationAppID(), appInfo_.adnetAppID,
-                                                 database_.get());
+                                                 database_.get(), experimentManager_, diversionKey);
   if (remoteConfig_->version() >= 0 || !remoteConfig_->dataControls().empty()) {
     applyRemoteConfigOnWorkerQueue();
   } else {
@@ -133,6 +147,10 @@ void APMMeasurement::openRemoteConfigOnWorkerQueue() {
     auto stored = database_->queryRemoteConfigData(&error);
     if (stored && !stored->empty()) applyRemoteConfigOnWorkerQueue();
   }
+}
+
+void APMMeasurement::activateNewSnapshotOnWorkerQueue() {
+  if (remoteConfig().activateNewSnapshot()) applyRemoteConfigOnWorkerQueue();
 }
 
 void APMMeasurement::applyRemoteConfigOnWorkerQueue() {
@@ -271,6 +289,7 @@ void APMMeasurement::updateSchedule() {
     suspendedUploadTimestamp_ = 0;
   }
   if (!hasDataToUpload()) {
+    activateNewSnapshotOnWorkerQueue();
     APMMonitor::log(kAPMMonitorLevelDebug, kCodeNoData,
                     "No data to upload. Upload task will not be scheduled");
     stop(false);
@@ -419,6 +438,7 @@ void APMMeasurement::uploadData() {
     return;
   }
   if (bundles->empty()) {
+    activateNewSnapshotOnWorkerQueue();
     APMMonitor::log(kAPMMonitorLevelDebug, kCodeNoData, "No data to upload");
     if (expired) {
       fetchRemoteConfig();

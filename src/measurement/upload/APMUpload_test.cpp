@@ -3,6 +3,9 @@
 
 #include "measurement/events/APMEventsTestSupport.h"
 #include "measurement/events/APMMeasurement.h"
+#include "measurement/experiments/APMEExperimentsTestSupport.h"
+
+#include <filesystem>
 
 namespace {
 
@@ -376,6 +379,64 @@ TEST_F(APMUploadTest, DataControlsAndChecksumShapeTheSentBundle) {
   kit::Data bytes;
   ASSERT_TRUE(APMPBEncode(APMPBMessage<APMPBMeasurementBundle>::fields(), &b, &bytes, nullptr));
   EXPECT_EQ(sent, apm_64LSBMD5(bytes));
+}
+
+// The measurement client with its experiment client: a fetched snapshot waits until no data
+// waits, then its flag overrides the setting and its experiment id goes into bundles.
+class APMUploadExperimentsTest : public APMEventsTest {
+ protected:
+  APMUploadExperimentsTest() {
+    platform_.network().setHost(kHost);
+    measurement_ = make({}, true);
+    openDatabase();
+  }
+};
+
+TEST_F(APMUploadExperimentsTest, ASnapshotTakesEffectAtAQuietMomentAndTagsBundles) {
+  ASSERT_TRUE(m().experimentManager());
+  EXPECT_TRUE(std::filesystem::exists(folder_.path() + "/Stuvop/Measurement/" +
+                                      APMEDatabase::kDatabaseName));
+  platform_.network().enqueue(APMEAnswer(
+      {{"app_measurement", 77, "redundant_engagement_removal_enabled", true}}));
+  env_.advance(10.1);
+  std::vector<sim::NetworkRequest> fetches;
+  for (auto& r : platform_.network().requests()) {
+    if (r.url == std::string(kHost) + "/sdk-exp") fetches.push_back(r);
+  }
+  ASSERT_EQ(fetches.size(), 1u);
+  auto request = APMPBMessage<APMPBExperimentRequest>::parseFromData(fetches[0].payload);
+  ASSERT_TRUE(request);
+  ASSERT_EQ((*request)->client_properties_count, 1u);
+  EXPECT_EQ(APMPBString((*request)->client_properties[0].sdk_name), "app_measurement");
+  EXPECT_EQ(APMPBString((*request)->client_properties[0].diversion_key).size(), 32u);
+
+  // Not in effect until a quiet moment.
+  auto& manager = *m().experimentManager();
+  EXPECT_EQ(manager.activatedSnapshotStatusOfSDKName("app_measurement"), kAPMESnapshotStatusPending);
+  onWorker([&] { EXPECT_FALSE(m().remoteConfig().redundantEngagementRemovalEnabled()); });
+  onWorker([&] { m().updateSchedule(); });
+  EXPECT_TRUE(monitor_.contains("Successfully activated a snapshot of SDK"));
+  onWorker([&] {
+    EXPECT_TRUE(m().remoteConfig().redundantEngagementRemovalEnabled());
+    EXPECT_TRUE(m().settings().redundantEngagementRemovalEnabled);
+    EXPECT_FALSE(m().remoteConfig().efficientEngagementReportingEnabled());
+    EXPECT_EQ(m().settings().experimentIDs, std::vector<std::uint32_t>{77});
+  });
+
+  log(event("tagged"));
+  env_.advance(20);
+  bool tagged = false;
+  for (auto& r : platform_.network().requests()) {
+    if (r.url != std::string(kHost) + "/a") continue;
+    auto batch = APMPBMessage<APMPBMeasurementBatch>::parseFromData(r.payload);
+    ASSERT_TRUE(batch);
+    for (const auto& b : APMPBItems((*batch)->bundles, (*batch)->bundles_count)) {
+      ASSERT_EQ(b.experiment_ids_count, 1u);
+      EXPECT_EQ(b.experiment_ids[0], 77u);
+      tagged = true;
+    }
+  }
+  EXPECT_TRUE(tagged);
 }
 
 }  // namespace
