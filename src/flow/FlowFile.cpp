@@ -142,6 +142,15 @@ const std::map<std::string, Check>& checks() {
        [](const YAML::Node& n) -> std::string {
          return isScalar(n) && (n.Scalar() == "allow" || n.Scalar() == "deny") ? "" : "expected allow or deny";
        }},
+      {"changeSettings",
+       [](const YAML::Node& n) -> std::string {
+         if (auto e = mapWith(n, {"photos", "contacts"}); !e.empty()) return e;
+         for (const char* k : {"photos", "contacts"}) {
+           if (n[k] && !(isScalar(n[k]) && (n[k].Scalar() == "authorized" || n[k].Scalar() == "denied")))
+             return std::string(k) + ": expected authorized or denied";
+         }
+         return {};
+       }},
       {"assertVisible", assertion},
       {"assertNotVisible", assertion},
       {"waitFor", wait},

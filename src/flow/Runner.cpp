@@ -410,7 +410,8 @@ class Run {
     const std::string& c = step.command;
     const YAML::Node& a = step.argument;
     static const std::set<std::string> acts = {"launchApp", "tapOn",   "longPressOn",     "inputText",      "eraseText",
-                                               "back",      "advance", "enterBackground", "enterForeground", "answerPrompt"};
+                                               "back",      "advance", "enterBackground", "enterForeground", "answerPrompt",
+                                               "changeSettings"};
     if (acts.count(c)) recentToasts_.clear();
 
     if (c == "launchApp") return launch(a);
@@ -462,6 +463,16 @@ class Run {
     if (c == "assertPasteboard") {
       std::string found = world_.platform.pasteboard().string();
       if (found != a.Scalar()) fail("expected the pasteboard to hold " + quoted(a.Scalar()) + ", found " + (quoted)(found));
+      return {};
+    }
+    if (c == "changeSettings") {
+      // The person switches the app's access in the system's settings while it runs.
+      auto status = [&](const char* key) {
+        return a[key].Scalar() == "authorized" ? platform::AuthorizationStatus::Authorized
+                                               : platform::AuthorizationStatus::Denied;
+      };
+      if (a["photos"]) world_.platform.photos().setStatus(status("photos"));
+      if (a["contacts"]) world_.platform.contacts().setStatus(status("contacts"));
       return {};
     }
     if (c == "answerPrompt") {
