@@ -466,10 +466,11 @@ const V* literalNameRead(const V& v) {
   return &s.arguments()[0];
 }
 
-// `name = name + x`, where x is a literal or a name read and the string bound to `name` has
-// no other holder: appends to that string instead of copying it. Counts the same
-// instructions and fails in the same ways as the plain evaluation; false (nothing done)
-// when the statement has another shape or the string is shared.
+// `name = name + x`, where x is a literal or a name read, and `name` holds a number or a
+// string that nothing else holds: adds in the binding itself (a string grows in place
+// instead of being copied). Counts the same instructions and fails in the same ways as the
+// plain evaluation; false (nothing done) when the statement has another shape or the string
+// is shared.
 bool appendInPlace(const V& name, const V& value, APMPScope* scope, APMPEvaluator& ev, V* out) {
   if (!value.isStatement()) return false;
   const APMPStatementValue& sum = *value.asStatement();
@@ -481,9 +482,9 @@ bool appendInPlace(const V& name, const V& value, APMPScope* scope, APMPEvaluato
   if (!right && !rightArgument.isString() && !rightArgument.isNumber()) return false;
   if (ev.depth() + 2 > APMPEvaluator::kMaxDepth) return false;
   APMPScope::Binding* b = scope->lookup(name);
-  if (!b || b->immutable || !b->value.isString() || b->value.object()->referenceCount() != 1) {
-    return false;
-  }
+  if (!b || b->immutable) return false;
+  bool number = b->value.isNumber();
+  if (!number && !(b->value.isString() && b->value.object()->referenceCount() == 1)) return false;
   // The sum and the read of the name.
   if (!ev.tick() || !ev.tick()) return true;
   V r;
@@ -498,7 +499,9 @@ bool appendInPlace(const V& name, const V& value, APMPScope* scope, APMPEvaluato
   } else {
     r = rightArgument;
   }
-  if (b->value.object()->referenceCount() == 1 && (r.isString() || r.isNumber())) {
+  if (number && r.isNumber()) {
+    b->value = V::number(b->value.numberPayload() + r.numberPayload());
+  } else if (!number && b->value.object()->referenceCount() == 1 && (r.isString() || r.isNumber())) {
     bool ok;
     if (r.isString()) {
       ok = b->value.asString()->appendInPlace(r.stringPayload());

@@ -453,8 +453,11 @@ void APMPMapValue::clearReferences() {
 }
 
 const APMPRuntimeValue* APMPMapValue::find(std::string_view name) const {
+  // Most names differ in length or first letter: those are told apart without a compare.
   for (const auto& e : entries_) {
-    if (e.first == name) return &e.second;
+    if (e.first.size() == name.size() && (name.empty() || (e.first[0] == name[0] && e.first == name))) {
+      return &e.second;
+    }
   }
   return nullptr;
 }
