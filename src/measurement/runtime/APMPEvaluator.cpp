@@ -133,11 +133,12 @@ class APMPMathCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
-    return evaluate(statement, scope, ev);
+    return evaluate(statement, scope, ev, statement.command());
   }
-  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev) {
+  [[gnu::always_inline]] static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
     const auto& args = statement.arguments();
-    int c = statement.command();
+    int c = command;
     if (c == 27 || c == 34 || c == 35) {
       APMP_ARITY(1, 1);
       V a = ev.eval(args[0], scope);
@@ -165,16 +166,17 @@ class APMPComparisonCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
-    return evaluate(statement, scope, ev);
+    return evaluate(statement, scope, ev, statement.command());
   }
-  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev) {
+  [[gnu::always_inline]] static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
     APMP_ARITY(2, 2);
     const auto& args = statement.arguments();
     V a = ev.eval(args[0], scope);
     if (ev.failed()) return {};
     V b = ev.eval(args[1], scope);
     if (ev.failed()) return {};
-    switch (statement.command()) {
+    switch (command) {
       case 12: return V::boolean(a.looselyEquals(b));
       case 29: return V::boolean(!a.looselyEquals(b));
       case 20: return V::boolean(a.isEqualToRuntimeValue(b));
@@ -191,11 +193,12 @@ class APMPLogicalCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
-    return evaluate(statement, scope, ev);
+    return evaluate(statement, scope, ev, statement.command());
   }
-  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev) {
+  [[gnu::always_inline]] static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
     const auto& args = statement.arguments();
-    if (statement.command() == 28) {
+    if (command == 28) {
       APMP_ARITY(1, 1);
       V a = ev.eval(args[0], scope);
       if (ev.failed()) return {};
@@ -204,7 +207,7 @@ class APMPLogicalCommandEvaluator final : public APMPCommandEvaluator {
     APMP_ARITY(2, 2);
     V a = ev.eval(args[0], scope);
     if (ev.failed()) return {};
-    bool decided = statement.command() == 1 ? !a.booleanValue() : a.booleanValue();
+    bool decided = command == 1 ? !a.booleanValue() : a.booleanValue();
     if (decided) return a;
     return ev.eval(args[1], scope);
   }
@@ -214,11 +217,12 @@ class APMPBitwiseCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
-    return evaluate(statement, scope, ev);
+    return evaluate(statement, scope, ev, statement.command());
   }
-  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev) {
+  [[gnu::always_inline]] static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
     const auto& args = statement.arguments();
-    if (statement.command() == 58) {
+    if (command == 58) {
       APMP_ARITY(1, 1);
       V a = ev.eval(args[0], scope);
       if (ev.failed()) return {};
@@ -231,7 +235,7 @@ class APMPBitwiseCommandEvaluator final : public APMPCommandEvaluator {
     if (ev.failed()) return {};
     std::int32_t x = APMPToInt32(a.doubleValue());
     std::uint32_t shift = APMPToUint32(b.doubleValue()) & 31;
-    switch (statement.command()) {
+    switch (command) {
       case 56: return V::number(x & APMPToInt32(b.doubleValue()));
       case 57: return V::number(static_cast<std::int32_t>(static_cast<std::uint32_t>(x) << shift));
       case 59: return V::number(x | APMPToInt32(b.doubleValue()));
@@ -306,11 +310,12 @@ class APMPControlCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
-    return evaluate(statement, scope, ev);
+    return evaluate(statement, scope, ev, statement.command());
   }
-  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev) {
+  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
     const auto& args = statement.arguments();
-    switch (statement.command()) {
+    switch (command) {
       case 2: {
         APMP_ARITY(2, 3);
         V target = ev.eval(args[0], scope);
@@ -396,7 +401,7 @@ class APMPControlCommandEvaluator final : public APMPCommandEvaluator {
         }
         V function = APMPMake<APMPFunctionValue>(*name.value, parameterNames(parameters, ev), args[2],
                                                  scope);
-        if (statement.command() == 51) return function;
+        if (command == 51) return function;
         if (!scope->bind(*name.key, function, false)) {
           return ev.fail(kAPMPErrorCodeWrongArgumentKind,
                          "Assignment to constant variable " + *name.value);
@@ -471,7 +476,8 @@ const V* literalNameRead(const V& v) {
 // instead of being copied). Counts the same instructions and fails in the same ways as the
 // plain evaluation; false (nothing done) when the statement has another shape or the string
 // is shared.
-bool appendInPlace(const V& name, const V& value, APMPScope* scope, APMPEvaluator& ev, V* out) {
+bool appendInPlace(const V& name, APMPNameCache& cache, const V& value, APMPScope* scope,
+                   APMPEvaluator& ev, V* out) {
   if (!value.isStatement()) return false;
   const APMPStatementValue& sum = *value.asStatement();
   if (sum.command() != 0 || sum.arguments().size() != 2) return false;
@@ -481,7 +487,7 @@ bool appendInPlace(const V& name, const V& value, APMPScope* scope, APMPEvaluato
   const V* right = literalNameRead(rightArgument);
   if (!right && !rightArgument.isString() && !rightArgument.isNumber()) return false;
   if (ev.depth() + 2 > APMPEvaluator::kMaxDepth) return false;
-  APMPScope::Binding* b = scope->lookup(name);
+  APMPScope::Binding* b = scope->lookup(name, cache);
   if (!b || b->immutable) return false;
   bool number = b->value.isNumber();
   if (!number && !(b->value.isString() && b->value.object()->referenceCount() == 1)) return false;
@@ -490,7 +496,7 @@ bool appendInPlace(const V& name, const V& value, APMPScope* scope, APMPEvaluato
   V r;
   if (right) {
     if (!ev.tick()) return true;
-    APMPScope::Binding* rb = scope->lookup(*right);
+    APMPScope::Binding* rb = scope->lookup(*right, rightArgument.asStatement()->nameCache());
     if (!rb) {
       ev.fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(right->stringPayload()));
       return true;
@@ -529,15 +535,27 @@ class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
-    return evaluate(statement, scope, ev);
+    return evaluate(statement, scope, ev, statement.command());
   }
-  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev) {
+  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
+    switch (command) {
+      case 15: return readName(statement, scope, ev);
+      case 16:
+      case 17: return readProperty(statement, scope, ev);
+      default: return evaluateOther(statement, scope, ev, command);
+    }
+  }
+
+  // 15: read a name.
+  [[gnu::always_inline]] static V readName(const APMPStatementValue& statement, APMPScope* scope,
+                                           APMPEvaluator& ev) {
     const auto& args = statement.arguments();
-    switch (statement.command()) {
-      case 15: {
+    {
+      {
         APMP_ARITY(1, 1);
         if (args[0].isString()) {
-          APMPScope::Binding* b = scope->lookup(args[0]);
+          APMPScope::Binding* b = scope->lookup(args[0], statement.nameCache());
           if (!b) return ev.fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(args[0].stringPayload()));
           return b->value;
         }
@@ -547,18 +565,57 @@ class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
         if (!v) return ev.fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(*name.value));
         return *v;
       }
+    }
+  }
+
+  // 16, 17: read a property.
+  [[gnu::always_inline]] static V readProperty(const APMPStatementValue& statement,
+                                               APMPScope* scope, APMPEvaluator& ev) {
+    const auto& args = statement.arguments();
+    APMP_ARITY(2, 2);
+    V object = ev.eval(args[0], scope);
+    if (ev.failed()) return {};
+    V key = ev.eval(args[1], scope);
+    if (ev.failed()) return {};
+    if (key.isString()) {
+      if (object.isMap()) {
+        const V* v = object.asMap()->find(key.stringPayload());
+        return v ? *v : V();
+      }
+      if (object.isString() && key.stringPayload() == "length") {
+        return V::number(static_cast<double>(object.stringPayload().size()));
+      }
+    } else if (key.isNumber() && object.isArray()) {
+      double d = key.numberPayload();
+      APMPArrayValue* a = object.asArray();
+      if (d >= 0 && d < static_cast<double>(a->size()) && d == static_cast<double>(static_cast<std::size_t>(d))) {
+        return a->at(static_cast<std::size_t>(d));
+      }
+    }
+    platform::Error error;
+    V r = object.valueForProperty(key, &error);
+    if (error.code) return ev.fail(error.code, error.localizedDescription);
+    return r;
+  }
+
+  static V evaluateOther(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                         int command) {
+    const auto& args = statement.arguments();
+    switch (command) {
       case 3: {
         APMP_ARITY(2, 2);
         NameArgument name(args[0], scope, ev);
         if (ev.failed()) return {};
         V appended;
-        if (args[0].isString() && appendInPlace(args[0], args[1], scope, ev, &appended)) {
+        if (args[0].isString() &&
+            appendInPlace(args[0], statement.nameCache(), args[1], scope, ev, &appended)) {
           return appended;
         }
         if (ev.failed()) return {};
         V value = ev.eval(args[1], scope);
         if (ev.failed()) return {};
-        APMPScope::Binding* b = scope->lookup(*name.key);
+        APMPScope::Binding* b = args[0].isString() ? scope->lookup(args[0], statement.nameCache())
+                                                   : scope->lookup(*name.key);
         if (!b || b->immutable) {
           return ev.fail(kAPMPErrorCodeWrongArgumentKind,
                          b ? "Assignment to constant variable " + *name.value
@@ -575,7 +632,7 @@ class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
           if (ev.failed()) return {};
           V value = ev.eval(args[i + 1], scope);
           if (ev.failed()) return {};
-          bool ok = scope->bind(*name.key, std::move(value), statement.command() == 52);
+          bool ok = scope->bind(*name.key, std::move(value), command == 52);
           if (!ok) {
             return ev.fail(kAPMPErrorCodeWrongArgumentKind,
                            "Assignment to constant variable " + *name.value);
@@ -613,33 +670,6 @@ class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
         }
         return result;
       }
-      case 16:
-      case 17: {
-        APMP_ARITY(2, 2);
-        V object = ev.eval(args[0], scope);
-        if (ev.failed()) return {};
-        V key = ev.eval(args[1], scope);
-        if (ev.failed()) return {};
-        if (key.isString()) {
-          if (object.isMap()) {
-            const V* v = object.asMap()->find(key.stringPayload());
-            return v ? *v : V();
-          }
-          if (object.isString() && key.stringPayload() == "length") {
-            return V::number(static_cast<double>(object.stringPayload().size()));
-          }
-        } else if (key.isNumber() && object.isArray()) {
-          double d = key.numberPayload();
-          APMPArrayValue* a = object.asArray();
-          if (d >= 0 && d < static_cast<double>(a->size()) && d == static_cast<double>(static_cast<std::size_t>(d))) {
-            return a->at(static_cast<std::size_t>(d));
-          }
-        }
-        platform::Error error;
-        V r = object.valueForProperty(key, &error);
-        if (error.code) return ev.fail(error.code, error.localizedDescription);
-        return r;
-      }
       case 43: {
         APMP_ARITY(3, 3);
         V object = ev.eval(args[0], scope);
@@ -670,10 +700,11 @@ class APMPLoopCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
-    return evaluate(statement, scope, ev);
+    return evaluate(statement, scope, ev, statement.command());
   }
-  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev) {
-    switch (statement.command()) {
+  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
+    switch (command) {
       case 63: return evaluateFor(statement, scope, ev);
       case 42: return evaluateWhile(statement, scope, ev);
       default: return evaluateForInOf(statement, scope, ev);
@@ -811,15 +842,20 @@ class APMPFunctionEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
-    return evaluate(statement, scope, ev);
+    return evaluate(statement, scope, ev, statement.command());
   }
-  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev) {
-    const V* function = statement.calleeName().isString()
-                            ? scope->valueForName(statement.calleeName())
-                            : static_cast<const APMPScope*>(scope)->valueForName(statement.functionName());
+  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
+    const V* function = nullptr;
+    if (statement.calleeName().isString()) {
+      APMPScope::Binding* b = scope->lookup(statement.calleeName(), statement.nameCache());
+      if (b) function = &b->value;
+    } else {
+      function = static_cast<const APMPScope*>(scope)->valueForName(statement.functionName());
+    }
     if (!function) {
       return ev.fail(kAPMPErrorCodeWrongArgumentKind,
-                     statement.command() >= 0 ? "Unknown command " + statement.functionName()
+                     command >= 0 ? "Unknown command " + statement.functionName()
                                               : nameFailure(statement.functionName()));
     }
     if (!function->isFunction()) {
@@ -923,6 +959,43 @@ APMPRuntimeValue APMPEvaluator::failEditing(int code, std::string message) {
   return {};
 }
 
+// One case per command: the small families and the hottest commands are expanded in place
+// with their command number known, the others go to their family's evaluator.
+[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::dispatch(const APMPStatementValue& statement,
+                                                                       APMPScope* scope) {
+  using Math = APMPMathCommandEvaluator;
+  using Comparison = APMPComparisonCommandEvaluator;
+  using Logical = APMPLogicalCommandEvaluator;
+  using Bitwise = APMPBitwiseCommandEvaluator;
+  using Variable = APMPVariableCommandEvaluator;
+  int command = statement.command();
+  switch (command) {
+#define APMP_CASE(n, family) \
+  case n: return family::evaluate(statement, scope, *this, n);
+    APMP_CASE(0, Math) APMP_CASE(10, Math) APMP_CASE(25, Math) APMP_CASE(26, Math)
+    APMP_CASE(27, Math) APMP_CASE(37, Math) APMP_CASE(34, Math) APMP_CASE(35, Math)
+    APMP_CASE(32, Math) APMP_CASE(33, Math)
+    APMP_CASE(12, Comparison) APMP_CASE(29, Comparison) APMP_CASE(20, Comparison)
+    APMP_CASE(21, Comparison) APMP_CASE(18, Comparison) APMP_CASE(19, Comparison)
+    APMP_CASE(23, Comparison) APMP_CASE(24, Comparison)
+    APMP_CASE(1, Logical) APMP_CASE(28, Logical) APMP_CASE(30, Logical)
+    APMP_CASE(56, Bitwise) APMP_CASE(57, Bitwise) APMP_CASE(58, Bitwise) APMP_CASE(59, Bitwise)
+    APMP_CASE(60, Bitwise) APMP_CASE(61, Bitwise) APMP_CASE(62, Bitwise)
+#undef APMP_CASE
+    case 15: return Variable::readName(statement, scope, *this);
+    case 16:
+    case 17: return Variable::readProperty(statement, scope, *this);
+    default: break;
+  }
+  switch (registrar_.familyOf(command)) {
+    case APMPCommandRegistrar::kControl:
+      return APMPControlCommandEvaluator::evaluate(statement, scope, *this, command);
+    case APMPCommandRegistrar::kVariable: return Variable::evaluateOther(statement, scope, *this, command);
+    case APMPCommandRegistrar::kLoop: return APMPLoopCommandEvaluator::evaluate(statement, scope, *this, command);
+    default: return APMPFunctionEvaluator::evaluate(statement, scope, *this, command);
+  }
+}
+
 bool APMPEvaluator::budgetExceeded() {
   fail(kAPMPErrorCodeBudgetExceeded, "Instruction budget exceeded");
   return false;
@@ -937,21 +1010,7 @@ APMPRuntimeValue APMPEvaluator::evalStatement(const APMPStatementValue& statemen
     --depth_;
     return fail(kAPMPErrorCodeBudgetExceeded, "Maximum call depth exceeded");
   }
-  V r;
-  switch (registrar_.familyOf(statement.command())) {
-    case APMPCommandRegistrar::kMath: r = APMPMathCommandEvaluator::evaluate(statement, scope, *this); break;
-    case APMPCommandRegistrar::kComparison:
-      r = APMPComparisonCommandEvaluator::evaluate(statement, scope, *this);
-      break;
-    case APMPCommandRegistrar::kLogical: r = APMPLogicalCommandEvaluator::evaluate(statement, scope, *this); break;
-    case APMPCommandRegistrar::kBitwise: r = APMPBitwiseCommandEvaluator::evaluate(statement, scope, *this); break;
-    case APMPCommandRegistrar::kControl: r = APMPControlCommandEvaluator::evaluate(statement, scope, *this); break;
-    case APMPCommandRegistrar::kVariable:
-      r = APMPVariableCommandEvaluator::evaluate(statement, scope, *this);
-      break;
-    case APMPCommandRegistrar::kLoop: r = APMPLoopCommandEvaluator::evaluate(statement, scope, *this); break;
-    default: r = APMPFunctionEvaluator::evaluate(statement, scope, *this); break;
-  }
+  V r = dispatch(statement, scope);
   --depth_;
   if (failed_) return {};
   return r;

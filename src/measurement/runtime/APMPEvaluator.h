@@ -193,6 +193,7 @@ class APMPEvaluator {
 
  private:
   APMPRuntimeValue evalStatement(const APMPStatementValue& statement, APMPScope* scope);
+  APMPRuntimeValue dispatch(const APMPStatementValue& statement, APMPScope* scope);
   [[gnu::noinline]] bool budgetExceeded();
 
   APMPCommandRegistrar registrar_;

@@ -266,6 +266,15 @@ class APMPHeap {
   std::size_t liveBytes_ = 0;
   std::size_t objectCount_ = 0;
   std::size_t countAfterCollection_ = 64;
+
+ public:
+  // Changes whenever a scope of this heap is made or gains a name: name lookups remembered
+  // under one version stay right while it holds.
+  std::uint64_t scopeVersion() const { return scopeVersion_; }
+  void scopesChanged() { ++scopeVersion_; }
+
+ private:
+  std::uint64_t scopeVersion_ = 1;
   APMPHeapObject* first_ = nullptr;
 };
 
@@ -287,6 +296,8 @@ class APMPHeapObject {
     if (--refs_ == 0) destroy(this);
   }
   std::uint32_t referenceCount() const { return refs_; }
+  // The heap that tracks this object, or null.
+  APMPHeap* heap() const { return heap_; }
 
  protected:
   APMPHeapObject();
@@ -436,6 +447,15 @@ class APMPNameTable {
   std::unordered_map<std::string_view, APMPRuntimeValue> names_;
 };
 
+// Where a statement last found its name: valid while the lookup starts from the same scope
+// (of the same heap) and the heap's scope version has not changed.
+struct APMPNameCache {
+  const void* scope = nullptr;
+  const APMPHeap* heap = nullptr;
+  std::uint64_t version = 0;
+  void* binding = nullptr;
+};
+
 // Unevaluated code: a command (its number as text in `functionName`) and its arguments.
 class APMPStatementValue final : public APMPHeapObject {
  public:
@@ -453,6 +473,8 @@ class APMPStatementValue final : public APMPHeapObject {
   // For a method call (command 2) with a literal name: the method's number in the method
   // tables (see APMPMethodOf), made once; -1 otherwise.
   int method() const { return method_; }
+  // The statement's remembered name lookup (for reads, writes and calls by name).
+  APMPNameCache& nameCache() const { return nameCache_; }
   // Replaces the literal names among the arguments (names read, written, declared and
   // looped over) and the callee's name with the equal strings of `table`. Done once per
   // table; the statement means the same afterwards.
@@ -467,6 +489,7 @@ class APMPStatementValue final : public APMPHeapObject {
   int command_;
   int method_ = -1;
   const APMPNameTable* internedIn_ = nullptr;
+  mutable APMPNameCache nameCache_;
   std::vector<APMPRuntimeValue> arguments_;
   APMPRuntimeValue calleeName_;
 };

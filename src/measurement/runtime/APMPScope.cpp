@@ -49,6 +49,7 @@ void APMPScope::operator delete(void* p, std::size_t size) {
 APMPScope::APMPScope(APMPScope* parent) : parent_(parent), data_(inline_) {
   if (parent_) parent_->retain();
   charge(sizeof(APMPScope));
+  if (APMPHeap* h = heap()) h->scopesChanged();
 }
 
 APMPScope::~APMPScope() {
@@ -112,6 +113,22 @@ APMPScope::Binding* APMPScope::lookup(const APMPStringValue* name, std::uint64_t
   return nullptr;
 }
 
+APMPScope::Binding* APMPScope::lookupAndRemember(const APMPRuntimeValue& name, APMPNameCache& cache) {
+  const APMPStringValue* text = name.asString();
+  std::uint64_t bit = text->nameBit();
+  APMPHeap* h = heap();
+  bool oneHeap = h != nullptr;
+  for (APMPScope* s = this; s; s = s->parent_) {
+    oneHeap = oneHeap && s->heap() == h;
+    if (Binding* b = s->findHere(text, bit)) {
+      // Only a chain within one heap is remembered: its version sees every change.
+      if (oneHeap) cache = APMPNameCache{this, h, h->scopeVersion(), b};
+      return b;
+    }
+  }
+  return nullptr;
+}
+
 APMPScope::Binding* APMPScope::lookup(const APMPRuntimeValue& name) {
   const APMPStringValue* s = name.asString();
   return lookup(s, s->nameBit());
@@ -139,6 +156,7 @@ bool APMPScope::bind(APMPStringValue* name, APMPRuntimeValue value, bool immutab
     data_ = data;
     capacity_ = capacity;
   }
+  if (APMPHeap* h = heap()) h->scopesChanged();
   name->retain();
   Binding& b = data_[size_++];
   b.name = name;

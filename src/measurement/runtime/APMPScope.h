@@ -59,6 +59,14 @@ class APMPScope final : public APMPHeapObject {
   bool bind(const APMPRuntimeValue& name, APMPRuntimeValue value, bool immutable);
   // The nearest binding of `name`, or null.
   Binding* lookup(const APMPRuntimeValue& name);
+  // The same, remembered in `cache` for the next lookup from this scope.
+  Binding* lookup(const APMPRuntimeValue& name, APMPNameCache& cache) {
+    APMPHeap* h = heap();
+    if (cache.scope == this && cache.heap == h && h && cache.version == h->scopeVersion()) {
+      return static_cast<Binding*>(cache.binding);
+    }
+    return lookupAndRemember(name, cache);
+  }
   const APMPRuntimeValue* valueForName(const APMPRuntimeValue& name) {
     Binding* b = lookup(name);
     return b ? &b->value : nullptr;
@@ -72,6 +80,7 @@ class APMPScope final : public APMPHeapObject {
   static constexpr std::uint32_t kInline = 4;
   Binding* findHere(const APMPStringValue* name, std::uint64_t bit);
   Binding* lookup(const APMPStringValue* name, std::uint64_t bit);
+  Binding* lookupAndRemember(const APMPRuntimeValue& name, APMPNameCache& cache);
   bool bind(APMPStringValue* name, APMPRuntimeValue value, bool immutable);
   void clearBindings();
 
