@@ -1,5 +1,6 @@
 #include "measurement/runtime/APMPEvaluator.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -872,6 +873,186 @@ class APMPFunctionEvaluator final : public APMPCommandEvaluator {
   }
 };
 
+// --- Expressions without side effects -------------------------------------------------------
+//
+// A statement whose whole tree only reads names and properties, computes, compares and
+// converts (no call, no write, no declaration) runs on a fast path: no per-statement budget,
+// depth or failure bookkeeping, only a count of the statements it evaluates. Its depth is
+// known beforehand, and the count goes to the budget at the end. When anything on the way
+// would fail (an unbound name, a read from undefined, the memory bound) or the count would
+// reach the budget, the attempt is dropped, which nothing can observe, and the statement runs
+// on the exact path, which fails at the same place as ever.
+
+namespace {
+
+bool isExpressionCommand(int c, std::size_t n) {
+  switch (c) {
+    case 0: case 10: case 25: case 26: case 37: case 32: case 33:
+    case 12: case 29: case 20: case 21: case 18: case 19: case 23: case 24:
+    case 1: case 30:
+    case 56: case 57: case 59: case 60: case 61: case 62:
+    case 16: case 17:
+      return n == 2;
+    case 27: case 34: case 35: case 28: case 58: case 40:
+      return n == 1;
+    case 44: case 45:
+      return n == 0;
+    default: return false;
+  }
+}
+
+// The nesting depth of `statement` as an expression, or 0 when it is none. Remembered in
+// each statement of the tree.
+int expressionDepthOf(const APMPStatementValue& statement, APMPNameTable& names, int nesting) {
+  int known = statement.expressionDepth();
+  if (known >= 0) return known;
+  if (nesting > APMPEvaluator::kMaxDepth) return 0;
+  const auto& args = statement.arguments();
+  int c = statement.command();
+  int depth = 0;
+  if (c == 15) {
+    if (args.size() == 1 && args[0].isString()) {
+      const_cast<APMPStatementValue&>(statement).internNames(names);
+      depth = 1;
+    }
+  } else if (isExpressionCommand(c, args.size())) {
+    depth = 1;
+    for (const auto& a : args) {
+      if (!a.isStatement()) continue;
+      int d = expressionDepthOf(*a.asStatement(), names, nesting + 1);
+      if (d == 0) {
+        depth = 0;
+        break;
+      }
+      depth = std::max(depth, d + 1);
+    }
+  }
+  statement.setExpressionDepth(depth);
+  return depth;
+}
+
+struct Attempt {
+  std::uint64_t statements = 0;
+  bool dropped = false;
+};
+
+V quick(const V& value, APMPScope* scope, Attempt& at);
+
+// Evaluates an expression statement on the fast path.
+V quickStatement(const APMPStatementValue& statement, APMPScope* scope, Attempt& at) {
+  ++at.statements;
+  const auto& args = statement.arguments();
+  int c = statement.command();
+  switch (c) {
+    case 15: {
+      APMPScope::Binding* b = scope->lookup(args[0], statement.nameCache());
+      if (!b) {
+        at.dropped = true;
+        return {};
+      }
+      return b->value;
+    }
+    case 44: return {};
+    case 45: return V::null();
+    case 1:
+    case 30: {
+      V a = quick(args[0], scope, at);
+      if (at.dropped) return {};
+      bool decided = c == 1 ? !a.booleanValue() : a.booleanValue();
+      if (decided) return a;
+      return quick(args[1], scope, at);
+    }
+    default: break;
+  }
+  V a = quick(args[0], scope, at);
+  if (at.dropped) return {};
+  switch (c) {
+    case 27: return V::number(-a.doubleValue());
+    case 34: case 35: return a;
+    case 28: return V::boolean(!a.booleanValue());
+    case 58: return V::number(~APMPToInt32(a.doubleValue()));
+    case 40: return V::string(a.typeName());
+    default: break;
+  }
+  V b = quick(args[1], scope, at);
+  if (at.dropped) return {};
+  switch (c) {
+    case 0:
+      if (a.isNumber() && b.isNumber()) return V::number(a.numberPayload() + b.numberPayload());
+      if (a.isString() && b.isString()) {
+        const std::string& x = a.stringPayload();
+        const std::string& y = b.stringPayload();
+        if (!APMPHeap::canAllocate(x.size() + y.size() + 64)) break;
+        std::string sum;
+        sum.reserve(x.size() + y.size());
+        sum += x;
+        sum += y;
+        return V::string(std::move(sum));
+      }
+      if (a.isString() || a.isObject() || b.isString() || b.isObject()) break;
+      return V::number(a.doubleValue() + b.doubleValue());
+    case 10: return V::number(a.doubleValue() / b.doubleValue());
+    case 25: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
+    case 26: return V::number(a.doubleValue() * b.doubleValue());
+    case 37: return V::number(a.doubleValue() - b.doubleValue());
+    case 32: case 33: return a;
+    case 12: return V::boolean(a.looselyEquals(b));
+    case 29: return V::boolean(!a.looselyEquals(b));
+    case 20: return V::boolean(a.isEqualToRuntimeValue(b));
+    case 21: return V::boolean(!a.isEqualToRuntimeValue(b));
+    case 18: return V::boolean(lessThan(b, a) == 1);
+    case 19: return V::boolean(lessThan(a, b) == 0);
+    case 23: return V::boolean(lessThan(a, b) == 1);
+    case 24: return V::boolean(lessThan(b, a) == 0);
+    case 56: case 57: case 59: case 60: case 61: case 62: {
+      std::int32_t x = APMPToInt32(a.doubleValue());
+      std::uint32_t shift = APMPToUint32(b.doubleValue()) & 31;
+      switch (c) {
+        case 56: return V::number(x & APMPToInt32(b.doubleValue()));
+        case 57: return V::number(static_cast<std::int32_t>(static_cast<std::uint32_t>(x) << shift));
+        case 59: return V::number(x | APMPToInt32(b.doubleValue()));
+        case 60: return V::number(x >> shift);
+        case 61: return V::number(APMPToUint32(a.doubleValue()) >> shift);
+        default: return V::number(x ^ APMPToInt32(b.doubleValue()));
+      }
+    }
+    case 16:
+    case 17: {
+      if (b.isString()) {
+        if (a.isMap()) {
+          const V* v = a.asMap()->find(b.stringPayload());
+          return v ? *v : V();
+        }
+        if (a.isString() && b.stringPayload() == "length") {
+          return V::number(static_cast<double>(a.stringPayload().size()));
+        }
+      } else if (b.isNumber() && a.isArray()) {
+        double d = b.numberPayload();
+        APMPArrayValue* array = a.asArray();
+        if (d >= 0 && d < static_cast<double>(array->size()) &&
+            d == static_cast<double>(static_cast<std::size_t>(d))) {
+          return array->at(static_cast<std::size_t>(d));
+        }
+      }
+      if (a.isNullish()) break;
+      platform::Error error;
+      V r = a.valueForProperty(b, &error);
+      if (error.code) break;
+      return r;
+    }
+    default: break;
+  }
+  at.dropped = true;
+  return {};
+}
+
+V quick(const V& value, APMPScope* scope, Attempt& at) {
+  if (!value.isStatement()) return value;
+  return quickStatement(*value.asStatement(), scope, at);
+}
+
+}  // namespace
+
 // --- Registrar -----------------------------------------------------------------------------
 
 APMPCommandRegistrar::APMPCommandRegistrar()
@@ -1005,6 +1186,16 @@ APMPRuntimeValue APMPEvaluator::evalStatement(const APMPStatementValue& statemen
                                               APMPScope* scope) {
   if (failed_) return {};
   const_cast<APMPStatementValue&>(statement).internNames(names_);
+  int expressionDepth = statement.expressionDepth();
+  if (expressionDepth < 0) expressionDepth = expressionDepthOf(statement, names_, 0);
+  if (expressionDepth > 0 && depth_ + expressionDepth <= kMaxDepth) {
+    Attempt at;
+    V r = quickStatement(statement, scope, at);
+    if (!at.dropped && instructions_ + at.statements < kInstructionBudget) {
+      instructions_ += at.statements;
+      return r;
+    }
+  }
   if (!tick()) return {};
   if (++depth_ > kMaxDepth) {
     --depth_;

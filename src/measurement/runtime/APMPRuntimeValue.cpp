@@ -1,5 +1,6 @@
 #include "measurement/runtime/APMPRuntimeValue.h"
 
+#include <atomic>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -204,6 +205,11 @@ std::int64_t APMPArrayIndexOf(std::string_view key) {
 
 namespace {
 thread_local APMPHeap* currentHeap = nullptr;
+}
+
+APMPHeap::APMPHeap(std::size_t byteLimit) : byteLimit_(byteLimit) {
+  static std::atomic<std::uint64_t> lastId{0};
+  id_ = lastId.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
 APMPHeap::Current::Current(APMPHeap* heap) : previous_(currentHeap) { currentHeap = heap; }

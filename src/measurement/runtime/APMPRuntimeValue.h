@@ -224,7 +224,7 @@ class APMPHeap {
   // Live bytes of strings, elements and entries a heap allows: 64 MiB.
   static constexpr std::size_t kDefaultByteLimit = 64u << 20;
 
-  explicit APMPHeap(std::size_t byteLimit = kDefaultByteLimit) : byteLimit_(byteLimit) {}
+  explicit APMPHeap(std::size_t byteLimit = kDefaultByteLimit);
   // Frees every object it still tracks (contents cleared first, so cycles go too).
   ~APMPHeap();
   APMPHeap(const APMPHeap&) = delete;
@@ -268,13 +268,20 @@ class APMPHeap {
   std::size_t countAfterCollection_ = 64;
 
  public:
-  // Changes whenever a scope of this heap is made or gains a name: name lookups remembered
-  // under one version stay right while it holds.
+  // Changes whenever a scope of this heap that a remembered lookup went through gains a
+  // name: lookups remembered under one version stay right while it holds.
   std::uint64_t scopeVersion() const { return scopeVersion_; }
   void scopesChanged() { ++scopeVersion_; }
+  // A number for a new scope of this heap, never given twice.
+  std::uint64_t newScopeSerial() { return ++scopeSerial_; }
+  // A number for this heap, never given to another heap of the process (a new heap may
+  // take the address of one gone).
+  std::uint64_t id() const { return id_; }
 
  private:
+  std::uint64_t id_;
   std::uint64_t scopeVersion_ = 1;
+  std::uint64_t scopeSerial_ = 0;
   APMPHeapObject* first_ = nullptr;
 };
 
@@ -448,10 +455,11 @@ class APMPNameTable {
 };
 
 // Where a statement last found its name: valid while the lookup starts from the same scope
-// (of the same heap) and the heap's scope version has not changed.
+// (same address and serial, same heap) and the heap's scope version has not changed.
 struct APMPNameCache {
   const void* scope = nullptr;
-  const APMPHeap* heap = nullptr;
+  std::uint64_t serial = 0;
+  std::uint64_t heap = 0;  // the heap's id
   std::uint64_t version = 0;
   void* binding = nullptr;
 };
@@ -475,6 +483,10 @@ class APMPStatementValue final : public APMPHeapObject {
   int method() const { return method_; }
   // The statement's remembered name lookup (for reads, writes and calls by name).
   APMPNameCache& nameCache() const { return nameCache_; }
+  // For the evaluator: how deep the statement nests when it is an expression without side
+  // effects (0 when it is not one, -1 before the evaluator has looked).
+  int expressionDepth() const { return expressionDepth_; }
+  void setExpressionDepth(int depth) const { expressionDepth_ = static_cast<std::int16_t>(depth); }
   // Replaces the literal names among the arguments (names read, written, declared and
   // looped over) and the callee's name with the equal strings of `table`. Done once per
   // table; the statement means the same afterwards.
@@ -490,6 +502,7 @@ class APMPStatementValue final : public APMPHeapObject {
   int method_ = -1;
   const APMPNameTable* internedIn_ = nullptr;
   mutable APMPNameCache nameCache_;
+  mutable std::int16_t expressionDepth_ = -1;
   std::vector<APMPRuntimeValue> arguments_;
   APMPRuntimeValue calleeName_;
 };

@@ -421,3 +421,29 @@ TEST(APMPRuntimeTest, MethodArgumentsEvaluateLikeAnArrayReadBack) {
 }
 
 }  // namespace
+
+namespace {
+
+// One tree run by runtime after runtime (each may take the address of the one before, and
+// its scopes the addresses of the scopes before): remembered lookups of an earlier runtime
+// never answer for a later one.
+TEST(APMPRuntimeTest, ATreeRunsTheSameInEveryNewRuntime) {
+  V sum = P::list({P::let("mk", P::function("", {}, {P::let("c", P::num(0)),
+                                                      P::ret(P::function("", {"x"}, {P::assign("c", binary("0", P::var("c"), P::var("x"))),
+                                                                                     P::ret(P::var("c"))}))})),
+                   P::let("f", P::call("mk")),
+                   P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(50)),
+                                  P::assign("i", binary("0", P::var("i"), P::num(1))), P::list({P::call("f", {P::var("i")})})}),
+                   P::ret(P::call("f", {P::num(0)}))});
+  for (int k = 0; k < 6; ++k) {
+    APMPRuntime runtime;
+    for (int run = 0; run < 3; ++run) {
+      platform::Error error;
+      V r = runtime.executeStatements(sum, &error);
+      ASSERT_EQ(error.code, 0) << "runtime " << k << " run " << run << ": " << error.localizedDescription;
+      EXPECT_EQ(r.asControl()->data().numberPayload(), 1225);
+    }
+  }
+}
+
+}  // namespace

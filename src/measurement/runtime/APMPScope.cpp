@@ -49,7 +49,7 @@ void APMPScope::operator delete(void* p, std::size_t size) {
 APMPScope::APMPScope(APMPScope* parent) : parent_(parent), data_(inline_) {
   if (parent_) parent_->retain();
   charge(sizeof(APMPScope));
-  if (APMPHeap* h = heap()) h->scopesChanged();
+  if (APMPHeap* h = heap()) serial_ = h->newScopeSerial();
 }
 
 APMPScope::~APMPScope() {
@@ -122,7 +122,11 @@ APMPScope::Binding* APMPScope::lookupAndRemember(const APMPRuntimeValue& name, A
     oneHeap = oneHeap && s->heap() == h;
     if (Binding* b = s->findHere(text, bit)) {
       // Only a chain within one heap is remembered: its version sees every change.
-      if (oneHeap) cache = APMPNameCache{this, h, h->scopeVersion(), b};
+      if (oneHeap) {
+        for (APMPScope* t = this; t != s; t = t->parent_) t->visited_ = true;
+        s->visited_ = true;
+        cache = APMPNameCache{this, serial_, h->id(), h->scopeVersion(), b};
+      }
       return b;
     }
   }
@@ -156,7 +160,11 @@ bool APMPScope::bind(APMPStringValue* name, APMPRuntimeValue value, bool immutab
     data_ = data;
     capacity_ = capacity;
   }
-  if (APMPHeap* h = heap()) h->scopesChanged();
+  // A new name here can hide what a remembered lookup found further out, or move the
+  // bindings that one found here.
+  if (visited_) {
+    if (APMPHeap* h = heap()) h->scopesChanged();
+  }
   name->retain();
   Binding& b = data_[size_++];
   b.name = name;

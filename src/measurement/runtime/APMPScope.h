@@ -62,7 +62,8 @@ class APMPScope final : public APMPHeapObject {
   // The same, remembered in `cache` for the next lookup from this scope.
   Binding* lookup(const APMPRuntimeValue& name, APMPNameCache& cache) {
     APMPHeap* h = heap();
-    if (cache.scope == this && cache.heap == h && h && cache.version == h->scopeVersion()) {
+    if (cache.scope == this && cache.serial == serial_ && h && cache.heap == h->id() &&
+        cache.version == h->scopeVersion()) {
       return static_cast<Binding*>(cache.binding);
     }
     return lookupAndRemember(name, cache);
@@ -86,6 +87,8 @@ class APMPScope final : public APMPHeapObject {
 
   APMPScope* parent_;
   std::uint64_t mask_ = 0;
+  std::uint64_t serial_ = 0;  // from the heap; 0 without one
+  bool visited_ = false;      // a remembered lookup went through this scope
   Binding* data_;
   std::uint32_t size_ = 0;
   std::uint32_t capacity_ = kInline;
