@@ -755,6 +755,8 @@ bool APMPRuntimeValue::looselyEquals(const APMPRuntimeValue& other) const {
   if (kind_ == other.kind_) return isEqualToRuntimeValue(other);
   if (isNullish() && other.isNullish()) return true;
   if (isNullish() || other.isNullish()) return false;
+  // Two objects are equal only as the same object (and these are of different kinds).
+  if (isObject() && other.isObject()) return false;
   // Objects become primitives (their text); booleans and mixed string/number become numbers.
   if (isObject()) return APMPRuntimeValue::string(stringValue()).looselyEquals(other);
   if (other.isObject()) return looselyEquals(APMPRuntimeValue::string(other.stringValue()));

@@ -47,6 +47,11 @@ TEST(APMPRuntimeTest, ConversionsFollowECMAScript) {
   EXPECT_TRUE(run({binary("12", P::str(" 1e3 "), P::num(1000))}).booleanPayload());
   EXPECT_TRUE(run({binary("12", P::call("7", {P::num(5)}), P::num(5))}).booleanPayload());
   EXPECT_FALSE(run({binary("12", P::num(std::nan("")), P::num(std::nan("")))}).booleanPayload());
+  // Two objects are loosely equal only as one object, even when their texts agree; an object
+  // and a primitive compare through the object's text.
+  EXPECT_FALSE(run({binary("12", P::call("7", {P::call("8")}), P::call("8"))}).booleanPayload());
+  EXPECT_TRUE(run({binary("29", P::call("8"), P::call("7", {P::call("8")}))}).booleanPayload());
+  EXPECT_TRUE(run({binary("12", P::call("8"), P::str("[object Object]"))}).booleanPayload());
   EXPECT_EQ(run.text({P::call("40", {P::call("45")})}), "object");
   EXPECT_EQ(run.text({P::call("40", {P::function("", {}, {})})}), "function");
   EXPECT_EQ(run.text({binary("60", P::num(-16), P::num(2))}), "-4");
