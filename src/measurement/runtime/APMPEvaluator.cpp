@@ -482,8 +482,13 @@ bool appendInPlace(const V& name, APMPNameCache& cache, const V& value, APMPScop
   if (!value.isStatement()) return false;
   const APMPStatementValue& sum = *value.asStatement();
   if (sum.command() != 0 || sum.arguments().size() != 2) return false;
+  // The reads below are not evaluated as statements: their names join the table here.
+  if (sum.arguments()[0].isStatement()) sum.arguments()[0].asStatement()->internNames(ev.names());
+  if (sum.arguments()[1].isStatement()) sum.arguments()[1].asStatement()->internNames(ev.names());
   const V* left = literalNameRead(sum.arguments()[0]);
-  if (!left || !left->asString()->equals(name.stringPayload())) return false;
+  if (!left || (left->object() != name.object() && !left->asString()->equals(name.stringPayload()))) {
+    return false;
+  }
   const V& rightArgument = sum.arguments()[1];
   const V* right = literalNameRead(rightArgument);
   if (!right && !rightArgument.isString() && !rightArgument.isNumber()) return false;

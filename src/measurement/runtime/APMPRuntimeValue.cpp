@@ -308,9 +308,12 @@ void APMPHeap::collectIfGrown() {
 void APMPHeapObject::destroy(APMPHeapObject* object) {
   thread_local std::vector<APMPHeapObject*> pending;
   thread_local bool draining = false;
-  pending.push_back(object);
-  if (draining) return;
+  if (draining) {
+    pending.push_back(object);
+    return;
+  }
   draining = true;
+  delete object;
   while (!pending.empty()) {
     APMPHeapObject* next = pending.back();
     pending.pop_back();
@@ -327,11 +330,6 @@ APMPHeapObject::~APMPHeapObject() {
   if (heap_) heap_->untrack(this);
 }
 
-void APMPHeapObject::charge(std::ptrdiff_t bytes) {
-  if (bytes < 0 && static_cast<std::size_t>(-bytes) > bytes_) bytes = -static_cast<std::ptrdiff_t>(bytes_);
-  bytes_ = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(bytes_) + bytes);
-  if (heap_) heap_->liveBytes_ = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(heap_->liveBytes_) + bytes);
-}
 
 // --- Heap values ---------------------------------------------------------------------------
 
@@ -342,6 +340,10 @@ APMPStringValue::APMPStringValue(std::string s) : value_(std::move(s)) {
 std::uint64_t APMPStringValue::nameBitOf(std::string_view text) {
   std::uint64_t h = 1469598103934665603ull;
   for (char c : text) h = (h ^ static_cast<unsigned char>(c)) * 1099511628211ull;
+  // The top bits of the hash alone hardly differ between short names: mix first.
+  h ^= h >> 33;
+  h *= 0xff51afd7ed558ccdull;
+  h ^= h >> 33;
   return std::uint64_t{1} << (h >> 58);
 }
 

@@ -272,6 +272,10 @@ class APMPHeap {
   // name: lookups remembered under one version stay right while it holds.
   std::uint64_t scopeVersion() const { return scopeVersion_; }
   void scopesChanged() { ++scopeVersion_; }
+  // Adds `bytes` (which may be negative) to the live bytes.
+  void chargeLive(std::ptrdiff_t bytes) {
+    liveBytes_ = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(liveBytes_) + bytes);
+  }
   // A number for a new scope of this heap, never given twice.
   std::uint64_t newScopeSerial() { return ++scopeSerial_; }
   // A number for this heap, never given to another heap of the process (a new heap may
@@ -312,7 +316,11 @@ class APMPHeapObject {
   // deeply nested value (an array inside an array, a million deep) cannot exhaust the stack.
   static void destroy(APMPHeapObject* object);
   // Adjusts the bytes charged to the heap that tracks this object.
-  void charge(std::ptrdiff_t bytes);
+  void charge(std::ptrdiff_t bytes) {
+    if (bytes < 0 && static_cast<std::size_t>(-bytes) > bytes_) bytes = -static_cast<std::ptrdiff_t>(bytes_);
+    bytes_ = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(bytes_) + bytes);
+    if (heap_) heap_->chargeLive(bytes);
+  }
 
  private:
   friend class APMPHeap;

@@ -410,6 +410,17 @@ TEST(APMPRuntimeTest, NameReadsSeeADeclarationThatShadowsThemLater) {
              P::ret(P::var("log"))});
   ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
   EXPECT_EQ(r.stringValue(), "outer,outer,inner");
+  // The same with the declaration one scope further out: each turn's body has a scope of its
+  // own (it declares `t`), and the loop's update declares `x` in the loop's scope.
+  Sandbox further;
+  V turn = P::list({P::let("t", P::num(0)), P::method(P::var("log"), "push", {P::var("x")})});
+  V update = P::call("13", {P::assign("i", binary("0", P::var("i"), P::num(1))),
+                            binary("1", binary("12", P::var("i"), P::num(2)), P::let("x", P::str("inner")))});
+  r = further({P::let("x", P::str("outer")), P::let("log", P::call("7")),
+               P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(4)), update, turn}),
+               P::ret(P::var("log"))});
+  ASSERT_EQ(further.error.code, 0) << further.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "outer,outer,inner,inner");
 }
 
 // Arguments written as an array literal are evaluated once each, and a statement value

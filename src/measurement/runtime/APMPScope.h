@@ -59,14 +59,26 @@ class APMPScope final : public APMPHeapObject {
   bool bind(const APMPRuntimeValue& name, APMPRuntimeValue value, bool immutable);
   // The nearest binding of `name`, or null.
   Binding* lookup(const APMPRuntimeValue& name);
-  // The same, remembered in `cache` for the next lookup from this scope.
+  // The same, with what lies beyond this scope remembered in `cache`: this scope's own
+  // names are always looked at (a call's or a loop turn's scope is new each time), the
+  // rest is remembered from the parent on, which stays the same from call to call.
   Binding* lookup(const APMPRuntimeValue& name, APMPNameCache& cache) {
-    APMPHeap* h = heap();
-    if (cache.scope == this && cache.serial == serial_ && h && cache.heap == h->id() &&
+    const APMPStringValue* text = name.asString();
+    std::uint64_t bit = text->nameBit();
+    if (mask_ & bit) {
+      for (std::uint32_t i = 0; i < size_; ++i) {
+        if (data_[i].name == text) return &data_[i];
+      }
+      return lookup(text, bit);
+    }
+    APMPScope* p = parent_;
+    if (!p) return nullptr;
+    APMPHeap* h = p->heap();
+    if (cache.scope == p && cache.serial == p->serial_ && h && cache.heap == h->id() &&
         cache.version == h->scopeVersion()) {
       return static_cast<Binding*>(cache.binding);
     }
-    return lookupAndRemember(name, cache);
+    return p->lookupAndRemember(name, cache);
   }
   const APMPRuntimeValue* valueForName(const APMPRuntimeValue& name) {
     Binding* b = lookup(name);
