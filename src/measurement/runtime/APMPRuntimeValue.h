@@ -88,13 +88,21 @@ class APMPRuntimeValue {
   // Both assignments take the new value before letting the old one go: the old value may
   // own the new one (a control value's data).
   APMPRuntimeValue& operator=(const APMPRuntimeValue& other) {
-    APMPRuntimeValue copy(other);
-    swap(copy);
+    other.retain();
+    APMPValueKind kind = other.kind_;
+    std::uint64_t bits = other.bits_;
+    release();
+    kind_ = kind;
+    bits_ = bits;
     return *this;
   }
   APMPRuntimeValue& operator=(APMPRuntimeValue&& other) noexcept {
-    APMPRuntimeValue taken(std::move(other));
-    swap(taken);
+    APMPValueKind kind = other.kind_;
+    std::uint64_t bits = other.bits_;
+    other.kind_ = APMPValueKind::kUndefined;
+    release();
+    kind_ = kind;
+    bits_ = bits;
     return *this;
   }
   void swap(APMPRuntimeValue& other) noexcept {
