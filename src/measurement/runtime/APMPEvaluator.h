@@ -36,6 +36,16 @@
 // Any other command name is a call of the function bound to that name in the scope, with the
 // evaluated arguments (APMPFunctionEvaluator).
 //
+// Speed: a program is decoded once into its tree of statements, and each statement keeps
+// what the evaluator learns about it on first sight: its names interned in the evaluator's
+// table (scopes compare names by identity), where its name was last found (valid while no
+// scope on the way gains a name), its method's number, and whether it is an expression
+// without side effects (which then runs without per-statement bookkeeping, falling back to
+// the exact path whenever anything could fail). Numbers, booleans, undefined and null never
+// allocate; strings are shared, and `name = name + x` grows a string nobody else holds in
+// place; scopes and return signals are reused. None of this changes what a program sees,
+// its instruction count or where it fails.
+//
 // Limits: each evaluation counts one instruction; at kInstructionBudget the run fails with
 // code 18. Evaluations nest at most kMaxDepth deep (a recursion past it fails with code 18,
 // never a stack overflow). After an error every evaluation yields undefined until the run
