@@ -1,7 +1,8 @@
 // Random programs run by our runtime and by Node.js; the printed results must agree.
 //
 // APMP_DIFFERENTIAL_PROGRAMS (default 10000) and APMP_DIFFERENTIAL_SEED (default 1) set the
-// run; programs go to Node in files of 10,000.
+// run, APMP_DIFFERENTIAL_SHOW (default 5) how many differences are printed in full; programs
+// go to Node in files of 10,000.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -36,6 +37,7 @@ TEST(APMPDifferentialTest, RandomProgramsAgreeWithNode) {
   const std::uint64_t total = environmentNumber("APMP_DIFFERENTIAL_PROGRAMS", 10000);
   const std::uint64_t seed = environmentNumber("APMP_DIFFERENTIAL_SEED", 1);
   const std::uint64_t chunk = 10000;
+  const std::uint64_t shown = environmentNumber("APMP_DIFFERENTIAL_SHOW", 5);
   auto dir = std::filesystem::temp_directory_path() /
              ("apmp_differential_" + std::to_string(::getpid()));
   std::filesystem::create_directories(dir);
@@ -71,7 +73,7 @@ TEST(APMPDifferentialTest, RandomProgramsAgreeWithNode) {
       }
       if (ours != expected) {
         ++mismatches;
-        if (mismatches <= 5) {
+        if (mismatches <= shown) {
           ADD_FAILURE() << "program " << done + i << " (seed " << seed << ")\n"
                         << programs[i].javaScript << "\nnode: " << expected << "\nours: " << ours << " " << error.localizedDescription;
         }

@@ -1,5 +1,6 @@
 #include "measurement/runtime/APMPEvaluator.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -22,6 +23,13 @@ class ArgumentList {
     }
   }
   const V* data() const { return count_ <= kInline ? inline_ : overflow_.data(); }
+  void set(std::size_t i, V v) {
+    if (count_ <= kInline) {
+      inline_[i] = std::move(v);
+    } else {
+      overflow_[i] = std::move(v);
+    }
+  }
   std::size_t size() const { return count_; }
 
  private:
@@ -33,36 +41,37 @@ class ArgumentList {
 std::string nameFailure(const std::string& name) { return name + " is not defined"; }
 
 // A name argument: a string literal as it is (no copy), anything else through its text.
+// `key` is the name as a string value, `value` its text.
 struct NameArgument {
   NameArgument(const V& argument, APMPScope* scope, APMPEvaluator& ev) {
     if (argument.isString()) {
-      value = &argument.stringPayload();
+      key = &argument;
     } else {
-      owned = ev.eval(argument, scope).stringValue();
-      value = &owned;
+      owned = V::string(ev.eval(argument, scope).stringValue());
+      key = &owned;
     }
+    value = &key->stringPayload();
   }
+  const V* key;
   const std::string* value;
-  std::string owned;
+  V owned;
 };
 
-V checkArity(const APMPStatementValue& s, std::size_t low, std::size_t high, APMPEvaluator& ev,
-             bool* ok) {
-  std::size_t n = s.arguments().size();
-  *ok = n >= low && n <= high;
-  if (!*ok) {
-    return ev.fail(kAPMPErrorCodeWrongArgumentCount,
-                   "Wrong number of arguments for command " + s.functionName() + ": " +
-                       std::to_string(n));
-  }
-  return {};
+[[gnu::noinline]] V arityFailure(const APMPStatementValue& s, APMPEvaluator& ev) {
+  return ev.fail(kAPMPErrorCodeWrongArgumentCount,
+                 "Wrong number of arguments for command " + s.functionName() + ": " +
+                     std::to_string(s.arguments().size()));
 }
 
-#define APMP_ARITY(low, high)                          \
-  do {                                                  \
-    bool ok_;                                           \
-    V r_ = checkArity(statement, low, high, ev, &ok_);  \
-    if (!ok_) return r_;                                \
+inline bool arityWithin(std::size_t n, std::size_t low, std::size_t high) {
+  return n >= low && n <= high;
+}
+
+#define APMP_ARITY(low, high)                                                  \
+  do {                                                                          \
+    if (!arityWithin(statement.arguments().size(), low, high)) {                \
+      return arityFailure(statement, ev);                                       \
+    }                                                                           \
   } while (0)
 
 V add(const V& a, const V& b, APMPEvaluator& ev) {
@@ -125,8 +134,12 @@ class APMPMathCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
+    return evaluate(statement, scope, ev, statement.command());
+  }
+  [[gnu::always_inline]] static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
     const auto& args = statement.arguments();
-    int c = statement.command();
+    int c = command;
     if (c == 27 || c == 34 || c == 35) {
       APMP_ARITY(1, 1);
       V a = ev.eval(args[0], scope);
@@ -154,13 +167,17 @@ class APMPComparisonCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
+    return evaluate(statement, scope, ev, statement.command());
+  }
+  [[gnu::always_inline]] static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
     APMP_ARITY(2, 2);
     const auto& args = statement.arguments();
     V a = ev.eval(args[0], scope);
     if (ev.failed()) return {};
     V b = ev.eval(args[1], scope);
     if (ev.failed()) return {};
-    switch (statement.command()) {
+    switch (command) {
       case 12: return V::boolean(a.looselyEquals(b));
       case 29: return V::boolean(!a.looselyEquals(b));
       case 20: return V::boolean(a.isEqualToRuntimeValue(b));
@@ -177,8 +194,12 @@ class APMPLogicalCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
+    return evaluate(statement, scope, ev, statement.command());
+  }
+  [[gnu::always_inline]] static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
     const auto& args = statement.arguments();
-    if (statement.command() == 28) {
+    if (command == 28) {
       APMP_ARITY(1, 1);
       V a = ev.eval(args[0], scope);
       if (ev.failed()) return {};
@@ -187,7 +208,7 @@ class APMPLogicalCommandEvaluator final : public APMPCommandEvaluator {
     APMP_ARITY(2, 2);
     V a = ev.eval(args[0], scope);
     if (ev.failed()) return {};
-    bool decided = statement.command() == 1 ? !a.booleanValue() : a.booleanValue();
+    bool decided = command == 1 ? !a.booleanValue() : a.booleanValue();
     if (decided) return a;
     return ev.eval(args[1], scope);
   }
@@ -197,8 +218,12 @@ class APMPBitwiseCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
+    return evaluate(statement, scope, ev, statement.command());
+  }
+  [[gnu::always_inline]] static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
     const auto& args = statement.arguments();
-    if (statement.command() == 58) {
+    if (command == 58) {
       APMP_ARITY(1, 1);
       V a = ev.eval(args[0], scope);
       if (ev.failed()) return {};
@@ -211,7 +236,7 @@ class APMPBitwiseCommandEvaluator final : public APMPCommandEvaluator {
     if (ev.failed()) return {};
     std::int32_t x = APMPToInt32(a.doubleValue());
     std::uint32_t shift = APMPToUint32(b.doubleValue()) & 31;
-    switch (statement.command()) {
+    switch (command) {
       case 56: return V::number(x & APMPToInt32(b.doubleValue()));
       case 57: return V::number(static_cast<std::int32_t>(static_cast<std::uint32_t>(x) << shift));
       case 59: return V::number(x | APMPToInt32(b.doubleValue()));
@@ -235,12 +260,49 @@ V runBody(const V& body, APMPScope* scope, APMPEvaluator& ev) {
   return ev.run(body, scope);
 }
 
-std::vector<std::string> parameterNames(const V& list) {
-  std::vector<std::string> names;
+std::vector<V> parameterNames(const V& list, APMPEvaluator& ev) {
+  std::vector<V> names;
   if (list.isArray()) {
-    for (const auto& e : list.asArray()->elements()) names.push_back(e.stringValue());
+    names.reserve(list.asArray()->size());
+    for (const auto& e : list.asArray()->elements()) {
+      names.push_back(e.isString() ? ev.names().intern(e) : V::string(e.stringValue()));
+    }
   }
   return names;
+}
+
+}  // namespace
+
+namespace {
+
+// The arguments of a method call written as an array literal (command 7), evaluated straight
+// into `list` without making the array: the same instructions, depths and bounds as making
+// it and reading it back. False (and nothing done) when `value` is no such literal.
+bool argumentsInPlace(const V& value, APMPScope* scope, APMPEvaluator& ev, ArgumentList& list) {
+  if (!value.isStatement() || value.asStatement()->command() != 7) return false;
+  const APMPStatementValue& literal = *value.asStatement();
+  if (!ev.tick()) return true;
+  if (!ev.enter()) return true;
+  for (const auto& a : literal.arguments()) {
+    V v = ev.eval(a, scope);
+    if (ev.failed()) break;
+    if (!APMPHeap::canAllocate(sizeof(V))) {
+      ev.fail(kAPMPErrorCodeBudgetExceeded, "Out of memory: array too large");
+      break;
+    }
+    list.push(std::move(v));
+  }
+  ev.leave();
+  if (ev.failed()) return true;
+  // Reading the elements back evaluates them once more (a statement value among them runs).
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    if (list.data()[i].isStatement()) {
+      V again = ev.eval(list.data()[i], scope);
+      if (ev.failed()) return true;
+      list.set(i, std::move(again));
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -249,8 +311,12 @@ class APMPControlCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
+    return evaluate(statement, scope, ev, statement.command());
+  }
+  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
     const auto& args = statement.arguments();
-    switch (statement.command()) {
+    switch (command) {
       case 2: {
         APMP_ARITY(2, 3);
         V target = ev.eval(args[0], scope);
@@ -259,19 +325,24 @@ class APMPControlCommandEvaluator final : public APMPCommandEvaluator {
         if (ev.failed()) return {};
         ArgumentList list;
         if (args.size() == 3) {
-          V values = ev.eval(args[2], scope);
-          if (ev.failed()) return {};
-          if (!values.isArray()) {
-            return ev.fail(kAPMPErrorCodeWrongArgumentKind, "Method arguments must be an array");
-          }
-          APMPArrayValue* array = values.asArray();
-          for (std::size_t i = 0; i < array->size(); ++i) {
-            V element = array->at(i);
-            list.push(ev.eval(element, scope));
+          if (!argumentsInPlace(args[2], scope, ev, list)) {
             if (ev.failed()) return {};
+            V values = ev.eval(args[2], scope);
+            if (ev.failed()) return {};
+            if (!values.isArray()) {
+              return ev.fail(kAPMPErrorCodeWrongArgumentKind, "Method arguments must be an array");
+            }
+            APMPArrayValue* array = values.asArray();
+            for (std::size_t i = 0; i < array->size(); ++i) {
+              V element = array->at(i);
+              list.push(ev.eval(element, scope));
+              if (ev.failed()) return {};
+            }
           }
+          if (ev.failed()) return {};
         }
-        return ev.applyWithName(target, *name.value, list.data(), list.size(), scope);
+        int method = args[1].isString() ? statement.method() : APMPMethodOf(*name.value);
+        return ev.applyMethod(target, *name.value, method, list.data(), list.size());
       }
       case 4: APMP_ARITY(0, 0); return APMPControlValue::breakValue();
       case 6: APMP_ARITY(0, 0); return APMPControlValue::continueValue();
@@ -315,7 +386,7 @@ class APMPControlCommandEvaluator final : public APMPCommandEvaluator {
         APMP_ARITY(0, 1);
         V data = args.empty() ? V() : ev.eval(args[0], scope);
         if (ev.failed()) return {};
-        return APMPMake<APMPControlValue>(APMPControlValue::Type::kReturn, std::move(data));
+        return ev.returnSignal(std::move(data));
       }
       case 38: return evaluateSwitch(statement, scope, ev);
       case 46: APMP_ARITY(1, 1); return args[0];
@@ -329,10 +400,10 @@ class APMPControlCommandEvaluator final : public APMPCommandEvaluator {
         if (!parameters.isArray() || !args[2].isArray()) {
           return ev.fail(kAPMPErrorCodeWrongArgumentKind, "Bad function definition");
         }
-        V function = APMPMake<APMPFunctionValue>(*name.value, parameterNames(parameters), args[2],
+        V function = APMPMake<APMPFunctionValue>(*name.value, parameterNames(parameters, ev), args[2],
                                                  scope);
-        if (statement.command() == 51) return function;
-        if (!scope->addValue(function, *name.value)) {
+        if (command == 51) return function;
+        if (!scope->bind(*name.key, function, false)) {
           return ev.fail(kAPMPErrorCodeWrongArgumentKind,
                          "Assignment to constant variable " + *name.value);
         }
@@ -391,32 +462,172 @@ class APMPControlCommandEvaluator final : public APMPCommandEvaluator {
   }
 };
 
+namespace {
+
+// A name read (command 15 of a literal name), or null.
+const V* literalNameRead(const V& v) {
+  if (!v.isStatement()) return nullptr;
+  const APMPStatementValue& s = *v.asStatement();
+  if (s.command() != 15 || s.arguments().size() != 1 || !s.arguments()[0].isString()) return nullptr;
+  return &s.arguments()[0];
+}
+
+// `name = name + x`, where x is a literal or a name read, and `name` holds a number or a
+// string that nothing else holds: adds in the binding itself (a string grows in place
+// instead of being copied). Counts the same instructions and fails in the same ways as the
+// plain evaluation; false (nothing done) when the statement has another shape or the string
+// is shared.
+bool appendInPlace(const V& name, APMPNameCache& cache, const V& value, APMPScope* scope,
+                   APMPEvaluator& ev, V* out) {
+  if (!value.isStatement()) return false;
+  const APMPStatementValue& sum = *value.asStatement();
+  if (sum.command() != 0 || sum.arguments().size() != 2) return false;
+  // The reads below are not evaluated as statements: their names join the table here.
+  if (sum.arguments()[0].isStatement()) sum.arguments()[0].asStatement()->internNames(ev.names());
+  if (sum.arguments()[1].isStatement()) sum.arguments()[1].asStatement()->internNames(ev.names());
+  const V* left = literalNameRead(sum.arguments()[0]);
+  if (!left || (left->object() != name.object() && !left->asString()->equals(name.stringPayload()))) {
+    return false;
+  }
+  const V& rightArgument = sum.arguments()[1];
+  const V* right = literalNameRead(rightArgument);
+  if (!right && !rightArgument.isString() && !rightArgument.isNumber()) return false;
+  if (ev.depth() + 2 > APMPEvaluator::kMaxDepth) return false;
+  APMPScope::Binding* b = scope->lookup(name, cache);
+  if (!b || b->immutable) return false;
+  bool number = b->value.isNumber();
+  if (!number && !(b->value.isString() && b->value.object()->referenceCount() == 1)) return false;
+  // The sum and the read of the name.
+  if (!ev.tick() || !ev.tick()) return true;
+  V r;
+  if (right) {
+    if (!ev.tick()) return true;
+    APMPScope::Binding* rb = scope->lookup(*right, rightArgument.asStatement()->nameCache());
+    if (!rb) {
+      ev.fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(right->stringPayload()));
+      return true;
+    }
+    r = rb->value;
+  } else {
+    r = rightArgument;
+  }
+  if (number && r.isNumber()) {
+    b->value = V::number(b->value.numberPayload() + r.numberPayload());
+  } else if (!number && b->value.object()->referenceCount() == 1 && (r.isString() || r.isNumber())) {
+    bool ok;
+    if (r.isString()) {
+      ok = b->value.asString()->appendInPlace(r.stringPayload());
+    } else {
+      std::string text;
+      APMPAppendNumber(text, r.numberPayload());
+      ok = b->value.asString()->appendInPlace(text);
+    }
+    if (!ok) {
+      ev.fail(kAPMPErrorCodeBudgetExceeded, "Out of memory: string too long");
+      return true;
+    }
+  } else {
+    V sumValue = add(b->value, r, ev);
+    if (ev.failed()) return true;
+    b->value = std::move(sumValue);
+  }
+  *out = b->value;
+  return true;
+}
+
+}  // namespace
+
 class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
+    return evaluate(statement, scope, ev, statement.command());
+  }
+  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
+    switch (command) {
+      case 15: return readName(statement, scope, ev);
+      case 16:
+      case 17: return readProperty(statement, scope, ev);
+      default: return evaluateOther(statement, scope, ev, command);
+    }
+  }
+
+  // 15: read a name.
+  [[gnu::always_inline]] static V readName(const APMPStatementValue& statement, APMPScope* scope,
+                                           APMPEvaluator& ev) {
     const auto& args = statement.arguments();
-    switch (statement.command()) {
-      case 15: {
+    {
+      {
         APMP_ARITY(1, 1);
+        if (args[0].isString()) {
+          APMPScope::Binding* b = scope->lookup(args[0], statement.nameCache());
+          if (!b) return ev.fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(args[0].stringPayload()));
+          return b->value;
+        }
         NameArgument name(args[0], scope, ev);
         if (ev.failed()) return {};
-        const V* v = scope->valueForName(*name.value);
+        const V* v = scope->valueForName(*name.key);
         if (!v) return ev.fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(*name.value));
         return *v;
       }
+    }
+  }
+
+  // 16, 17: read a property.
+  [[gnu::always_inline]] static V readProperty(const APMPStatementValue& statement,
+                                               APMPScope* scope, APMPEvaluator& ev) {
+    const auto& args = statement.arguments();
+    APMP_ARITY(2, 2);
+    V object = ev.eval(args[0], scope);
+    if (ev.failed()) return {};
+    V key = ev.eval(args[1], scope);
+    if (ev.failed()) return {};
+    if (key.isString()) {
+      if (object.isMap()) {
+        const V* v = object.asMap()->find(key.stringPayload());
+        return v ? *v : V();
+      }
+      if (object.isString() && key.stringPayload() == "length") {
+        return V::number(static_cast<double>(object.stringPayload().size()));
+      }
+    } else if (key.isNumber() && object.isArray()) {
+      double d = key.numberPayload();
+      APMPArrayValue* a = object.asArray();
+      if (d >= 0 && d < static_cast<double>(a->size()) && d == static_cast<double>(static_cast<std::size_t>(d))) {
+        return a->at(static_cast<std::size_t>(d));
+      }
+    }
+    platform::Error error;
+    V r = object.valueForProperty(key, &error);
+    if (error.code) return ev.fail(error.code, error.localizedDescription);
+    return r;
+  }
+
+  static V evaluateOther(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                         int command) {
+    const auto& args = statement.arguments();
+    switch (command) {
       case 3: {
         APMP_ARITY(2, 2);
         NameArgument name(args[0], scope, ev);
         if (ev.failed()) return {};
+        V appended;
+        if (args[0].isString() &&
+            appendInPlace(args[0], statement.nameCache(), args[1], scope, ev, &appended)) {
+          return appended;
+        }
+        if (ev.failed()) return {};
         V value = ev.eval(args[1], scope);
         if (ev.failed()) return {};
-        if (!scope->setValue(value, *name.value)) {
+        APMPScope::Binding* b = args[0].isString() ? scope->lookup(args[0], statement.nameCache())
+                                                   : scope->lookup(*name.key);
+        if (!b || b->immutable) {
           return ev.fail(kAPMPErrorCodeWrongArgumentKind,
-                         scope->hasName(*name.value)
-                             ? "Assignment to constant variable " + *name.value
-                             : nameFailure(*name.value));
+                         b ? "Assignment to constant variable " + *name.value
+                           : nameFailure(*name.value));
         }
+        b->value = value;
         return value;
       }
       case 41:
@@ -427,8 +638,7 @@ class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
           if (ev.failed()) return {};
           V value = ev.eval(args[i + 1], scope);
           if (ev.failed()) return {};
-          bool ok = statement.command() == 41 ? scope->addValue(std::move(value), *name.value)
-                                              : scope->addImmutableValue(std::move(value), *name.value);
+          bool ok = scope->bind(*name.key, std::move(value), command == 52);
           if (!ok) {
             return ev.fail(kAPMPErrorCodeWrongArgumentKind,
                            "Assignment to constant variable " + *name.value);
@@ -466,18 +676,6 @@ class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
         }
         return result;
       }
-      case 16:
-      case 17: {
-        APMP_ARITY(2, 2);
-        V object = ev.eval(args[0], scope);
-        if (ev.failed()) return {};
-        V key = ev.eval(args[1], scope);
-        if (ev.failed()) return {};
-        platform::Error error;
-        V r = object.valueForProperty(key, &error);
-        if (error.code) return ev.fail(error.code, error.localizedDescription);
-        return r;
-      }
       case 43: {
         APMP_ARITY(3, 3);
         V object = ev.eval(args[0], scope);
@@ -508,7 +706,11 @@ class APMPLoopCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
-    switch (statement.command()) {
+    return evaluate(statement, scope, ev, statement.command());
+  }
+  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
+    switch (command) {
       case 63: return evaluateFor(statement, scope, ev);
       case 42: return evaluateWhile(statement, scope, ev);
       default: return evaluateForInOf(statement, scope, ev);
@@ -616,20 +818,19 @@ class APMPLoopCommandEvaluator final : public APMPCommandEvaluator {
       V r;
       if (blockScoped) {
         APMPScope* child = scope->createChildScope();
-        if (immutable) {
-          child->addImmutableValue(item, *name.value);
-        } else {
-          child->addValue(item, *name.value);
-        }
+        child->bind(*name.key, item, immutable);
         r = runBody(args[2], child, ev);
         child->release();
       } else {
-        if (!scope->setValue(item, *name.value)) {
-          if (scope->hasName(*name.value)) {
-            return ev.fail(kAPMPErrorCodeWrongArgumentKind,
-                           "Assignment to constant variable " + *name.value);
-          }
-          scope->addValue(item, *name.value);
+        APMPScope::Binding* b = scope->lookup(*name.key);
+        if (b && b->immutable) {
+          return ev.fail(kAPMPErrorCodeWrongArgumentKind,
+                         "Assignment to constant variable " + *name.value);
+        }
+        if (b) {
+          b->value = item;
+        } else {
+          scope->bind(*name.key, item, false);
         }
         r = runBody(args[2], scope, ev);
       }
@@ -647,10 +848,20 @@ class APMPFunctionEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
                     APMPEvaluator& ev) override {
-    const V* function = scope->valueForName(statement.functionName());
+    return evaluate(statement, scope, ev, statement.command());
+  }
+  static V evaluate(const APMPStatementValue& statement, APMPScope* scope, APMPEvaluator& ev,
+                    int command) {
+    const V* function = nullptr;
+    if (statement.calleeName().isString()) {
+      APMPScope::Binding* b = scope->lookup(statement.calleeName(), statement.nameCache());
+      if (b) function = &b->value;
+    } else {
+      function = static_cast<const APMPScope*>(scope)->valueForName(statement.functionName());
+    }
     if (!function) {
       return ev.fail(kAPMPErrorCodeWrongArgumentKind,
-                     statement.command() >= 0 ? "Unknown command " + statement.functionName()
+                     command >= 0 ? "Unknown command " + statement.functionName()
                                               : nameFailure(statement.functionName()));
     }
     if (!function->isFunction()) {
@@ -667,6 +878,186 @@ class APMPFunctionEvaluator final : public APMPCommandEvaluator {
   }
 };
 
+// --- Expressions without side effects -------------------------------------------------------
+//
+// A statement whose whole tree only reads names and properties, computes, compares and
+// converts (no call, no write, no declaration) runs on a fast path: no per-statement budget,
+// depth or failure bookkeeping, only a count of the statements it evaluates. Its depth is
+// known beforehand, and the count goes to the budget at the end. When anything on the way
+// would fail (an unbound name, a read from undefined, the memory bound) or the count would
+// reach the budget, the attempt is dropped, which nothing can observe, and the statement runs
+// on the exact path, which fails at the same place as ever.
+
+namespace {
+
+bool isExpressionCommand(int c, std::size_t n) {
+  switch (c) {
+    case 0: case 10: case 25: case 26: case 37: case 32: case 33:
+    case 12: case 29: case 20: case 21: case 18: case 19: case 23: case 24:
+    case 1: case 30:
+    case 56: case 57: case 59: case 60: case 61: case 62:
+    case 16: case 17:
+      return n == 2;
+    case 27: case 34: case 35: case 28: case 58: case 40:
+      return n == 1;
+    case 44: case 45:
+      return n == 0;
+    default: return false;
+  }
+}
+
+// The nesting depth of `statement` as an expression, or 0 when it is none. Remembered in
+// each statement of the tree.
+int expressionDepthOf(const APMPStatementValue& statement, APMPNameTable& names, int nesting) {
+  int known = statement.expressionDepth();
+  if (known >= 0) return known;
+  if (nesting > APMPEvaluator::kMaxDepth) return 0;
+  const auto& args = statement.arguments();
+  int c = statement.command();
+  int depth = 0;
+  if (c == 15) {
+    if (args.size() == 1 && args[0].isString()) {
+      const_cast<APMPStatementValue&>(statement).internNames(names);
+      depth = 1;
+    }
+  } else if (isExpressionCommand(c, args.size())) {
+    depth = 1;
+    for (const auto& a : args) {
+      if (!a.isStatement()) continue;
+      int d = expressionDepthOf(*a.asStatement(), names, nesting + 1);
+      if (d == 0) {
+        depth = 0;
+        break;
+      }
+      depth = std::max(depth, d + 1);
+    }
+  }
+  statement.setExpressionDepth(depth);
+  return depth;
+}
+
+struct Attempt {
+  std::uint64_t statements = 0;
+  bool dropped = false;
+};
+
+V quick(const V& value, APMPScope* scope, Attempt& at);
+
+// Evaluates an expression statement on the fast path.
+V quickStatement(const APMPStatementValue& statement, APMPScope* scope, Attempt& at) {
+  ++at.statements;
+  const auto& args = statement.arguments();
+  int c = statement.command();
+  switch (c) {
+    case 15: {
+      APMPScope::Binding* b = scope->lookup(args[0], statement.nameCache());
+      if (!b) {
+        at.dropped = true;
+        return {};
+      }
+      return b->value;
+    }
+    case 44: return {};
+    case 45: return V::null();
+    case 1:
+    case 30: {
+      V a = quick(args[0], scope, at);
+      if (at.dropped) return {};
+      bool decided = c == 1 ? !a.booleanValue() : a.booleanValue();
+      if (decided) return a;
+      return quick(args[1], scope, at);
+    }
+    default: break;
+  }
+  V a = quick(args[0], scope, at);
+  if (at.dropped) return {};
+  switch (c) {
+    case 27: return V::number(-a.doubleValue());
+    case 34: case 35: return a;
+    case 28: return V::boolean(!a.booleanValue());
+    case 58: return V::number(~APMPToInt32(a.doubleValue()));
+    case 40: return V::string(a.typeName());
+    default: break;
+  }
+  V b = quick(args[1], scope, at);
+  if (at.dropped) return {};
+  switch (c) {
+    case 0:
+      if (a.isNumber() && b.isNumber()) return V::number(a.numberPayload() + b.numberPayload());
+      if (a.isString() && b.isString()) {
+        const std::string& x = a.stringPayload();
+        const std::string& y = b.stringPayload();
+        if (!APMPHeap::canAllocate(x.size() + y.size() + 64)) break;
+        std::string sum;
+        sum.reserve(x.size() + y.size());
+        sum += x;
+        sum += y;
+        return V::string(std::move(sum));
+      }
+      if (a.isString() || a.isObject() || b.isString() || b.isObject()) break;
+      return V::number(a.doubleValue() + b.doubleValue());
+    case 10: return V::number(a.doubleValue() / b.doubleValue());
+    case 25: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
+    case 26: return V::number(a.doubleValue() * b.doubleValue());
+    case 37: return V::number(a.doubleValue() - b.doubleValue());
+    case 32: case 33: return a;
+    case 12: return V::boolean(a.looselyEquals(b));
+    case 29: return V::boolean(!a.looselyEquals(b));
+    case 20: return V::boolean(a.isEqualToRuntimeValue(b));
+    case 21: return V::boolean(!a.isEqualToRuntimeValue(b));
+    case 18: return V::boolean(lessThan(b, a) == 1);
+    case 19: return V::boolean(lessThan(a, b) == 0);
+    case 23: return V::boolean(lessThan(a, b) == 1);
+    case 24: return V::boolean(lessThan(b, a) == 0);
+    case 56: case 57: case 59: case 60: case 61: case 62: {
+      std::int32_t x = APMPToInt32(a.doubleValue());
+      std::uint32_t shift = APMPToUint32(b.doubleValue()) & 31;
+      switch (c) {
+        case 56: return V::number(x & APMPToInt32(b.doubleValue()));
+        case 57: return V::number(static_cast<std::int32_t>(static_cast<std::uint32_t>(x) << shift));
+        case 59: return V::number(x | APMPToInt32(b.doubleValue()));
+        case 60: return V::number(x >> shift);
+        case 61: return V::number(APMPToUint32(a.doubleValue()) >> shift);
+        default: return V::number(x ^ APMPToInt32(b.doubleValue()));
+      }
+    }
+    case 16:
+    case 17: {
+      if (b.isString()) {
+        if (a.isMap()) {
+          const V* v = a.asMap()->find(b.stringPayload());
+          return v ? *v : V();
+        }
+        if (a.isString() && b.stringPayload() == "length") {
+          return V::number(static_cast<double>(a.stringPayload().size()));
+        }
+      } else if (b.isNumber() && a.isArray()) {
+        double d = b.numberPayload();
+        APMPArrayValue* array = a.asArray();
+        if (d >= 0 && d < static_cast<double>(array->size()) &&
+            d == static_cast<double>(static_cast<std::size_t>(d))) {
+          return array->at(static_cast<std::size_t>(d));
+        }
+      }
+      if (a.isNullish()) break;
+      platform::Error error;
+      V r = a.valueForProperty(b, &error);
+      if (error.code) break;
+      return r;
+    }
+    default: break;
+  }
+  at.dropped = true;
+  return {};
+}
+
+V quick(const V& value, APMPScope* scope, Attempt& at) {
+  if (!value.isStatement()) return value;
+  return quickStatement(*value.asStatement(), scope, at);
+}
+
+}  // namespace
+
 // --- Registrar -----------------------------------------------------------------------------
 
 APMPCommandRegistrar::APMPCommandRegistrar()
@@ -678,13 +1069,20 @@ APMPCommandRegistrar::APMPCommandRegistrar()
       variable_(std::make_unique<APMPVariableCommandEvaluator>()),
       loop_(std::make_unique<APMPLoopCommandEvaluator>()),
       function_(std::make_unique<APMPFunctionEvaluator>()) {
-  for (int c : {0, 10, 25, 26, 27, 37, 34, 35, 32, 33}) table_[c] = math_.get();
-  for (int c : {12, 29, 20, 21, 18, 19, 23, 24}) table_[c] = comparison_.get();
-  for (int c : {1, 28, 30}) table_[c] = logical_.get();
-  for (int c : {56, 57, 58, 59, 60, 61, 62}) table_[c] = bitwise_.get();
-  for (int c : {2, 4, 6, 5, 9, 53, 13, 22, 39, 36, 38, 46, 50, 51}) table_[c] = control_.get();
-  for (int c : {3, 41, 52, 7, 8, 15, 16, 17, 43, 40, 45, 44}) table_[c] = variable_.get();
-  for (int c : {47, 54, 55, 64, 65, 66, 63, 42}) table_[c] = loop_.get();
+  auto put = [this](std::initializer_list<int> commands, APMPCommandEvaluator* evaluator,
+                    Family family) {
+    for (int c : commands) {
+      table_[c] = evaluator;
+      families_[c] = family;
+    }
+  };
+  put({0, 10, 25, 26, 27, 37, 34, 35, 32, 33}, math_.get(), kMath);
+  put({12, 29, 20, 21, 18, 19, 23, 24}, comparison_.get(), kComparison);
+  put({1, 28, 30}, logical_.get(), kLogical);
+  put({56, 57, 58, 59, 60, 61, 62}, bitwise_.get(), kBitwise);
+  put({2, 4, 6, 5, 9, 53, 13, 22, 39, 36, 38, 46, 50, 51}, control_.get(), kControl);
+  put({3, 41, 52, 7, 8, 15, 16, 17, 43, 40, 45, 44}, variable_.get(), kVariable);
+  put({47, 54, 55, 64, 65, 66, 63, 42}, loop_.get(), kLoop);
 }
 
 APMPCommandRegistrar::~APMPCommandRegistrar() = default;
@@ -692,6 +1090,44 @@ APMPCommandRegistrar::~APMPCommandRegistrar() = default;
 // --- Evaluator -----------------------------------------------------------------------------
 
 APMPEvaluator::APMPEvaluator() = default;
+
+APMPEvaluator::~APMPEvaluator() {
+  if (returnCell_) returnCell_->release();
+}
+
+APMPRuntimeValue APMPEvaluator::returnSignal(APMPRuntimeValue data) {
+  if (returnCell_ && returnCell_->referenceCount() == 1) {
+    returnCell_->setData(std::move(data));
+    return V(returnCell_);
+  }
+  if (returnCell_) returnCell_->release();
+  returnCell_ = new APMPControlValue(APMPControlValue::Type::kReturn, std::move(data));
+  returnCell_->retain();
+  return V(returnCell_);
+}
+
+void APMPEvaluator::endRun() {
+  if (!returnCell_) return;
+  if (returnCell_->referenceCount() == 1) {
+    V data = returnCell_->takeData();
+  } else {
+    returnCell_->release();
+    returnCell_ = nullptr;
+  }
+}
+
+APMPRuntimeValue APMPEvaluator::returnedData(APMPRuntimeValue& r) {
+  APMPControlValue* control = r.asControl();
+  // Only this evaluator and `r` hold the reused signal: its data can move out.
+  if (control == returnCell_ && control->referenceCount() == 2) {
+    V data = control->takeData();
+    r = V();
+    return data;
+  }
+  V data = control->data();
+  r = V();
+  return data;
+}
 
 APMPRuntimeValue APMPEvaluator::fail(int code, std::string message) {
   if (!failed_) {
@@ -709,15 +1145,68 @@ APMPRuntimeValue APMPEvaluator::failEditing(int code, std::string message) {
   return {};
 }
 
+// One case per command: the small families and the hottest commands are expanded in place
+// with their command number known, the others go to their family's evaluator.
+[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::dispatch(const APMPStatementValue& statement,
+                                                                       APMPScope* scope) {
+  using Math = APMPMathCommandEvaluator;
+  using Comparison = APMPComparisonCommandEvaluator;
+  using Logical = APMPLogicalCommandEvaluator;
+  using Bitwise = APMPBitwiseCommandEvaluator;
+  using Variable = APMPVariableCommandEvaluator;
+  int command = statement.command();
+  switch (command) {
+#define APMP_CASE(n, family) \
+  case n: return family::evaluate(statement, scope, *this, n);
+    APMP_CASE(0, Math) APMP_CASE(10, Math) APMP_CASE(25, Math) APMP_CASE(26, Math)
+    APMP_CASE(27, Math) APMP_CASE(37, Math) APMP_CASE(34, Math) APMP_CASE(35, Math)
+    APMP_CASE(32, Math) APMP_CASE(33, Math)
+    APMP_CASE(12, Comparison) APMP_CASE(29, Comparison) APMP_CASE(20, Comparison)
+    APMP_CASE(21, Comparison) APMP_CASE(18, Comparison) APMP_CASE(19, Comparison)
+    APMP_CASE(23, Comparison) APMP_CASE(24, Comparison)
+    APMP_CASE(1, Logical) APMP_CASE(28, Logical) APMP_CASE(30, Logical)
+    APMP_CASE(56, Bitwise) APMP_CASE(57, Bitwise) APMP_CASE(58, Bitwise) APMP_CASE(59, Bitwise)
+    APMP_CASE(60, Bitwise) APMP_CASE(61, Bitwise) APMP_CASE(62, Bitwise)
+#undef APMP_CASE
+    case 15: return Variable::readName(statement, scope, *this);
+    case 16:
+    case 17: return Variable::readProperty(statement, scope, *this);
+    default: break;
+  }
+  switch (registrar_.familyOf(command)) {
+    case APMPCommandRegistrar::kControl:
+      return APMPControlCommandEvaluator::evaluate(statement, scope, *this, command);
+    case APMPCommandRegistrar::kVariable: return Variable::evaluateOther(statement, scope, *this, command);
+    case APMPCommandRegistrar::kLoop: return APMPLoopCommandEvaluator::evaluate(statement, scope, *this, command);
+    default: return APMPFunctionEvaluator::evaluate(statement, scope, *this, command);
+  }
+}
+
+bool APMPEvaluator::budgetExceeded() {
+  fail(kAPMPErrorCodeBudgetExceeded, "Instruction budget exceeded");
+  return false;
+}
+
 APMPRuntimeValue APMPEvaluator::evalStatement(const APMPStatementValue& statement,
                                               APMPScope* scope) {
   if (failed_) return {};
+  const_cast<APMPStatementValue&>(statement).internNames(names_);
+  int expressionDepth = statement.expressionDepth();
+  if (expressionDepth < 0) expressionDepth = expressionDepthOf(statement, names_, 0);
+  if (expressionDepth > 0 && depth_ + expressionDepth <= kMaxDepth) {
+    Attempt at;
+    V r = quickStatement(statement, scope, at);
+    if (!at.dropped && instructions_ + at.statements < kInstructionBudget) {
+      instructions_ += at.statements;
+      return r;
+    }
+  }
   if (!tick()) return {};
   if (++depth_ > kMaxDepth) {
     --depth_;
     return fail(kAPMPErrorCodeBudgetExceeded, "Maximum call depth exceeded");
   }
-  V r = registrar_.evaluatorForCommand(statement.command()).evaluateCommand(statement, scope, *this);
+  V r = dispatch(statement, scope);
   --depth_;
   if (failed_) return {};
   return r;
@@ -742,6 +1231,7 @@ APMPRuntimeValue APMPEvaluator::evaluateStatement(const APMPRuntimeValue& statem
                                                   APMPScope* scope, platform::Error* error) {
   failed_ = false;
   V r = eval(statement, scope);
+  endRun();
   if (failed_) {
     if (error) *error = error_;
     return {};
@@ -753,6 +1243,7 @@ APMPRuntimeValue APMPEvaluator::executeStatements(const APMPRuntimeValue& statem
                                                   APMPScope* scope, platform::Error* error) {
   failed_ = false;
   V r = run(statements, scope);
+  endRun();
   if (failed_) {
     if (error) *error = error_;
     return {};
@@ -771,15 +1262,14 @@ APMPRuntimeValue APMPEvaluator::callFunction(const APMPRuntimeValue& function,
   return hold.asFunction()->call(*this, arguments, count);
 }
 
-APMPRuntimeValue APMPEvaluator::applyWithName(const APMPRuntimeValue& target,
-                                              const std::string& name,
-                                              const APMPRuntimeValue* arguments, std::size_t count,
-                                              APMPScope*) {
+APMPRuntimeValue APMPEvaluator::applyMethod(const APMPRuntimeValue& target, const std::string& name,
+                                            int method, const APMPRuntimeValue* arguments,
+                                            std::size_t count) {
   switch (target.kind()) {
     case APMPValueKind::kString:
-      return APMPStringCommandEvaluator::apply(target, name, arguments, count, *this);
+      return APMPStringCommandEvaluator::apply(target, name, method, arguments, count, *this);
     case APMPValueKind::kArray:
-      return APMPArrayCommandEvaluator::apply(target, name, arguments, count, *this);
+      return APMPArrayCommandEvaluator::apply(target, name, method, arguments, count, *this);
     case APMPValueKind::kMap: {
       const V* member = target.asMap()->find(name);
       if (member && member->isFunction()) return callFunction(*member, arguments, count);
@@ -807,15 +1297,15 @@ APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
   if (!evaluator.enter()) return {};
   APMPScope* callScope = new APMPScope(scope_);
   callScope->retain();
-  for (std::size_t i = 0; i < parameters_.size(); ++i) {
-    callScope->addValue(i < count ? arguments[i] : V(), parameters_[i]);
+  for (std::size_t i = 0; i < parameterNames_.size(); ++i) {
+    callScope->bind(parameterNames_[i], i < count ? arguments[i] : V(), false);
   }
   V body = body_;
   V r = evaluator.run(body, callScope);
   callScope->release();
   evaluator.leave();
   if (r.isControl() && r.asControl()->type() == APMPControlValue::Type::kReturn) {
-    return r.asControl()->data();
+    return evaluator.returnedData(r);
   }
   return {};
 }

@@ -36,6 +36,16 @@
 // Any other command name is a call of the function bound to that name in the scope, with the
 // evaluated arguments (APMPFunctionEvaluator).
 //
+// Speed: a program is decoded once into its tree of statements, and each statement keeps
+// what the evaluator learns about it on first sight: its names interned in the evaluator's
+// table (scopes compare names by identity), where its name was last found (valid while no
+// scope on the way gains a name), its method's number, and whether it is an expression
+// without side effects (which then runs without per-statement bookkeeping, falling back to
+// the exact path whenever anything could fail). Numbers, booleans, undefined and null never
+// allocate; strings are shared, and `name = name + x` grows a string nobody else holds in
+// place; scopes and return signals are reused. None of this changes what a program sees,
+// its instruction count or where it fails.
+//
 // Limits: each evaluation counts one instruction; at kInstructionBudget the run fails with
 // code 18. Evaluations nest at most kMaxDepth deep (a recursion past it fails with code 18,
 // never a stack overflow). After an error every evaluation yields undefined until the run
@@ -73,6 +83,10 @@ class APMPFunctionEvaluator;
 class APMPCommandRegistrar {
  public:
   static constexpr int kCommandCount = 67;
+  // The families, as numbers for the evaluator's dispatch; kFunction for a call by name.
+  enum Family : std::uint8_t {
+    kFunction, kMath, kComparison, kLogical, kBitwise, kControl, kVariable, kLoop,
+  };
   APMPCommandRegistrar();
   ~APMPCommandRegistrar();
   // The evaluator of `command`; APMPFunctionEvaluator for an unknown one.
@@ -84,11 +98,16 @@ class APMPCommandRegistrar {
   bool isKnownCommand(int command) const {
     return command >= 0 && command < kCommandCount && table_[command] != nullptr;
   }
+  // The family of `command` (kFunction for an unknown one).
+  Family familyOf(int command) const {
+    return (command >= 0 && command < kCommandCount) ? families_[command] : kFunction;
+  }
 
  private:
   std::unique_ptr<APMPCommandEvaluator> math_, comparison_, logical_, bitwise_, control_,
       variable_, loop_, function_;
   std::array<APMPCommandEvaluator*, kCommandCount> table_{};
+  std::array<Family, kCommandCount> families_{};
 };
 
 class APMPEvaluator {
@@ -97,6 +116,9 @@ class APMPEvaluator {
   static constexpr int kMaxDepth = 800;
 
   APMPEvaluator();
+  ~APMPEvaluator();
+  APMPEvaluator(const APMPEvaluator&) = delete;
+  APMPEvaluator& operator=(const APMPEvaluator&) = delete;
 
   // Evaluates one value: a statement runs its command, anything else is itself. Fills
   // `error` and yields undefined on failure.
@@ -108,6 +130,8 @@ class APMPEvaluator {
                                      platform::Error* error);
 
   std::uint64_t instructionCount() const { return instructions_; }
+  // How deep evaluations nest now.
+  int depth() const { return depth_; }
   void resetInstructionCount() { instructions_ = 0; }
 
   // For the command evaluators and native functions.
@@ -128,19 +152,33 @@ class APMPEvaluator {
   // Calls a method by name on a value (command 2, and the runtime's own calls).
   APMPRuntimeValue applyWithName(const APMPRuntimeValue& target, const std::string& name,
                                  const APMPRuntimeValue* arguments, std::size_t count,
-                                 APMPScope* scope);
+                                 APMPScope* /*scope*/) {
+    return applyMethod(target, name, APMPMethodOf(name), arguments, count);
+  }
+  // The same with the method's number (APMPMethodOf(name)) known.
+  APMPRuntimeValue applyMethod(const APMPRuntimeValue& target, const std::string& name, int method,
+                               const APMPRuntimeValue* arguments, std::size_t count);
+  // The signal of a `return` with `data`. One signal object is reused while nobody but the
+  // evaluator holds it, so a return costs no allocation.
+  APMPRuntimeValue returnSignal(APMPRuntimeValue data);
+  // The data of a return signal `r` (which the caller gives up).
+  APMPRuntimeValue returnedData(APMPRuntimeValue& r);
+  // The end of a run: the reused return signal lets go of its data (or, when the caller
+  // keeps it, the evaluator lets go of the signal), so that nothing stays alive for it.
+  void endRun();
   // Calls `function` (which must be a function value) with `count` arguments.
   APMPRuntimeValue callFunction(const APMPRuntimeValue& function, const APMPRuntimeValue* arguments,
                                 std::size_t count);
 
   // Counts one instruction (a statement, a loop turn); fails with code 18 at the budget.
-  bool tick() {
-    if (++instructions_ >= kInstructionBudget) {
-      fail(kAPMPErrorCodeBudgetExceeded, "Instruction budget exceeded");
-      return false;
+  [[gnu::always_inline]] bool tick() {
+    if (++instructions_ >= kInstructionBudget) [[unlikely]] {
+      return budgetExceeded();
     }
     return true;
   }
+  // The table of the names that statements run by this evaluator use.
+  APMPNameTable& names() { return names_; }
   // Charges native work on `units` elements or bytes to the budget (one instruction per 64),
   // so that a loop of large native operations still ends.
   bool chargeWork(std::size_t units) {
@@ -165,8 +203,12 @@ class APMPEvaluator {
 
  private:
   APMPRuntimeValue evalStatement(const APMPStatementValue& statement, APMPScope* scope);
+  APMPRuntimeValue dispatch(const APMPStatementValue& statement, APMPScope* scope);
+  [[gnu::noinline]] bool budgetExceeded();
 
   APMPCommandRegistrar registrar_;
+  APMPNameTable names_;
+  APMPControlValue* returnCell_ = nullptr;
   std::uint64_t instructions_ = 0;
   int depth_ = 0;
   bool failed_ = false;
@@ -176,7 +218,8 @@ class APMPEvaluator {
 // Method tables of strings and arrays (ECMAScript's methods of the same names, with strings
 // as bytes). Each returns undefined after a failure recorded in `evaluator`.
 struct APMPStringCommandEvaluator {
-  static APMPRuntimeValue apply(const APMPRuntimeValue& target, const std::string& name,
+  // `method` is APMPMethodOf(name).
+  static APMPRuntimeValue apply(const APMPRuntimeValue& target, const std::string& name, int method,
                                 const APMPRuntimeValue* arguments, std::size_t count,
                                 APMPEvaluator& evaluator);
   // The longest subject a pattern method (match, search) accepts, in bytes, and the longest
@@ -186,7 +229,8 @@ struct APMPStringCommandEvaluator {
 };
 
 struct APMPArrayCommandEvaluator {
-  static APMPRuntimeValue apply(const APMPRuntimeValue& target, const std::string& name,
+  // `method` is APMPMethodOf(name).
+  static APMPRuntimeValue apply(const APMPRuntimeValue& target, const std::string& name, int method,
                                 const APMPRuntimeValue* arguments, std::size_t count,
                                 APMPEvaluator& evaluator);
 };

@@ -106,18 +106,18 @@ std::string expandReplacement(const std::string& replacement, const std::string&
 }  // namespace
 
 APMPRuntimeValue APMPStringCommandEvaluator::apply(const APMPRuntimeValue& target,
-                                                   const std::string& name,
+                                                   const std::string& name, int method,
                                                    const APMPRuntimeValue* arguments,
                                                    std::size_t count, APMPEvaluator& ev) {
   const std::string& s = target.stringPayload();
   auto arg = [&](std::size_t i) -> const V& { return argumentAt(arguments, count, i); };
   if (!ev.chargeWork(s.size())) return {};
-  if (name == "charAt") {
+  if (method == kAPMPMethodCharAt) {
     double i = integerOf(arg(0));
     if (i < 0 || i >= static_cast<double>(s.size())) return V::string("");
     return V::string(std::string(1, s[static_cast<std::size_t>(i)]));
   }
-  if (name == "concat") {
+  if (method == kAPMPMethodConcat) {
     std::string out = s;
     for (std::size_t i = 0; i < count; ++i) {
       out += arguments[i].stringValue();
@@ -125,25 +125,25 @@ APMPRuntimeValue APMPStringCommandEvaluator::apply(const APMPRuntimeValue& targe
     }
     return newString(std::move(out), ev);
   }
-  if (name == "hasOwnProperty") {
+  if (method == kAPMPMethodHasOwnProperty) {
     std::string key = arg(0).stringValue();
     std::int64_t index = APMPArrayIndexOf(key);
     return V::boolean(key == "length" || (index >= 0 && static_cast<std::size_t>(index) < s.size()));
   }
-  if (name == "indexOf") {
+  if (method == kAPMPMethodIndexOf) {
     std::string search = arg(0).stringValue();
     std::size_t from = clampIndex(arg(1), s.size());
     std::size_t at = s.find(search, from);
     return V::number(at == std::string::npos ? -1 : static_cast<double>(at));
   }
-  if (name == "lastIndexOf") {
+  if (method == kAPMPMethodLastIndexOf) {
     std::string search = arg(0).stringValue();
     double p = arg(1).doubleValue();
     std::size_t from = std::isnan(p) ? s.size() : clampIndex(arg(1), s.size());
     std::size_t at = s.rfind(search, from);
     return V::number(at == std::string::npos ? -1 : static_cast<double>(at));
   }
-  if (name == "match" || name == "search") {
+  if (method == kAPMPMethodMatch || method == kAPMPMethodSearch) {
     std::regex pattern;
     if (!makePattern(arg(0), s, &pattern, ev)) return {};
     std::smatch m;
@@ -153,7 +153,7 @@ APMPRuntimeValue APMPStringCommandEvaluator::apply(const APMPRuntimeValue& targe
     } catch (const std::regex_error&) {
       return ev.fail(kAPMPErrorCodeBudgetExceeded, "Pattern too complex");
     }
-    if (name == "search") return V::number(found ? static_cast<double>(m.position(0)) : -1);
+    if (method == kAPMPMethodSearch) return V::number(found ? static_cast<double>(m.position(0)) : -1);
     if (!found) return V::null();
     std::vector<V> groups;
     for (std::size_t i = 0; i < m.size(); ++i) {
@@ -161,7 +161,7 @@ APMPRuntimeValue APMPStringCommandEvaluator::apply(const APMPRuntimeValue& targe
     }
     return newArray(std::move(groups), ev);
   }
-  if (name == "replace") {
+  if (method == kAPMPMethodReplace) {
     std::string search = arg(0).stringValue();
     std::size_t at = s.find(search);
     if (at == std::string::npos) return target;
@@ -177,18 +177,18 @@ APMPRuntimeValue APMPStringCommandEvaluator::apply(const APMPRuntimeValue& targe
     std::string out = s.substr(0, at) + replacement + s.substr(at + search.size());
     return newString(std::move(out), ev);
   }
-  if (name == "slice") {
+  if (method == kAPMPMethodSlice) {
     std::size_t from = relativeIndex(arg(0), s.size(), 0);
     std::size_t to = relativeIndex(arg(1), s.size(), s.size());
     return V::string(from < to ? s.substr(from, to - from) : std::string());
   }
-  if (name == "substring") {
+  if (method == kAPMPMethodSubstring) {
     std::size_t from = clampIndex(arg(0), s.size());
     std::size_t to = arg(1).isUndefined() ? s.size() : clampIndex(arg(1), s.size());
     if (from > to) std::swap(from, to);
     return V::string(s.substr(from, to - from));
   }
-  if (name == "split") {
+  if (method == kAPMPMethodSplit) {
     std::uint32_t limit = arg(1).isUndefined() ? UINT32_MAX : APMPToUint32(arg(1).doubleValue());
     std::vector<V> parts;
     if (limit == 0) return newArray({}, ev);
@@ -212,22 +212,22 @@ APMPRuntimeValue APMPStringCommandEvaluator::apply(const APMPRuntimeValue& targe
     }
     return newArray(std::move(parts), ev);
   }
-  if (name == "toLowerCase" || name == "toLocaleLowerCase") {
+  if (method == kAPMPMethodToLowerCase || method == kAPMPMethodToLocaleLowerCase) {
     std::string out = s;
     for (char& c : out) {
       if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
     }
     return V::string(std::move(out));
   }
-  if (name == "toUpperCase" || name == "toLocaleUpperCase") {
+  if (method == kAPMPMethodToUpperCase || method == kAPMPMethodToLocaleUpperCase) {
     std::string out = s;
     for (char& c : out) {
       if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
     }
     return V::string(std::move(out));
   }
-  if (name == "toString") return target;
-  if (name == "trim") {
+  if (method == kAPMPMethodToString) return target;
+  if (method == kAPMPMethodTrim) {
     std::size_t b = 0, e = s.size();
     while (b < e && isSpace(static_cast<unsigned char>(s[b]))) ++b;
     while (e > b && isSpace(static_cast<unsigned char>(s[e - 1]))) --e;
@@ -293,7 +293,7 @@ std::string joinArray(const V& target, const std::string& separator, APMPEvaluat
 }  // namespace
 
 APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target,
-                                                  const std::string& name,
+                                                  const std::string& name, int method,
                                                   const APMPRuntimeValue* arguments,
                                                   std::size_t count, APMPEvaluator& ev) {
   V hold = target;
@@ -303,32 +303,32 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
   auto memoryFailure = [&] { return ev.fail(kAPMPErrorCodeBudgetExceeded, "Out of memory: array too large"); };
 
   // Methods that call back for each element: fn(element, index, array).
-  if (name == "every" || name == "some" || name == "filter" || name == "forEach" ||
-      name == "map") {
+  if (method == kAPMPMethodEvery || method == kAPMPMethodSome || method == kAPMPMethodFilter || method == kAPMPMethodForEach ||
+      method == kAPMPMethodMap) {
     const V& fn = arg(0);
     if (!fn.isFunction()) return ev.fail(kAPMPErrorCodeWrongArgumentKind, fn.stringValue() + " is not a function");
     std::size_t length = a->size();
     std::vector<V> out;
-    if (name == "map") out.resize(length);
+    if (method == kAPMPMethodMap) out.resize(length);
     for (std::size_t i = 0; i < length && i < a->size(); ++i) {
       V element = a->at(i);
       V callArgs[3] = {element, V::number(static_cast<double>(i)), target};
       V r = ev.callFunction(fn, callArgs, 3);
       if (ev.failed()) return {};
-      if (name == "every" && !r.booleanValue()) return V::boolean(false);
-      if (name == "some" && r.booleanValue()) return V::boolean(true);
-      if (name == "filter" && r.booleanValue()) out.push_back(element);
-      if (name == "map") out[i] = std::move(r);
+      if (method == kAPMPMethodEvery && !r.booleanValue()) return V::boolean(false);
+      if (method == kAPMPMethodSome && r.booleanValue()) return V::boolean(true);
+      if (method == kAPMPMethodFilter && r.booleanValue()) out.push_back(element);
+      if (method == kAPMPMethodMap) out[i] = std::move(r);
     }
-    if (name == "every") return V::boolean(true);
-    if (name == "some") return V::boolean(false);
-    if (name == "forEach") return {};
+    if (method == kAPMPMethodEvery) return V::boolean(true);
+    if (method == kAPMPMethodSome) return V::boolean(false);
+    if (method == kAPMPMethodForEach) return {};
     return newArray(std::move(out), ev);
   }
-  if (name == "reduce" || name == "reduceRight") {
+  if (method == kAPMPMethodReduce || method == kAPMPMethodReduceRight) {
     const V& fn = arg(0);
     if (!fn.isFunction()) return ev.fail(kAPMPErrorCodeWrongArgumentKind, fn.stringValue() + " is not a function");
-    bool right = name == "reduceRight";
+    bool right = method == kAPMPMethodReduceRight;
     std::size_t length = a->size();
     std::size_t k = 0;
     V accumulator;
@@ -350,7 +350,7 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     }
     return accumulator;
   }
-  if (name == "concat") {
+  if (method == kAPMPMethodConcat) {
     std::vector<V> out = a->elements();
     for (std::size_t i = 0; i < count; ++i) {
       if (arguments[i].isArray()) {
@@ -363,12 +363,12 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     }
     return newArray(std::move(out), ev);
   }
-  if (name == "hasOwnProperty") {
+  if (method == kAPMPMethodHasOwnProperty) {
     std::string key = arg(0).stringValue();
     std::int64_t index = APMPArrayIndexOf(key);
     return V::boolean(key == "length" || (index >= 0 && static_cast<std::size_t>(index) < a->size()));
   }
-  if (name == "indexOf") {
+  if (method == kAPMPMethodIndexOf) {
     double from = integerOf(arg(1));
     double len = static_cast<double>(a->size());
     if (from < 0) from = std::max(0.0, len + from);
@@ -377,7 +377,7 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     }
     return V::number(-1);
   }
-  if (name == "lastIndexOf") {
+  if (method == kAPMPMethodLastIndexOf) {
     if (a->size() == 0) return V::number(-1);
     double len = static_cast<double>(a->size());
     double from = count >= 2 ? integerOf(arguments[1]) : len - 1;
@@ -388,30 +388,30 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     }
     return V::number(-1);
   }
-  if (name == "join" || name == "toString") {
-    std::string separator = (name == "join" && !arg(0).isUndefined()) ? arg(0).stringValue() : ",";
+  if (method == kAPMPMethodJoin || method == kAPMPMethodToString) {
+    std::string separator = (method == kAPMPMethodJoin && !arg(0).isUndefined()) ? arg(0).stringValue() : ",";
     bool ok;
     std::string s = joinArray(target, separator, ev, &ok);
     if (!ok) return {};
     return V::string(std::move(s));
   }
-  if (name == "pop") {
+  if (method == kAPMPMethodPop) {
     if (a->size() == 0) return {};
     V last = a->at(a->size() - 1);
     a->resize(a->size() - 1);
     return last;
   }
-  if (name == "push") {
+  if (method == kAPMPMethodPush) {
     for (std::size_t i = 0; i < count; ++i) {
       if (!a->push(arguments[i])) return memoryFailure();
     }
     return V::number(static_cast<double>(a->size()));
   }
-  if (name == "reverse") {
+  if (method == kAPMPMethodReverse) {
     std::reverse(a->mutableElements().begin(), a->mutableElements().end());
     return target;
   }
-  if (name == "shift") {
+  if (method == kAPMPMethodShift) {
     if (a->size() == 0) return {};
     V first = a->at(0);
     auto& e = a->mutableElements();
@@ -419,7 +419,7 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     a->resize(e.size());
     return first;
   }
-  if (name == "unshift") {
+  if (method == kAPMPMethodUnshift) {
     if (!APMPHeap::canAllocate(count * sizeof(V))) return memoryFailure();
     std::size_t old = a->size();
     a->resize(old + count);
@@ -428,7 +428,7 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     for (std::size_t i = 0; i < count; ++i) e[i] = arguments[i];
     return V::number(static_cast<double>(a->size()));
   }
-  if (name == "slice") {
+  if (method == kAPMPMethodSlice) {
     std::size_t from = relativeIndex(arg(0), a->size(), 0);
     std::size_t to = relativeIndex(arg(1), a->size(), a->size());
     std::vector<V> out;
@@ -436,7 +436,7 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
                               a->elements().begin() + static_cast<std::ptrdiff_t>(to));
     return newArray(std::move(out), ev);
   }
-  if (name == "splice") {
+  if (method == kAPMPMethodSplice) {
     std::size_t length = a->size();
     std::size_t start = relativeIndex(arg(0), length, 0);
     std::size_t deleteCount;
@@ -459,7 +459,7 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     a->resize(e.size());
     return newArray(std::move(removed), ev);
   }
-  if (name == "sort") {
+  if (method == kAPMPMethodSort) {
     const V& fn = arg(0);
     if (!fn.isUndefined() && !fn.isFunction()) {
       return ev.fail(kAPMPErrorCodeWrongArgumentKind, "The comparison function must be a function");

@@ -104,6 +104,7 @@ APMPRuntimeValue APMPRuntime::require(const std::string& name) {
 }
 
 void APMPRuntime::afterRun() {
+  evaluator_.endRun();
   runScope_->setValue(V::number(static_cast<double>(evaluator_.instructionCount())),
                       "runtime.counter");
   heap_.collectIfGrown();

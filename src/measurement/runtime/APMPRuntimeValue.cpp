@@ -1,5 +1,6 @@
 #include "measurement/runtime/APMPRuntimeValue.h"
 
+#include <atomic>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -206,6 +207,11 @@ namespace {
 thread_local APMPHeap* currentHeap = nullptr;
 }
 
+APMPHeap::APMPHeap(std::size_t byteLimit) : byteLimit_(byteLimit) {
+  static std::atomic<std::uint64_t> lastId{0};
+  id_ = lastId.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
 APMPHeap::Current::Current(APMPHeap* heap) : previous_(currentHeap) { currentHeap = heap; }
 APMPHeap::Current::~Current() { currentHeap = previous_; }
 APMPHeap* APMPHeap::current() { return currentHeap; }
@@ -302,9 +308,12 @@ void APMPHeap::collectIfGrown() {
 void APMPHeapObject::destroy(APMPHeapObject* object) {
   thread_local std::vector<APMPHeapObject*> pending;
   thread_local bool draining = false;
-  pending.push_back(object);
-  if (draining) return;
+  if (draining) {
+    pending.push_back(object);
+    return;
+  }
   draining = true;
+  delete object;
   while (!pending.empty()) {
     APMPHeapObject* next = pending.back();
     pending.pop_back();
@@ -321,16 +330,54 @@ APMPHeapObject::~APMPHeapObject() {
   if (heap_) heap_->untrack(this);
 }
 
-void APMPHeapObject::charge(std::ptrdiff_t bytes) {
-  if (bytes < 0 && static_cast<std::size_t>(-bytes) > bytes_) bytes = -static_cast<std::ptrdiff_t>(bytes_);
-  bytes_ = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(bytes_) + bytes);
-  if (heap_) heap_->liveBytes_ = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(heap_->liveBytes_) + bytes);
-}
 
 // --- Heap values ---------------------------------------------------------------------------
 
 APMPStringValue::APMPStringValue(std::string s) : value_(std::move(s)) {
   charge(static_cast<std::ptrdiff_t>(sizeof(APMPStringValue) + value_.size()));
+}
+
+std::uint64_t APMPStringValue::nameBitOf(std::string_view text) {
+  std::uint64_t h = 1469598103934665603ull;
+  for (char c : text) h = (h ^ static_cast<unsigned char>(c)) * 1099511628211ull;
+  // The top bits of the hash alone hardly differ between short names: mix first.
+  h ^= h >> 33;
+  h *= 0xff51afd7ed558ccdull;
+  h ^= h >> 33;
+  return std::uint64_t{1} << (h >> 58);
+}
+
+bool APMPStringValue::appendInPlace(std::string_view text) {
+  if (!APMPHeap::canAllocate(value_.size() + text.size() + 64)) return false;
+  value_ += text;
+  nameBit_ = 0;
+  charge(static_cast<std::ptrdiff_t>(text.size()));
+  return true;
+}
+
+int APMPMethodOf(std::string_view name) {
+  static const std::pair<std::string_view, int> kMethods[] = {
+      {"charAt", kAPMPMethodCharAt},           {"concat", kAPMPMethodConcat},
+      {"hasOwnProperty", kAPMPMethodHasOwnProperty}, {"indexOf", kAPMPMethodIndexOf},
+      {"lastIndexOf", kAPMPMethodLastIndexOf}, {"match", kAPMPMethodMatch},
+      {"replace", kAPMPMethodReplace},         {"search", kAPMPMethodSearch},
+      {"slice", kAPMPMethodSlice},             {"split", kAPMPMethodSplit},
+      {"substring", kAPMPMethodSubstring},     {"toLowerCase", kAPMPMethodToLowerCase},
+      {"toLocaleLowerCase", kAPMPMethodToLocaleLowerCase}, {"toString", kAPMPMethodToString},
+      {"toUpperCase", kAPMPMethodToUpperCase}, {"toLocaleUpperCase", kAPMPMethodToLocaleUpperCase},
+      {"trim", kAPMPMethodTrim},               {"every", kAPMPMethodEvery},
+      {"filter", kAPMPMethodFilter},           {"forEach", kAPMPMethodForEach},
+      {"join", kAPMPMethodJoin},               {"map", kAPMPMethodMap},
+      {"pop", kAPMPMethodPop},                 {"push", kAPMPMethodPush},
+      {"reduce", kAPMPMethodReduce},           {"reduceRight", kAPMPMethodReduceRight},
+      {"reverse", kAPMPMethodReverse},         {"shift", kAPMPMethodShift},
+      {"some", kAPMPMethodSome},               {"sort", kAPMPMethodSort},
+      {"splice", kAPMPMethodSplice},           {"unshift", kAPMPMethodUnshift},
+  };
+  for (const auto& [text, method] : kMethods) {
+    if (text == name) return method;
+  }
+  return kAPMPMethodUnknown;
 }
 
 APMPArrayValue::APMPArrayValue(std::vector<APMPRuntimeValue> elements)
@@ -414,8 +461,11 @@ void APMPMapValue::clearReferences() {
 }
 
 const APMPRuntimeValue* APMPMapValue::find(std::string_view name) const {
+  // Most names differ in length or first letter: those are told apart without a compare.
   for (const auto& e : entries_) {
-    if (e.first == name) return &e.second;
+    if (e.first.size() == name.size() && (name.empty() || (e.first[0] == name[0] && e.first == name))) {
+      return &e.second;
+    }
   }
   return nullptr;
 }
@@ -443,6 +493,18 @@ APMPFunctionValue::APMPFunctionValue(std::string name, std::vector<std::string> 
     : name_(std::move(name)), parameters_(std::move(parameters)), body_(std::move(body)),
       scope_(scope) {
   if (scope_) scope_->retain();
+  parameterNames_.reserve(parameters_.size());
+  for (const auto& p : parameters_) parameterNames_.push_back(APMPRuntimeValue::string(p));
+  charge(sizeof(APMPFunctionValue));
+}
+
+APMPFunctionValue::APMPFunctionValue(std::string name, std::vector<APMPRuntimeValue> parameterNames,
+                                     APMPRuntimeValue body, APMPScope* scope)
+    : name_(std::move(name)), parameterNames_(std::move(parameterNames)), body_(std::move(body)),
+      scope_(scope) {
+  if (scope_) scope_->retain();
+  parameters_.reserve(parameterNames_.size());
+  for (const auto& p : parameterNames_) parameters_.push_back(p.stringPayload());
   charge(sizeof(APMPFunctionValue));
 }
 
@@ -453,10 +515,12 @@ APMPFunctionValue::~APMPFunctionValue() {
 void APMPFunctionValue::traverse(void (*visit)(APMPHeapObject*, void*), void* context) {
   if (scope_) visit(scope_, context);
   if (body_.isHeap()) visit(body_.object(), context);
+  for (auto& p : parameterNames_) visit(p.object(), context);
 }
 
 void APMPFunctionValue::clearReferences() {
   body_ = APMPRuntimeValue();
+  parameterNames_.clear();
   APMPScope* scope = scope_;
   scope_ = nullptr;
   if (scope) scope->release();
@@ -488,17 +552,50 @@ APMPStatementValue::APMPStatementValue(std::string functionName,
                                        std::vector<APMPRuntimeValue> arguments)
     : functionName_(std::move(functionName)), command_(commandNumberOf(functionName_)),
       arguments_(std::move(arguments)) {
+  if (command_ < 0) calleeName_ = APMPRuntimeValue::string(functionName_);
+  if (command_ == 2 && arguments_.size() >= 2 && arguments_[1].isString()) {
+    method_ = APMPMethodOf(arguments_[1].stringPayload());
+  }
   charge(static_cast<std::ptrdiff_t>(sizeof(APMPStatementValue) +
                                      arguments_.size() * sizeof(APMPRuntimeValue)));
+}
+
+const APMPRuntimeValue& APMPNameTable::intern(const APMPRuntimeValue& name) {
+  auto found = names_.find(std::string_view(name.stringPayload()));
+  if (found != names_.end()) return found->second;
+  // The key views the held string's text, which never changes while the table holds it.
+  APMPRuntimeValue held = name;
+  std::string_view key(held.stringPayload());
+  return names_.emplace(key, std::move(held)).first->second;
+}
+
+void APMPStatementValue::internNamesSlowly(APMPNameTable& table) {
+  internedIn_ = &table;
+  auto intern = [&](std::size_t i) {
+    if (i < arguments_.size() && arguments_[i].isString()) arguments_[i] = table.intern(arguments_[i]);
+  };
+  switch (command_) {
+    case 15: case 3: case 50: case 51:
+    case 47: case 54: case 55: case 64: case 65: case 66:
+      intern(0);
+      break;
+    case 41: case 52:
+      for (std::size_t i = 0; i < arguments_.size(); i += 2) intern(i);
+      break;
+    default: break;
+  }
+  if (calleeName_.isString()) calleeName_ = table.intern(calleeName_);
 }
 
 void APMPStatementValue::traverse(void (*visit)(APMPHeapObject*, void*), void* context) {
   for (auto& a : arguments_) {
     if (a.isHeap()) visit(a.object(), context);
   }
+  if (calleeName_.isHeap()) visit(calleeName_.object(), context);
 }
 
 void APMPStatementValue::clearReferences() {
+  calleeName_ = APMPRuntimeValue();
   auto arguments = std::move(arguments_);
   arguments_.clear();
   arguments.clear();
@@ -560,33 +657,6 @@ APMPRuntimeValue APMPRuntimeValue::string(std::string s) {
   return APMPRuntimeValue(new APMPStringValue(std::move(s)));
 }
 
-void APMPRuntimeValue::retain() const {
-  if (isHeap()) object_->retain();
-}
-
-void APMPRuntimeValue::release() {
-  if (isHeap()) {
-    APMPHeapObject* o = object_;
-    kind_ = APMPValueKind::kUndefined;
-    o->release();
-  }
-}
-
-const std::string& APMPRuntimeValue::stringPayload() const {
-  return static_cast<APMPStringValue*>(object_)->value();
-}
-APMPStringValue* APMPRuntimeValue::asString() const { return static_cast<APMPStringValue*>(object_); }
-APMPArrayValue* APMPRuntimeValue::asArray() const { return static_cast<APMPArrayValue*>(object_); }
-APMPMapValue* APMPRuntimeValue::asMap() const { return static_cast<APMPMapValue*>(object_); }
-APMPFunctionValue* APMPRuntimeValue::asFunction() const {
-  return static_cast<APMPFunctionValue*>(object_);
-}
-APMPStatementValue* APMPRuntimeValue::asStatement() const {
-  return static_cast<APMPStatementValue*>(object_);
-}
-APMPControlValue* APMPRuntimeValue::asControl() const {
-  return static_cast<APMPControlValue*>(object_);
-}
 
 namespace {
 
@@ -634,7 +704,7 @@ std::string APMPRuntimeValue::stringValue() const {
   return out;
 }
 
-double APMPRuntimeValue::doubleValue() const {
+double APMPRuntimeValue::doubleValueOfOtherKind() const {
   switch (kind_) {
     case APMPValueKind::kUndefined: return std::nan("");
     case APMPValueKind::kNull: return 0;
@@ -655,7 +725,7 @@ double APMPRuntimeValue::doubleValue() const {
   }
 }
 
-bool APMPRuntimeValue::booleanValue() const {
+bool APMPRuntimeValue::booleanValueOfOtherKind() const {
   switch (kind_) {
     case APMPValueKind::kUndefined:
     case APMPValueKind::kNull: return false;
@@ -687,6 +757,8 @@ bool APMPRuntimeValue::looselyEquals(const APMPRuntimeValue& other) const {
   if (kind_ == other.kind_) return isEqualToRuntimeValue(other);
   if (isNullish() && other.isNullish()) return true;
   if (isNullish() || other.isNullish()) return false;
+  // Two objects are equal only as the same object (and these are of different kinds).
+  if (isObject() && other.isObject()) return false;
   // Objects become primitives (their text); booleans and mixed string/number become numbers.
   if (isObject()) return APMPRuntimeValue::string(stringValue()).looselyEquals(other);
   if (other.isObject()) return looselyEquals(APMPRuntimeValue::string(other.stringValue()));

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -87,13 +88,21 @@ class APMPRuntimeValue {
   // Both assignments take the new value before letting the old one go: the old value may
   // own the new one (a control value's data).
   APMPRuntimeValue& operator=(const APMPRuntimeValue& other) {
-    APMPRuntimeValue copy(other);
-    swap(copy);
+    other.retain();
+    APMPValueKind kind = other.kind_;
+    std::uint64_t bits = other.bits_;
+    release();
+    kind_ = kind;
+    bits_ = bits;
     return *this;
   }
   APMPRuntimeValue& operator=(APMPRuntimeValue&& other) noexcept {
-    APMPRuntimeValue taken(std::move(other));
-    swap(taken);
+    APMPValueKind kind = other.kind_;
+    std::uint64_t bits = other.bits_;
+    other.kind_ = APMPValueKind::kUndefined;
+    release();
+    kind_ = kind;
+    bits_ = bits;
     return *this;
   }
   void swap(APMPRuntimeValue& other) noexcept {
@@ -159,8 +168,14 @@ class APMPRuntimeValue {
   // "[object Object]". Number: undefined NaN, null 0, booleans 1 or 0, strings by the
   // numeric-literal grammar (empty is 0, junk NaN), arrays through their text.
   std::string stringValue() const;
-  double doubleValue() const;
-  bool booleanValue() const;
+  double doubleValue() const {
+    return kind_ == APMPValueKind::kNumber ? number_ : doubleValueOfOtherKind();
+  }
+  bool booleanValue() const {
+    if (kind_ == APMPValueKind::kBoolean) return boolean_;
+    if (kind_ == APMPValueKind::kNumber) return !(number_ == 0 || number_ != number_);
+    return booleanValueOfOtherKind();
+  }
   // The names of the base class of values, for callers that expect an error record; the
   // conversions cannot fail, so `error` is never filled.
   std::string stringValueOrError(platform::Error* error) const;
@@ -184,8 +199,10 @@ class APMPRuntimeValue {
                            platform::Error* error) const;
 
  private:
-  void retain() const;
-  void release();
+  inline void retain() const;
+  inline void release();
+  double doubleValueOfOtherKind() const;
+  bool booleanValueOfOtherKind() const;
 
   APMPValueKind kind_;
   union {
@@ -215,7 +232,7 @@ class APMPHeap {
   // Live bytes of strings, elements and entries a heap allows: 64 MiB.
   static constexpr std::size_t kDefaultByteLimit = 64u << 20;
 
-  explicit APMPHeap(std::size_t byteLimit = kDefaultByteLimit) : byteLimit_(byteLimit) {}
+  explicit APMPHeap(std::size_t byteLimit = kDefaultByteLimit);
   // Frees every object it still tracks (contents cleared first, so cycles go too).
   ~APMPHeap();
   APMPHeap(const APMPHeap&) = delete;
@@ -257,6 +274,26 @@ class APMPHeap {
   std::size_t liveBytes_ = 0;
   std::size_t objectCount_ = 0;
   std::size_t countAfterCollection_ = 64;
+
+ public:
+  // Changes whenever a scope of this heap that a remembered lookup went through gains a
+  // name: lookups remembered under one version stay right while it holds.
+  std::uint64_t scopeVersion() const { return scopeVersion_; }
+  void scopesChanged() { ++scopeVersion_; }
+  // Adds `bytes` (which may be negative) to the live bytes.
+  void chargeLive(std::ptrdiff_t bytes) {
+    liveBytes_ = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(liveBytes_) + bytes);
+  }
+  // A number for a new scope of this heap, never given twice.
+  std::uint64_t newScopeSerial() { return ++scopeSerial_; }
+  // A number for this heap, never given to another heap of the process (a new heap may
+  // take the address of one gone).
+  std::uint64_t id() const { return id_; }
+
+ private:
+  std::uint64_t id_;
+  std::uint64_t scopeVersion_ = 1;
+  std::uint64_t scopeSerial_ = 0;
   APMPHeapObject* first_ = nullptr;
 };
 
@@ -278,6 +315,8 @@ class APMPHeapObject {
     if (--refs_ == 0) destroy(this);
   }
   std::uint32_t referenceCount() const { return refs_; }
+  // The heap that tracks this object, or null.
+  APMPHeap* heap() const { return heap_; }
 
  protected:
   APMPHeapObject();
@@ -285,7 +324,11 @@ class APMPHeapObject {
   // deeply nested value (an array inside an array, a million deep) cannot exhaust the stack.
   static void destroy(APMPHeapObject* object);
   // Adjusts the bytes charged to the heap that tracks this object.
-  void charge(std::ptrdiff_t bytes);
+  void charge(std::ptrdiff_t bytes) {
+    if (bytes < 0 && static_cast<std::size_t>(-bytes) > bytes_) bytes = -static_cast<std::ptrdiff_t>(bytes_);
+    bytes_ = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(bytes_) + bytes);
+    if (heap_) heap_->chargeLive(bytes);
+  }
 
  private:
   friend class APMPHeap;
@@ -306,8 +349,23 @@ class APMPStringValue final : public APMPHeapObject {
   void clearReferences() override {}
   const std::string& value() const { return value_; }
 
+  // The bit that stands for this text in a scope's summary of names (computed once).
+  std::uint64_t nameBit() const {
+    if (nameBit_ == 0) nameBit_ = nameBitOf(value_);
+    return nameBit_;
+  }
+  static std::uint64_t nameBitOf(std::string_view text);
+  // Whether this string spells `text`.
+  bool equals(std::string_view text) const {
+    return value_.size() == text.size() && (text.empty() || (value_[0] == text[0] && value_ == text));
+  }
+  // Appends `text` to this string. Only for the sole holder of the string (reference count
+  // 1), to whom the change is not observable as a mutation. Fails past the heap's bound.
+  bool appendInPlace(std::string_view text);
+
  private:
   std::string value_;
+  mutable std::uint64_t nameBit_ = 0;
 };
 
 // An array. Dense storage; a write past the end fills the gap with undefined, within the
@@ -366,6 +424,9 @@ class APMPFunctionValue : public APMPHeapObject {
  public:
   APMPFunctionValue(std::string name, std::vector<std::string> parameters, APMPRuntimeValue body,
                     APMPScope* scope);
+  // The same with the parameter names as the program's string values (held, not copied).
+  APMPFunctionValue(std::string name, std::vector<APMPRuntimeValue> parameterNames,
+                    APMPRuntimeValue body, APMPScope* scope);
   ~APMPFunctionValue() override;
   APMPValueKind kind() const override { return APMPValueKind::kFunction; }
   void traverse(void (*visit)(APMPHeapObject*, void*), void* context) override;
@@ -373,6 +434,8 @@ class APMPFunctionValue : public APMPHeapObject {
 
   const std::string& name() const { return name_; }
   const std::vector<std::string>& parameters() const { return parameters_; }
+  // The parameter names as string values, in order.
+  const std::vector<APMPRuntimeValue>& parameterNames() const { return parameterNames_; }
   const APMPRuntimeValue& body() const { return body_; }
   APMPScope* scope() const { return scope_; }
   // "function NAME(a, b) { [code] }" for a program's function, "[native code]" in the body
@@ -391,8 +454,30 @@ class APMPFunctionValue : public APMPHeapObject {
  private:
   std::string name_;
   std::vector<std::string> parameters_;
+  std::vector<APMPRuntimeValue> parameterNames_;
   APMPRuntimeValue body_;
   APMPScope* scope_ = nullptr;
+};
+
+// One string value per distinct name: the evaluator's table, into which statements put their
+// literal names, so that scopes find names by identity.
+class APMPNameTable {
+ public:
+  // The table's string equal to `name` (a string value), entered on first sight.
+  const APMPRuntimeValue& intern(const APMPRuntimeValue& name);
+
+ private:
+  std::unordered_map<std::string_view, APMPRuntimeValue> names_;
+};
+
+// Where a statement last found its name: valid while the lookup starts from the same scope
+// (same address and serial, same heap) and the heap's scope version has not changed.
+struct APMPNameCache {
+  const void* scope = nullptr;
+  std::uint64_t serial = 0;
+  std::uint64_t heap = 0;  // the heap's id
+  std::uint64_t version = 0;
+  void* binding = nullptr;
 };
 
 // Unevaluated code: a command (its number as text in `functionName`) and its arguments.
@@ -407,11 +492,35 @@ class APMPStatementValue final : public APMPHeapObject {
   // The command number, or -1 when the name is no number.
   int command() const { return command_; }
   const std::vector<APMPRuntimeValue>& arguments() const { return arguments_; }
+  // For a call by name (no command number): the name as a string value, made once.
+  const APMPRuntimeValue& calleeName() const { return calleeName_; }
+  // For a method call (command 2) with a literal name: the method's number in the method
+  // tables (see APMPMethodOf), made once; -1 otherwise.
+  int method() const { return method_; }
+  // The statement's remembered name lookup (for reads, writes and calls by name).
+  APMPNameCache& nameCache() const { return nameCache_; }
+  // For the evaluator: how deep the statement nests when it is an expression without side
+  // effects (0 when it is not one, -1 before the evaluator has looked).
+  int expressionDepth() const { return expressionDepth_; }
+  void setExpressionDepth(int depth) const { expressionDepth_ = static_cast<std::int16_t>(depth); }
+  // Replaces the literal names among the arguments (names read, written, declared and
+  // looped over) and the callee's name with the equal strings of `table`. Done once per
+  // table; the statement means the same afterwards.
+  void internNames(APMPNameTable& table) {
+    if (internedIn_ != &table) internNamesSlowly(table);
+  }
 
  private:
+  void internNamesSlowly(APMPNameTable& table);
+
   std::string functionName_;
   int command_;
+  int method_ = -1;
+  const APMPNameTable* internedIn_ = nullptr;
+  mutable APMPNameCache nameCache_;
+  mutable std::int16_t expressionDepth_ = -1;
   std::vector<APMPRuntimeValue> arguments_;
+  APMPRuntimeValue calleeName_;
 };
 
 // A jump up the stack: break, continue, or return with data.
@@ -425,6 +534,9 @@ class APMPControlValue final : public APMPHeapObject {
 
   Type type() const { return type_; }
   const APMPRuntimeValue& data() const { return data_; }
+  // For the evaluator, which reuses one return signal while nobody else holds it.
+  void setData(APMPRuntimeValue data) { data_ = std::move(data); }
+  APMPRuntimeValue takeData() { return std::move(data_); }
 
   // The shared break and continue signals (no allocation).
   static const APMPRuntimeValue& breakValue();
@@ -449,6 +561,53 @@ struct APMPBooleanValue {
 struct APMPNumberValue {
   static APMPRuntimeValue valueWithDouble(double d) { return APMPRuntimeValue::number(d); }
 };
+
+inline void APMPRuntimeValue::retain() const {
+  if (isHeap()) object_->retain();
+}
+
+inline void APMPRuntimeValue::release() {
+  if (isHeap()) {
+    APMPHeapObject* o = object_;
+    kind_ = APMPValueKind::kUndefined;
+    o->release();
+  }
+}
+
+inline const std::string& APMPRuntimeValue::stringPayload() const {
+  return static_cast<APMPStringValue*>(object_)->value();
+}
+inline APMPStringValue* APMPRuntimeValue::asString() const {
+  return static_cast<APMPStringValue*>(object_);
+}
+inline APMPArrayValue* APMPRuntimeValue::asArray() const {
+  return static_cast<APMPArrayValue*>(object_);
+}
+inline APMPMapValue* APMPRuntimeValue::asMap() const { return static_cast<APMPMapValue*>(object_); }
+inline APMPFunctionValue* APMPRuntimeValue::asFunction() const {
+  return static_cast<APMPFunctionValue*>(object_);
+}
+inline APMPStatementValue* APMPRuntimeValue::asStatement() const {
+  return static_cast<APMPStatementValue*>(object_);
+}
+inline APMPControlValue* APMPRuntimeValue::asControl() const {
+  return static_cast<APMPControlValue*>(object_);
+}
+
+// The methods of strings and arrays by number, for statements that name them literally.
+enum APMPMethod : int {
+  kAPMPMethodUnknown = -1,
+  kAPMPMethodCharAt, kAPMPMethodConcat, kAPMPMethodHasOwnProperty, kAPMPMethodIndexOf,
+  kAPMPMethodLastIndexOf, kAPMPMethodMatch, kAPMPMethodReplace, kAPMPMethodSearch,
+  kAPMPMethodSlice, kAPMPMethodSplit, kAPMPMethodSubstring, kAPMPMethodToLowerCase,
+  kAPMPMethodToLocaleLowerCase, kAPMPMethodToString, kAPMPMethodToUpperCase,
+  kAPMPMethodToLocaleUpperCase, kAPMPMethodTrim, kAPMPMethodEvery, kAPMPMethodFilter,
+  kAPMPMethodForEach, kAPMPMethodJoin, kAPMPMethodMap, kAPMPMethodPop, kAPMPMethodPush,
+  kAPMPMethodReduce, kAPMPMethodReduceRight, kAPMPMethodReverse, kAPMPMethodShift,
+  kAPMPMethodSome, kAPMPMethodSort, kAPMPMethodSplice, kAPMPMethodUnshift,
+};
+// The number of a method name, or kAPMPMethodUnknown.
+int APMPMethodOf(std::string_view name);
 
 // Makes a heap object and returns its handle.
 template <class T, class... Args>

@@ -47,6 +47,11 @@ TEST(APMPRuntimeTest, ConversionsFollowECMAScript) {
   EXPECT_TRUE(run({binary("12", P::str(" 1e3 "), P::num(1000))}).booleanPayload());
   EXPECT_TRUE(run({binary("12", P::call("7", {P::num(5)}), P::num(5))}).booleanPayload());
   EXPECT_FALSE(run({binary("12", P::num(std::nan("")), P::num(std::nan("")))}).booleanPayload());
+  // Two objects are loosely equal only as one object, even when their texts agree; an object
+  // and a primitive compare through the object's text.
+  EXPECT_FALSE(run({binary("12", P::call("7", {P::call("8")}), P::call("8"))}).booleanPayload());
+  EXPECT_TRUE(run({binary("29", P::call("8"), P::call("7", {P::call("8")}))}).booleanPayload());
+  EXPECT_TRUE(run({binary("12", P::call("8"), P::str("[object Object]"))}).booleanPayload());
   EXPECT_EQ(run.text({P::call("40", {P::call("45")})}), "object");
   EXPECT_EQ(run.text({P::call("40", {P::function("", {}, {})})}), "function");
   EXPECT_EQ(run.text({binary("60", P::num(-16), P::num(2))}), "-4");
@@ -355,6 +360,106 @@ TEST(APMPRuntimeTest, NegativeZeroInsideAnArrayConvertsAsItsText) {
   V array = APMPMake<APMPArrayValue>(std::vector<V>{V::number(-0.0)});
   EXPECT_FALSE(std::signbit(array.doubleValue()));
   EXPECT_EQ(V::number(1).doubleValue() / array.doubleValue(), INFINITY);
+}
+
+}  // namespace
+
+namespace {
+
+// Strings grow in place only while nothing else holds them: a copy taken earlier keeps its
+// text, a constant refuses the write, and numbers add in the binding.
+TEST(APMPRuntimeTest, BuildingAStringNeverChangesACopyOfIt) {
+  Sandbox run;
+  V r = run({P::let("b", P::str("")), P::assign("b", binary("0", P::var("b"), P::str("y"))),
+             P::let("c", P::var("b")), P::assign("b", binary("0", P::var("b"), P::str("z"))),
+             P::assign("b", binary("0", P::var("b"), P::var("b"))),
+             P::assign("b", binary("0", P::var("b"), P::num(1.5))),
+             P::let("n", P::num(1)), P::assign("n", binary("0", P::var("n"), P::num(2))),
+             P::let("m", P::num(4)), P::assign("m", binary("0", P::var("m"), P::str("a"))),
+             P::ret(P::call("7", {P::var("b"), P::var("c"), P::var("n"), P::var("m")}))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "yzyz1.5,y,3,4a");
+
+  Sandbox constant;
+  constant({P::call("52", {P::str("k"), P::str("a")}), P::assign("k", binary("0", P::var("k"), P::str("b")))});
+  EXPECT_EQ(constant.error.code, kAPMPErrorCodeWrongArgumentKind);
+  EXPECT_EQ(constant.runtime.getRunScope()->valueForName("k")->stringValue(), "a");
+
+  // An unbound right operand fails as a plain read would, and counts the same instructions.
+  Sandbox unbound;
+  unbound({P::let("s", P::str("")), P::assign("s", binary("0", P::var("s"), P::str("x"))),
+           P::assign("s", binary("0", P::var("s"), P::var("nowhere")))});
+  EXPECT_EQ(unbound.error.code, kAPMPErrorCodeWrongArgumentKind);
+  EXPECT_EQ(unbound.error.localizedDescription, "nowhere is not defined");
+  Sandbox plain;  // the same statements with the sum written the other way round
+  plain({P::let("s", P::str("")), P::assign("s", binary("0", P::var("s"), P::str("x"))),
+         P::assign("s", binary("0", P::call("34", {P::var("s")}), P::var("nowhere")))});
+  EXPECT_EQ(unbound.runtime.getInstructionCount() + 1, plain.runtime.getInstructionCount());
+}
+
+// A remembered lookup is dropped when a nearer scope gains the name: here the loop's own
+// scope declares `x` (a declaration inside an expression runs in the loop's scope) after the
+// read has found the outer one.
+TEST(APMPRuntimeTest, NameReadsSeeADeclarationThatShadowsThemLater) {
+  Sandbox run;
+  V body = P::list({P::method(P::var("log"), "push", {P::var("x")}),
+                    binary("1", binary("12", P::var("i"), P::num(1)), P::let("x", P::str("inner")))});
+  V r = run({P::let("x", P::str("outer")), P::let("log", P::call("7")),
+             P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(3)),
+                            P::assign("i", binary("0", P::var("i"), P::num(1))), body}),
+             P::ret(P::var("log"))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "outer,outer,inner");
+  // The same with the declaration one scope further out: each turn's body has a scope of its
+  // own (it declares `t`), and the loop's update declares `x` in the loop's scope.
+  Sandbox further;
+  V turn = P::list({P::let("t", P::num(0)), P::method(P::var("log"), "push", {P::var("x")})});
+  V update = P::call("13", {P::assign("i", binary("0", P::var("i"), P::num(1))),
+                            binary("1", binary("12", P::var("i"), P::num(2)), P::let("x", P::str("inner")))});
+  r = further({P::let("x", P::str("outer")), P::let("log", P::call("7")),
+               P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(4)), update, turn}),
+               P::ret(P::var("log"))});
+  ASSERT_EQ(further.error.code, 0) << further.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "outer,outer,inner,inner");
+}
+
+// Arguments written as an array literal are evaluated once each, and a statement value
+// among the results runs once more, as when the array is made and read back.
+TEST(APMPRuntimeTest, MethodArgumentsEvaluateLikeAnArrayReadBack) {
+  Sandbox run;
+  V r = run({P::let("a", P::call("7")), P::let("k", P::num(0)),
+             P::method(P::var("a"), "push", {P::call("3", {P::str("k"), binary("0", P::var("k"), P::num(1))}),
+                                             P::call("17", {P::list({P::assign("k", binary("0", P::var("k"), P::num(10)))}),
+                                                            P::num(0)})}),
+             P::ret(P::call("7", {P::var("a"), P::var("k")}))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "1,11,11");
+}
+
+}  // namespace
+
+namespace {
+
+// One tree run by runtime after runtime (each may take the address of the one before, and
+// its scopes the addresses of the scopes before): remembered lookups of an earlier runtime
+// never answer for a later one.
+TEST(APMPRuntimeTest, ATreeRunsTheSameInEveryNewRuntime) {
+  V sum = P::list({P::let("mk", P::function("", {}, {P::let("c", P::num(0)),
+                                                      P::ret(P::function("", {"x"}, {P::assign("c", binary("0", P::var("c"), P::var("x"))),
+                                                                                     P::ret(P::var("c"))}))})),
+                   P::let("f", P::call("mk")),
+                   P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(50)),
+                                  P::assign("i", binary("0", P::var("i"), P::num(1))), P::list({P::call("f", {P::var("i")})})}),
+                   P::ret(P::call("f", {P::num(0)}))});
+  for (int k = 0; k < 6; ++k) {
+    APMPRuntime runtime;
+    for (int run = 0; run < 3; ++run) {
+      platform::Error error;
+      V r = runtime.executeStatements(sum, &error);
+      ASSERT_EQ(error.code, 0) << "runtime " << k << " run " << run << ": " << error.localizedDescription;
+      EXPECT_EQ(r.asControl()->data().numberPayload(), 1225);
+    }
+  }
 }
 
 }  // namespace

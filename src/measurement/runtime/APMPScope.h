@@ -1,8 +1,15 @@
 // APMPScope: a chain of name tables. Each scope holds its own names (mutable or immutable)
 // and looks further names up in its parent. Scopes are heap objects: a function keeps the
 // scope it was defined in alive.
+//
+// Layout for speed: a name is held as the string value that spelled it in the program (no
+// copy), and each scope keeps a 64-bit summary of the names it binds (one bit per name, from
+// a hash of its text), so that a lookup skips every scope that cannot hold the name with one
+// test. The first few bindings live inside the scope; scopes are recycled through a free
+// list, so a call or a loop turn costs no allocation.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +24,10 @@ class APMPScope final : public APMPHeapObject {
   APMPValueKind kind() const override { return APMPValueKind::kMap; }
   void traverse(void (*visit)(APMPHeapObject*, void*), void* context) override;
   void clearReferences() override;
+
+  // Scopes come from and go back to a free list of this thread.
+  static void* operator new(std::size_t size);
+  static void operator delete(void* p, std::size_t size);
 
   // A new scope whose parent is this one. The caller holds the returned reference.
   APMPScope* createChildScope();
@@ -36,19 +47,63 @@ class APMPScope final : public APMPHeapObject {
   // Makes every binding of this scope immutable, and refuses new ones.
   void makeImmutable();
 
-  // This scope's own bindings, in order.
+  // One binding: the name (a string value, held), its value, and whether it may change.
   struct Binding {
-    std::string name;
+    APMPStringValue* name = nullptr;
     APMPRuntimeValue value;
     bool immutable = false;
   };
-  const std::vector<Binding>& bindings() const { return bindings_; }
+
+  // The same operations with the name as a program's string value (`name` must be a string
+  // value): the form the evaluator uses, which compares names by identity first.
+  bool bind(const APMPRuntimeValue& name, APMPRuntimeValue value, bool immutable);
+  // The nearest binding of `name`, or null.
+  Binding* lookup(const APMPRuntimeValue& name);
+  // The same, with what lies beyond this scope remembered in `cache`: this scope's own
+  // names are always looked at (a call's or a loop turn's scope is new each time), the
+  // rest is remembered from the parent on, which stays the same from call to call.
+  Binding* lookup(const APMPRuntimeValue& name, APMPNameCache& cache) {
+    const APMPStringValue* text = name.asString();
+    std::uint64_t bit = text->nameBit();
+    if (mask_ & bit) {
+      for (std::uint32_t i = 0; i < size_; ++i) {
+        if (data_[i].name == text) return &data_[i];
+      }
+      return lookup(text, bit);
+    }
+    APMPScope* p = parent_;
+    if (!p) return nullptr;
+    APMPHeap* h = p->heap();
+    if (cache.scope == p && cache.serial == p->serial_ && h && cache.heap == h->id() &&
+        cache.version == h->scopeVersion()) {
+      return static_cast<Binding*>(cache.binding);
+    }
+    return p->lookupAndRemember(name, cache);
+  }
+  const APMPRuntimeValue* valueForName(const APMPRuntimeValue& name) {
+    Binding* b = lookup(name);
+    return b ? &b->value : nullptr;
+  }
+
+  // This scope's own bindings, in order.
+  std::size_t bindingCount() const { return size_; }
+  const Binding& bindingAt(std::size_t i) const { return data_[i]; }
 
  private:
-  Binding* find(std::string_view name);
-  const Binding* find(std::string_view name) const;
+  static constexpr std::uint32_t kInline = 4;
+  Binding* findHere(const APMPStringValue* name, std::uint64_t bit);
+  Binding* lookup(const APMPStringValue* name, std::uint64_t bit);
+  Binding* lookupAndRemember(const APMPRuntimeValue& name, APMPNameCache& cache);
+  bool bind(APMPStringValue* name, APMPRuntimeValue value, bool immutable);
+  void clearBindings();
 
   APMPScope* parent_;
-  std::vector<Binding> bindings_;
+  std::uint64_t mask_ = 0;
+  std::uint64_t serial_ = 0;  // from the heap; 0 without one
+  bool visited_ = false;      // a remembered lookup went through this scope
+  Binding* data_;
+  std::uint32_t size_ = 0;
+  std::uint32_t capacity_ = kInline;
   bool immutable_ = false;
+  Binding inline_[kInline];
 };
