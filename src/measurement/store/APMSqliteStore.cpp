@@ -264,6 +264,8 @@ bool APMSqliteStore::openAndValidateDatabase(platform::Error* error) {
     close();
     return false;
   }
+  sqlite3_rollback_hook(
+      db_, [](void* store) { ++static_cast<APMSqliteStore*>(store)->rollbacks_; }, this);
 
   static const char kNo[] = "false";
   if (::setxattr(path_.c_str(), kBackupAttribute, kNo, sizeof kNo - 1, 0) != 0) {
