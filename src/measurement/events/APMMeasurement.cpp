@@ -703,13 +703,17 @@ bool APMMeasurement::writeEvent(const APMEvent& event, bool isPublicEvent, bool 
       return false;
     }
   }
-  auto proto = event.protoEvent();
-  if (!database_->insertRawEvent(*proto, fingerprint, isRealtime, &error)) {
+  kit::Data data;
+  std::int64_t timestampMillis = APMMilliseconds(event.timestamp());
+  if (!event.encodeWithoutName(&data, &error) ||
+      // The name column holds what the message would: the text up to any NUL.
+      !database_->insertRawEvent(event.name().c_str(), timestampMillis, std::move(data),
+                                 fingerprint, isRealtime, &error)) {
     APMMonitor::log(kAPMMonitorLevelError, kCodeCannotRecordRawEvent,
                     "Data loss. Cannot record raw event. Error", error.localizedDescription);
     return false;
   }
-  noteRawEventWritten(static_cast<double>(proto->timestamp_millis) / 1000.0, isRealtime);
+  noteRawEventWritten(static_cast<double>(timestampMillis) / 1000.0, isRealtime);
   if (event.name() == "_f") storePreviousFirstOpenCount(previousFirstOpenCount() + 1);
   if (APMMonitor::isLoggable(kAPMMonitorLevelDebug)) {
     APMMonitor::log(kAPMMonitorLevelDebug, kCodeEventLogged,

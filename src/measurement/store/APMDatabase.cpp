@@ -734,6 +734,13 @@ bool APMDatabase::insertRawEvent(const APMPBEvent& event, std::int64_t metadataF
   nameless.name = nullptr;
   kit::Data data;
   if (!APMPBEncode(APMPBMessage<APMPBEvent>::fields(), &nameless, &data, error)) return false;
+  return insertRawEvent(std::string(APMPBString(event.name)), event.timestamp_millis,
+                        std::move(data), metadataFingerprint, isRealtime, error);
+}
+
+bool APMDatabase::insertRawEvent(const std::string& name, std::int64_t timestampMillis,
+                                 kit::Data data, std::int64_t metadataFingerprint,
+                                 bool isRealtime, platform::Error* error) {
   // The statement the generic upsert builds from these columns (in name order), written out
   // once so that the write path does not build it for every event.
   static const std::string kSQL =
@@ -742,8 +749,8 @@ bool APMDatabase::insertRawEvent(const APMPBEvent& event, std::int64_t metadataF
   RowCache& cache = rowCache();
   if (!store_->executeSQL(kSQL,
                           {kit::Value(std::move(data)), integer(isRealtime ? 1 : 0),
-                           integer(metadataFingerprint), std::string(APMPBString(event.name)),
-                           static_cast<double>(event.timestamp_millis) / 1000.0},
+                           integer(metadataFingerprint), name,
+                           static_cast<double>(timestampMillis) / 1000.0},
                           error)) {
     return false;
   }

@@ -114,6 +114,10 @@ class APMDatabase {
   // the event's milliseconds / 1000.0.
   bool insertRawEvent(const APMPBEvent& event, std::int64_t metadataFingerprint, bool isRealtime,
                       platform::Error* error);
+  // The same with the event already serialised without its name (`data`), its name and its
+  // time in milliseconds given apart.
+  bool insertRawEvent(const std::string& name, std::int64_t timestampMillis, kit::Data data,
+                      std::int64_t metadataFingerprint, bool isRealtime, platform::Error* error);
   // The newest raw event time in seconds; 0 when there is none.
   std::optional<double> queryLatestRawEventTime(platform::Error* error);
   // The oldest rows (at most kRawEventsReadLimit) of `metadataFingerprint`, in row order,
