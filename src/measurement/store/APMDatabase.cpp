@@ -1037,18 +1037,26 @@ std::optional<std::vector<APMEventAggregates>> APMDatabase::queryAllEventAggrega
 }
 
 bool APMDatabase::updateEventAggregates(const APMEventAggregates& a, platform::Error* error) {
-  if (!upsertDataType(
-      {{"name", a.name},
-       {"lifetime_count", integer(a.lifetimeCount)},
-       {"current_bundle_count", integer(a.currentBundleCount)},
-       {"current_session_count", integer(a.currentSessionCount)},
-       {"last_fire_timestamp", a.lastFireTimestamp},
-       {"last_bundled_timestamp", optionalValue(a.lastBundledTimestamp)},
-       {"last_sampled_complex_event_id", optionalValue(a.lastSampledComplexEventID)},
-       {"last_sampling_rate", optionalValue(a.lastSamplingRate)},
-       {"last_exempt_from_sampling", a.lastExemptFromSampling ? 1 : 0},
-       {"last_bundled_day", optionalValue(a.lastBundledDay)}},
-      kEvents, "name", a.name, kEventsLimit, error)) {
+  // The upsert the generic path builds from these columns (in name order), written out once:
+  // bundling writes the aggregates of every event it takes.
+  static const std::string kSQL =
+      "INSERT OR REPLACE INTO events (current_bundle_count, current_session_count, "
+      "last_bundled_day, last_bundled_timestamp, last_exempt_from_sampling, last_fire_timestamp, "
+      "last_sampled_complex_event_id, last_sampling_rate, lifetime_count, name) VALUES (?, ?, ?, "
+      "?, ?, ?, ?, ?, ?, ?);";
+  RowCache& cache = rowCache();
+  // A name whose row is known to stand in the table always has room.
+  auto known = cache.eventAggregates.find(a.name);
+  bool exists = known != cache.eventAggregates.end();
+  if (exists) cache.eventAggregates.erase(known);
+  if (!exists && !checkRoomForRow(kEvents, "name", a.name, kEventsLimit, error)) return false;
+  if (!store_->executeSQL(kSQL,
+                          {integer(a.currentBundleCount), integer(a.currentSessionCount),
+                           optionalValue(a.lastBundledDay), optionalValue(a.lastBundledTimestamp),
+                           integer(a.lastExemptFromSampling ? 1 : 0), a.lastFireTimestamp,
+                           optionalValue(a.lastSampledComplexEventID),
+                           optionalValue(a.lastSamplingRate), integer(a.lifetimeCount), a.name},
+                          error)) {
     return false;
   }
   rowCache().eventAggregates.insert_or_assign(a.name, a);

@@ -596,6 +596,22 @@ TEST_F(APMDatabaseTest, ReadsFollowTheFileAfterARolledBackTransaction) {
   EXPECT_EQ(header->front().at("metadata"), kit::Value(kit::Data{2}));
 }
 
+// A name counts as stored (and so escapes the table limit) only while the file holds it.
+TEST_F(APMDatabaseTest, ANameWhoseWriteWasRolledBackStillNeedsRoom) {
+  fill("events (name, lifetime_count, current_bundle_count, last_fire_timestamp)", 999,
+       "'n' || i, 1, 1, 0");
+  auto aggregates = [](const char* name) { return *APMEventAggregates::create(name, 1, 1, 1, 5); };
+  EXPECT_FALSE(database_->performTransaction(
+      [&] { return database_->updateEventAggregates(aggregates("x"), nullptr) && false; },
+      nullptr));
+  ASSERT_TRUE(database_->updateEventAggregates(aggregates("y"), nullptr));
+  platform::Error error;
+  EXPECT_FALSE(database_->updateEventAggregates(aggregates("x"), &error));
+  EXPECT_EQ(error.localizedDescription, "Failed to insert data type. Table is full");
+  EXPECT_TRUE(database_->updateEventAggregates(aggregates("y"), nullptr));
+  EXPECT_EQ(rows("events"), 1000);
+}
+
 TEST_F(APMDatabaseTest, TheRowIDSpanAndEmptinessFollowInsertsAndEveryKindOfDelete) {
   auto sqlSpan = [&] {
     return store()
