@@ -180,5 +180,7 @@ class APMSqliteStore {
   std::string path_;
   sqlite3* db_ = nullptr;
   std::unordered_map<std::string, CachedStatement> cache_;
+  // Changes whenever the cache is emptied.
+  std::uint64_t cacheGeneration_ = 0;
   std::uint64_t rollbacks_ = 0;
 };
