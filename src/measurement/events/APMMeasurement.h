@@ -178,7 +178,10 @@ class APMMeasurement {
 
     bool operator==(const HeaderInputs&) const = default;
   };
+  // Reads the inputs of a header now, from the settings, the platform and the persisted
+  // configuration (which makes the application instance identifier when there is none).
   HeaderInputs headerInputsWithUserAttributes(std::vector<APMUserAttribute> attributes);
+  // The header those inputs make, with the application's fixed facts.
   APMPBMessage<APMPBMeasurementBundle> headerWithInputs(const HeaderInputs& inputs);
 
   // ---- consent (worker queue; defined in consent/APMConsent.cpp) ----

@@ -301,7 +301,9 @@ class APMDatabase {
   // can only have changed through this class: a write through this class keeps its copy up to
   // date or drops it, and any rollback on the handle drops them all (a copy made inside a
   // transaction that did not commit would be wrong). Rows that fail to parse are never
-  // copied, so their failures are reported at every read as before.
+  // copied, so their failures are reported at every read as before. This rests on the worker
+  // queue being the file's only writer, as the rest of the client does.
+  // The fingerprints are bounded by the header table's own limit.
   struct RowCache {
     std::uint64_t rollbacks = 0;
     // The daily columns of app_metadata as stored: the row's day (nothing when NULL) and its
