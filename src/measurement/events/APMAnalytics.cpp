@@ -96,12 +96,14 @@ void logOnSerialQueue(const std::string& origin, bool isPublicEvent, const std::
     std::lock_guard lock(s->mu);
     screen = s->screen;
   }
-  s->queue().async([s, origin, isPublicEvent, name, parameters, timestamp, screen] {
+  s->queue().async([s, origin, isPublicEvent, name, parameters, timestamp,
+                    screen = std::move(screen)]() mutable {
     double time = timestamp.value_or(kit::Date::now().timeIntervalSince1970);
-    s->operations.async([s, origin, isPublicEvent, name, parameters, time, screen] {
+    s->operations.async([s, origin = std::move(origin), isPublicEvent, name = std::move(name),
+                         withDefaults = std::move(parameters), time,
+                         screen = std::move(screen)]() mutable {
       std::shared_ptr<APMMeasurement> measurement;
       APMAnalytics::LogEventInterceptor interceptor;
-      kit::Dictionary withDefaults = parameters;
       {
         std::lock_guard lock(s->mu);
         measurement = s->measurement;

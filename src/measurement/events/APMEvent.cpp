@@ -3,6 +3,7 @@
 #include <openssl/evp.h>
 
 #include <cmath>
+#include <cstring>
 
 #include "kit/Console.h"
 #include "measurement/APMMonitor.h"
@@ -10,6 +11,79 @@
 
 namespace {
 constexpr int kCodePreviousAfterCurrent = 3001;
+
+// Protocol Buffers wire writing, as the message serialiser does it for the event's fields.
+enum WireType : std::uint8_t { kVarint = 0, kFixed64 = 1, kLengthDelimited = 2 };
+
+void putVarint(kit::Data& out, std::uint64_t value) {
+  while (value >= 0x80) {
+    out.push_back(static_cast<std::uint8_t>(value | 0x80));
+    value >>= 7;
+  }
+  out.push_back(static_cast<std::uint8_t>(value));
+}
+
+void putTag(kit::Data& out, std::uint32_t field, WireType type) {
+  putVarint(out, (field << 3) | type);
+}
+
+// A string field. The message keeps C strings, so text after a NUL never reaches the wire.
+void putString(kit::Data& out, std::uint32_t field, const std::string& text) {
+  std::size_t size = std::strlen(text.c_str());
+  putTag(out, field, kLengthDelimited);
+  putVarint(out, size);
+  out.insert(out.end(), text.data(), text.data() + size);
+}
+
+// A nested message whose body `fill` appends; its length goes in front once known.
+template <class Fill>
+void putMessage(kit::Data& out, std::uint32_t field, Fill fill) {
+  putTag(out, field, kLengthDelimited);
+  std::size_t at = out.size();
+  out.push_back(0);
+  fill();
+  std::size_t size = out.size() - at - 1;
+  if (size < 0x80) {
+    out[at] = static_cast<std::uint8_t>(size);
+    return;
+  }
+  kit::Data prefix;
+  putVarint(prefix, size);
+  out[at] = prefix[0];
+  out.insert(out.begin() + static_cast<std::ptrdiff_t>(at) + 1, prefix.begin() + 1, prefix.end());
+}
+
+// The body of an EventParam: the fields APMFillEventParam sets, in tag order.
+void putParamBody(kit::Data& out, const std::string* name, const APMValue& value) {
+  if (name) putString(out, 1, *name);
+  switch (value.valueType()) {
+    case APMValueType::kString:
+      putString(out, 2, value.stringValue());
+      break;
+    case APMValueType::kInt64:
+      putTag(out, 3, kVarint);
+      putVarint(out, static_cast<std::uint64_t>(value.int64Value()));
+      break;
+    case APMValueType::kDouble: {
+      double d = value.doubleValue();
+      std::uint64_t bits;
+      std::memcpy(&bits, &d, sizeof bits);
+      putTag(out, 5, kFixed64);
+      for (int i = 0; i < 8; ++i) out.push_back(static_cast<std::uint8_t>(bits >> (8 * i)));
+      break;
+    }
+    case APMValueType::kArray:
+      for (const APMParameters& item : value.arrayValue()) {
+        putMessage(out, 6, [&] {
+          for (const auto& [childName, member] : item) {
+            putMessage(out, 6, [&] { putParamBody(out, &childName, member); });
+          }
+        });
+      }
+      break;
+  }
+}
+
 }  // namespace
 
 std::optional<APMEvent> APMEvent::create(std::string origin, std::string name, double timestamp,
@@ -181,6 +255,24 @@ APMPBMessage<APMPBEvent> APMEvent::protoEvent() const {
     APMFillEventParam(param, value);
   }
   return proto;
+}
+
+bool APMEvent::encodeWithoutName(kit::Data* out, platform::Error* error) const {
+  out->clear();
+  for (const auto& [name, value] : parameters_) {
+    putMessage(*out, 1, [&] { putParamBody(*out, &name, value); });
+  }
+  putTag(*out, 3, kVarint);
+  putVarint(*out, static_cast<std::uint64_t>(APMMilliseconds(timestamp_)));
+  if (previousTimestamp_ != 0) {
+    putTag(*out, 4, kVarint);
+    putVarint(*out, static_cast<std::uint64_t>(APMMilliseconds(previousTimestamp_)));
+  }
+  if (out->size() <= kAPMPBStreamLimit) return true;
+  // Too big: the serialiser refuses it in its own words.
+  auto proto = protoEvent();
+  APMPBClearString(&proto->name);
+  return APMPBEncode(APMPBMessage<APMPBEvent>::fields(), &*proto, out, error);
 }
 
 std::int64_t apm_64LSBMD5(const kit::Data& data) {

@@ -56,6 +56,11 @@ class APMEvent {
   // when set. An array parameter holds one element per item, each item's parameters in that
   // element's `param_value`.
   APMPBMessage<APMPBEvent> protoEvent() const;
+  // The bytes `raw_events` keeps for the event: protoEvent() with its name field cleared,
+  // serialised. Written straight from the event, byte for byte what serialising that message
+  // gives. False (with `error` filled, as the serialiser says) when it is larger than the
+  // stream limit.
+  bool encodeWithoutName(kit::Data* out, platform::Error* error) const;
 
  private:
   APMEvent() = default;

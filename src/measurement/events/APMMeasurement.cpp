@@ -378,8 +378,14 @@ void APMMeasurement::handleEventOnWorkerQueue(const APMEvent& incoming) {
     return;
   }
   if (!openDatabaseOnWorkerQueue()) return;
-  auto event = eventAfterSafelistingEvent(incoming);
-  if (!event) return;
+  // Without a safelist the event goes on as it came, uncopied.
+  std::optional<APMEvent> safelisted;
+  const APMEvent* event = &incoming;
+  if (!settings_.safelistedEvents.empty()) {
+    safelisted = eventAfterSafelistingEvent(incoming);
+    if (!safelisted) return;
+    event = &*safelisted;
+  }
   std::optional<APMEvent> sessionStart = sessionReporter_->processSessionFromEvent(*event);
   if (!dedupeSubscriptionEvent(*event)) return;
   writeEventOnWorkerQueue(*event);
@@ -543,6 +549,35 @@ bool APMMeasurement::isRealtimeEvent(APMEvent& event, APMDailyCounts& counts) {
 
 APMPBMessage<APMPBMeasurementBundle> APMMeasurement::createRawEventMetadataWithUserAttributes(
     const std::vector<APMUserAttribute>& attributes) {
+  return headerWithInputs(headerInputsWithUserAttributes(attributes));
+}
+
+APMMeasurement::HeaderInputs APMMeasurement::headerInputsWithUserAttributes(
+    std::vector<APMUserAttribute> attributes) {
+  HeaderInputs inputs;
+  inputs.consentSignals = settings_.consentSignals;
+  platform::AdvertisingIdentity& identity = platform::advertisingIdentity();
+  inputs.trackingStatus = identity.trackingAuthorizationStatus();
+  APMConsentVerdict consent = APMConsentVerdictOf(inputs.consentSignals);
+  inputs.advertisingIdentifier = identity.advertisingIdentifier();
+  const std::optional<int>& tracking = inputs.trackingStatus;
+  const std::optional<std::string>& resettable = inputs.advertisingIdentifier;
+  bool trackingAllowed = !tracking || *tracking == platform::kTrackingAuthorized;
+  bool useResettable = resettable && !resettable->empty() && !consent.adsDenied && trackingAllowed;
+  if (!useResettable && !consent.analyticsDenied) {
+    inputs.vendorIdentifier = identity.identifierForVendor();
+  }
+  inputs.appInstanceID = APMAppInstanceID(*persistedConfig_);
+  platform::DeviceFactsSnapshot facts = platform::deviceFacts().facts();
+  inputs.model = std::move(facts.model);
+  inputs.osVersion = std::move(facts.osVersion);
+  inputs.language = std::move(facts.language);
+  inputs.timeZoneOffsetSeconds = facts.timeZoneOffsetSeconds;
+  inputs.attributes = std::move(attributes);
+  return inputs;
+}
+
+APMPBMessage<APMPBMeasurementBundle> APMMeasurement::headerWithInputs(const HeaderInputs& inputs) {
   APMPBMessage<APMPBMeasurementBundle> header;
   APMPBMeasurementBundle& b = *header;
   b.has_protocol_version = true;
@@ -564,27 +599,25 @@ APMPBMessage<APMPBMeasurementBundle> APMMeasurement::createRawEventMetadataWithU
   b.app_version_major = version.major;
   b.app_version_minor = version.minor;
   b.app_version_release = version.release;
-  if (!settings_.consentSignals.empty()) {
-    APMPBSetString(&b.consent_signals, settings_.consentSignals);
+  if (!inputs.consentSignals.empty()) {
+    APMPBSetString(&b.consent_signals, inputs.consentSignals);
   }
-  platform::AdvertisingIdentity& identity = platform::advertisingIdentity();
-  std::optional<int> tracking = identity.trackingAuthorizationStatus();
+  const std::optional<int>& tracking = inputs.trackingStatus;
   if (tracking && *tracking != 6) {
     b.has_tracking_authorization_status = true;
     b.tracking_authorization_status = static_cast<std::uint32_t>(*tracking);
   }
   // The device identifier that consent allows.
-  APMConsentVerdict consent = APMConsentVerdictOf(settings_.consentSignals);
-  std::optional<std::string> resettable = identity.advertisingIdentifier();
+  APMConsentVerdict consent = APMConsentVerdictOf(inputs.consentSignals);
+  const std::optional<std::string>& resettable = inputs.advertisingIdentifier;
   bool trackingAllowed = !tracking || *tracking == platform::kTrackingAuthorized;
   bool useResettable = resettable && !resettable->empty() && !consent.adsDenied && trackingAllowed;
   if (useResettable) {
     APMPBSetString(&b.resettable_device_id, *resettable);
-  } else if (!consent.analyticsDenied) {
-    if (auto vendor = identity.identifierForVendor()) APMPBSetString(&b.vendor_device_id, *vendor);
+  } else if (!consent.analyticsDenied && inputs.vendorIdentifier) {
+    APMPBSetString(&b.vendor_device_id, *inputs.vendorIdentifier);
   }
-  std::string instance = APMAppInstanceID(*persistedConfig_);
-  if (!instance.empty()) APMPBSetString(&b.app_instance_id, instance);
+  if (!inputs.appInstanceID.empty()) APMPBSetString(&b.app_instance_id, inputs.appInstanceID);
   b.has_limited_ad_tracking = true;
   b.limited_ad_tracking = !useResettable;
   if (consent.analyticsDenied) {
@@ -592,13 +625,12 @@ APMPBMessage<APMPBMeasurementBundle> APMMeasurement::createRawEventMetadataWithU
     APMPBClearString(&b.app_instance_id);
     APMPBClearString(&b.vendor_device_id);
   }
-  platform::DeviceFactsSnapshot facts = platform::deviceFacts().facts();
-  APMPBSetString(&b.device_model, facts.model);
-  APMPBSetString(&b.os_version, facts.osVersion);
+  APMPBSetString(&b.device_model, inputs.model);
+  APMPBSetString(&b.os_version, inputs.osVersion);
   b.has_time_zone_offset_minutes = true;
-  b.time_zone_offset_minutes = facts.timeZoneOffsetSeconds / 60;
-  APMPBSetString(&b.user_language, facts.language);
-  for (const APMUserAttribute& attribute : attributes) {
+  b.time_zone_offset_minutes = inputs.timeZoneOffsetSeconds / 60;
+  APMPBSetString(&b.user_language, inputs.language);
+  for (const APMUserAttribute& attribute : inputs.attributes) {
     fillUserAttribute(APMPBAppend(&b.user_properties, &b.user_properties_count), attribute);
   }
   return header;
@@ -631,22 +663,26 @@ bool APMMeasurement::writeEvent(const APMEvent& event, bool isPublicEvent, bool 
       return true;
     }
   }
-  auto header = createRawEventMetadataWithUserAttributes(*attributes);
-  auto headerBytes = header.protoBuffer(&error);
-  if (!headerBytes) return false;
-  std::int64_t fingerprint = apm_64LSBMD5(*headerBytes);
-  if (!database_->insertIfNotExistsRawEventMetadata(fingerprint, *headerBytes, &error)) {
+  HeaderInputs inputs = headerInputsWithUserAttributes(std::move(*attributes));
+  if (!lastHeader_ || !(lastHeader_->inputs == inputs)) {
+    lastHeader_.reset();
+    auto headerBytes = headerWithInputs(inputs).protoBuffer(&error);
+    if (!headerBytes) return false;
+    std::int64_t fingerprint = apm_64LSBMD5(*headerBytes);
+    lastHeader_ = WrittenHeader{std::move(inputs), std::move(*headerBytes), fingerprint};
+  }
+  const kit::Data& headerBytes = lastHeader_->bytes;
+  std::int64_t fingerprint = lastHeader_->fingerprint;
+  if (!database_->insertIfNotExistsRawEventMetadata(fingerprint, headerBytes, &error)) {
     APMMonitor::log(kAPMMonitorLevelError, kCodeCannotRecordMetadata,
                     "Data loss. Cannot record event metadata. Error", error.localizedDescription);
     return false;
   }
   // The cap deletes nothing while the span of row ids fits under it (the count can only be
   // smaller than the span); the span takes two index lookups, the cap a walk of the table.
-  auto span = database_->store().numberForQuery(
-      "SELECT (SELECT max(rowid) FROM raw_events) - (SELECT min(rowid) FROM raw_events) + 1", {},
-      &error);
+  auto span = database_->rawEventsRowIDSpan(&error);
   std::optional<std::int64_t> deleted = std::int64_t{0};
-  if (!span || span->numberAsInteger().value_or(0) > settings_.maxEventsStored - 1) {
+  if (!span || *span > settings_.maxEventsStored - 1) {
     deleted = database_->deleteRawEventsOverAbsoluteLimit(settings_.maxEventsStored, &error);
   }
   if (!deleted) {
@@ -668,13 +704,17 @@ bool APMMeasurement::writeEvent(const APMEvent& event, bool isPublicEvent, bool 
       return false;
     }
   }
-  auto proto = event.protoEvent();
-  if (!database_->insertRawEvent(*proto, fingerprint, isRealtime, &error)) {
+  kit::Data data;
+  std::int64_t timestampMillis = APMMilliseconds(event.timestamp());
+  if (!event.encodeWithoutName(&data, &error) ||
+      // The name column holds what the message would: the text up to any NUL.
+      !database_->insertRawEvent(event.name().c_str(), timestampMillis, std::move(data),
+                                 fingerprint, isRealtime, &error)) {
     APMMonitor::log(kAPMMonitorLevelError, kCodeCannotRecordRawEvent,
                     "Data loss. Cannot record raw event. Error", error.localizedDescription);
     return false;
   }
-  noteRawEventWritten(static_cast<double>(proto->timestamp_millis) / 1000.0, isRealtime);
+  noteRawEventWritten(static_cast<double>(timestampMillis) / 1000.0, isRealtime);
   if (event.name() == "_f") storePreviousFirstOpenCount(previousFirstOpenCount() + 1);
   if (APMMonitor::isLoggable(kAPMMonitorLevelDebug)) {
     APMMonitor::log(kAPMMonitorLevelDebug, kCodeEventLogged,

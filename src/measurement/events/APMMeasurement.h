@@ -170,6 +170,30 @@ class APMMeasurement {
   APMPBMessage<APMPBMeasurementBundle> createRawEventMetadataWithUserAttributes(
       const std::vector<APMUserAttribute>& attributes);
 
+  // Everything a header is made of besides the application's fixed facts, read now: the
+  // consent signals, the identifiers that consent allows, the device facts and the user
+  // properties. Equal inputs make byte-equal headers.
+  struct HeaderInputs {
+    std::string consentSignals;
+    std::optional<int> trackingStatus;
+    std::optional<std::string> advertisingIdentifier;
+    // Read only when the resettable identifier does not go in and analytics are allowed.
+    std::optional<std::string> vendorIdentifier;
+    std::string appInstanceID;
+    std::string model;
+    std::string osVersion;
+    std::string language;
+    int timeZoneOffsetSeconds = 0;
+    std::vector<APMUserAttribute> attributes;
+
+    bool operator==(const HeaderInputs&) const = default;
+  };
+  // Reads the inputs of a header now, from the settings, the platform and the persisted
+  // configuration (which makes the application instance identifier when there is none).
+  HeaderInputs headerInputsWithUserAttributes(std::vector<APMUserAttribute> attributes);
+  // The header those inputs make, with the application's fixed facts.
+  APMPBMessage<APMPBMeasurementBundle> headerWithInputs(const HeaderInputs& inputs);
+
   // ---- consent (worker queue; defined in consent/APMConsent.cpp) ----
   // Reads the consent settings into the signal bundles carry, under the configuration's
   // switches (at start, on each change, after a new configuration). At start, also loads the persisted settings (or the information dictionary's
@@ -282,6 +306,14 @@ class APMMeasurement {
   const RawEventFacts& rawEventFacts();
   void noteRawEventWritten(double timestamp, bool realtime);
   bool reportedNoHost_ = false;
+  // The last header an event was written with: while the inputs stay equal, the next event
+  // shares its bytes and fingerprint without encoding and hashing them again.
+  struct WrittenHeader {
+    HeaderInputs inputs;
+    kit::Data bytes;
+    std::int64_t fingerprint = 0;
+  };
+  std::optional<WrittenHeader> lastHeader_;
   // Completions hold this weakly: a torn-down client ignores them.
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);
   std::mutex listenersMu_;

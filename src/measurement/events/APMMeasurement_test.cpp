@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <cmath>
+#include <limits>
 
 #include "measurement/events/APMEventsTestSupport.h"
 #include "platform/Platform.h"
@@ -54,6 +55,44 @@ TEST(APMEventTest, ProtoRoundTripKeepsArraysAndPreviousTime) {
   EXPECT_EQ(back->parameters(), e->parameters());
   EXPECT_EQ(back->origin(), "app");
   EXPECT_EQ(back->previousTimestamp(), 30);
+}
+
+// raw_events keeps the event written straight from APMEvent; it must be the bytes the
+// message serialiser makes of protoEvent() without its name, for every kind of value.
+TEST(APMEventTest, DirectEncodingMatchesTheSerialisedMessage) {
+  std::string embeddedNul("ab", 3);
+  std::vector<std::optional<APMEvent>> events{
+      APMEvent::create("app", "plain", 1735689600.123, 0,
+                       {{"media_type", Str("photos")}, {"sections", Int(7)},
+                        {"seconds", APMValue::fromDouble(1.5)}}),
+      APMEvent::create("auto", "_e", -12.5, 3,
+                       {{"empty", Str("")}, {"negative", Int(-1)},
+                        {"nul", APMValue::fromString(embeddedNul)},
+                        {"inf", APMValue::fromDouble(-INFINITY)},
+                        {"big", Int(std::numeric_limits<std::int64_t>::min())}}),
+      APMEvent::create("app", "purchase", 20.5, 30,
+                       {{"items", APMValue::fromArray({{{"item_id", Str("a")},
+                                                         {"price", APMValue::fromDouble(2.5)}},
+                                                        {},
+                                                        {{"quantity", Int(300)}}})},
+                        {"none", APMValue::fromArray({})}}),
+      // Lengths of one, two and three bytes in front of nested messages.
+      APMEvent::create("app", "long", 5, 0,
+                       {{"a", APMValue::fromString(std::string(200, 'x'))},
+                        {"b", APMValue::fromString(std::string(20000, 'y'))},
+                        {"items", APMValue::fromArray(std::vector<APMParameters>(
+                                      300, {{"item_name", Str("thing")}}))}}),
+  };
+  for (const auto& e : events) {
+    ASSERT_TRUE(e);
+    auto proto = e->protoEvent();
+    APMPBClearString(&proto->name);
+    auto expected = proto.protoBuffer();
+    ASSERT_TRUE(expected);
+    kit::Data direct;
+    ASSERT_TRUE(e->encodeWithoutName(&direct, nullptr)) << e->name();
+    EXPECT_EQ(direct, *expected) << e->name();
+  }
 }
 
 using APMWritePathTest = APMEventsTest;

@@ -24,7 +24,8 @@ static_assert(offsetof(APMPBMeasurementBundle, vendor_device_id) <
 namespace {
 
 constexpr int kMessageCodeStreamTooBig = 30001;
-constexpr std::size_t kScratchSize = 16 * 1024;
+// Room for a bundle or a batch under the default upload size limit (64 KiB) and its header.
+constexpr std::size_t kScratchSize = 128 * 1024;
 
 bool refuseTooBig(std::size_t size, std::size_t limit, platform::Error* error) {
   char text[128];

@@ -409,6 +409,7 @@ std::unique_ptr<APMDatabase> APMDatabase::initWithDatabasePath(
 bool APMDatabase::initializeDatabaseResourcesWithContext(const std::string& context,
                                                          platform::Error* error) {
   (void)context;  // a label only
+  dropRowCache();
   auto store = APMSqliteStore::initWithDatabasePath(path_, error);
   if (!store) return false;
   store_ = std::move(store);
@@ -455,12 +456,25 @@ bool APMDatabase::ensureAllTables(platform::Error* error) {
 }
 
 bool APMDatabase::reset(platform::Error* error) {
+  dropRowCache();
   // The old file must go first: reopening it would bring the old data back.
   if (!store_->closeAndDeleteDatabase(error)) {
     APMMonitor::log(kAPMMonitorLevelError, kCodeResetFailed, "Failed to delete database data");
     return false;
   }
   return initializeDatabaseResourcesWithContext("Reset", error);
+}
+
+APMDatabase::RowCache& APMDatabase::rowCache() {
+  if (!store_ || !store_->isOpen() || rowCache_.rollbacks != store_->rollbackCount()) {
+    dropRowCache();
+  }
+  return rowCache_;
+}
+
+void APMDatabase::dropRowCache() {
+  rowCache_ = RowCache();
+  if (store_) rowCache_.rollbacks = store_->rollbackCount();
 }
 
 bool APMDatabase::performTransaction(const std::function<bool()>& block, platform::Error* error) {
@@ -514,6 +528,15 @@ bool APMDatabase::checkRoomForRow(const std::string& table, const std::string& c
 bool APMDatabase::upsertDataType(const Record& record, const std::string& table,
                                  const std::string& columnName, const kit::Value& columnValue,
                                  std::int64_t tableLimit, platform::Error* error) {
+  RowCache& cache = rowCache();
+  if (table == kUserAttributes) cache.userAttributes.reset();
+  if (table == kEvents) {
+    if (const std::string* name = columnValue.asString()) {
+      cache.eventAggregates.erase(*name);
+    } else {
+      cache.eventAggregates.clear();
+    }
+  }
   return checkRoomForRow(table, columnName, columnValue, tableLimit, error) &&
          store_->upsertRecord(record, table, error);
 }
@@ -546,37 +569,65 @@ bool APMDatabase::updateAppMetadata(const APMAppMetadata& metadata, platform::Er
 }
 
 std::optional<APMDailyCounts> APMDatabase::dailyCounts(platform::Error* error) {
-  auto rows = store_->recordsForQuery(
-      "SELECT day, daily_conversions_count, daily_events_count, daily_public_events_count, "
-      "daily_error_events_count, daily_real_time_conversion_events_count FROM app_metadata "
-      "WHERE rowid = ?",
-      {1}, error);
-  if (!rows) return std::nullopt;
+  RowCache& cache = rowCache();
+  if (!cache.dailyCounts) {
+    auto rows = store_->recordsForQuery(
+        "SELECT day, daily_conversions_count, daily_events_count, daily_public_events_count, "
+        "daily_error_events_count, daily_real_time_conversion_events_count FROM app_metadata "
+        "WHERE rowid = ?",
+        {1}, error);
+    if (!rows) return std::nullopt;
+    RowCache::DailyCounts stored;
+    if (!rows->empty()) {
+      const Record& r = rows->front();
+      auto count = [&r](const char* column) {
+        return static_cast<std::int32_t>(readInteger(r, column));
+      };
+      stored.rowExists = true;
+      stored.day = readOptionalInteger(r, "day");
+      stored.counts.conversionsCount = count("daily_conversions_count");
+      stored.counts.allEventsCount = count("daily_events_count");
+      stored.counts.publicEventsCount = count("daily_public_events_count");
+      stored.counts.errorEventsCount = count("daily_error_events_count");
+      stored.counts.realtimeCount = count("daily_real_time_conversion_events_count");
+    }
+    cache.dailyCounts = stored;
+  }
   APMDailyCounts counts;
   counts.day =
       static_cast<std::int32_t>(std::floor((now() - persistedConfig_->midnightOffset()) / 86400.0));
-  if (rows->empty()) return counts;
-  const Record& r = rows->front();
-  if (readOptionalInteger(r, "day") != std::optional<std::int64_t>(counts.day)) return counts;
-  auto count = [&r](const char* column) {
-    return static_cast<std::int32_t>(readInteger(r, column));
-  };
-  counts.conversionsCount = count("daily_conversions_count");
-  counts.allEventsCount = count("daily_events_count");
-  counts.publicEventsCount = count("daily_public_events_count");
-  counts.errorEventsCount = count("daily_error_events_count");
-  counts.realtimeCount = count("daily_real_time_conversion_events_count");
+  const RowCache::DailyCounts& stored = *cache.dailyCounts;
+  if (!stored.rowExists || stored.day != std::optional<std::int64_t>(counts.day)) return counts;
+  std::int32_t day = counts.day;
+  counts = stored.counts;
+  counts.day = day;
   return counts;
 }
 
 bool APMDatabase::updateDailyCounts(const APMDailyCounts& counts, platform::Error* error) {
-  return store_->updateRecord({{"day", counts.day},
-                               {"daily_conversions_count", counts.conversionsCount},
-                               {"daily_events_count", counts.allEventsCount},
-                               {"daily_public_events_count", counts.publicEventsCount},
-                               {"daily_error_events_count", counts.errorEventsCount},
-                               {"daily_real_time_conversion_events_count", counts.realtimeCount}},
-                              kAppMetadata, "rowid", 1, error);
+  // The statement the generic update builds from these columns (in name order), written out
+  // once so that the write path does not build it for every event.
+  static const std::string kSQL =
+      "UPDATE app_metadata SET daily_conversions_count=?,daily_error_events_count=?,"
+      "daily_events_count=?,daily_public_events_count=?,"
+      "daily_real_time_conversion_events_count=?,day=? WHERE rowid=?";
+  RowCache& cache = rowCache();
+  std::optional<RowCache::DailyCounts> before = std::move(cache.dailyCounts);
+  cache.dailyCounts.reset();
+  if (!store_->executeSQL(kSQL,
+                          {integer(counts.conversionsCount), integer(counts.errorEventsCount),
+                           integer(counts.allEventsCount), integer(counts.publicEventsCount),
+                           integer(counts.realtimeCount), integer(counts.day), integer(1)},
+                          error)) {
+    return false;
+  }
+  if (before) {
+    // An UPDATE of a missing row changes nothing: the copy keeps saying so.
+    before->day = counts.day;
+    if (before->rowExists) before->counts = counts;
+    cache.dailyCounts = std::move(before);
+  }
+  return true;
 }
 
 std::optional<kit::Data> APMDatabase::queryRemoteConfigData(platform::Error* error) {
@@ -608,15 +659,21 @@ bool APMDatabase::updateRemoteConfigSuccessfulTimestamp(double timestamp, platfo
 bool APMDatabase::insertIfNotExistsRawEventMetadata(std::int64_t fingerprint,
                                                     const kit::Data& metadata,
                                                     platform::Error* error) {
+  RowCache& cache = rowCache();
+  if (cache.metadataFingerprints.count(fingerprint)) return true;
   kit::Value key = integer(fingerprint);
   auto existing =
       store_->rowCountForTableWithName(kRawEventsMetadata, "metadata_fingerprint", key, error);
   if (!existing) return false;
-  if (*existing > 0) return true;
-  return checkRoomForRow(kRawEventsMetadata, "metadata_fingerprint", key, kRawEventsMetadataLimit,
-                         error) &&
-         store_->upsertRecord({{"metadata_fingerprint", key}, {"metadata", metadata}},
-                              kRawEventsMetadata, error);
+  if (*existing == 0 &&
+      !(checkRoomForRow(kRawEventsMetadata, "metadata_fingerprint", key, kRawEventsMetadataLimit,
+                        error) &&
+        store_->upsertRecord({{"metadata_fingerprint", key}, {"metadata", metadata}},
+                             kRawEventsMetadata, error))) {
+    return false;
+  }
+  cache.metadataFingerprints.insert(fingerprint);
+  return true;
 }
 
 std::optional<std::optional<APMPBMessage<APMPBMeasurementBundle>>>
@@ -635,11 +692,13 @@ APMDatabase::queryRawEventsMetadataWithFingerprint(std::int64_t fingerprint,
 
 bool APMDatabase::deleteRawEventMetadataWithMetadataFingerprint(std::int64_t fingerprint,
                                                                 platform::Error* error) {
+  rowCache().metadataFingerprints.erase(fingerprint);
   return store_->deleteRecordFromTableWithName(kRawEventsMetadata, "metadata_fingerprint",
                                                integer(fingerprint), error);
 }
 
 std::optional<std::int64_t> APMDatabase::deleteUnusedRawEventsMetadata(platform::Error* error) {
+  rowCache().metadataFingerprints.clear();
   return store_->deleteRecordsFromTableWithName(
       kRawEventsMetadata,
       "metadata_fingerprint NOT IN (SELECT DISTINCT metadata_fingerprint FROM raw_events)", {},
@@ -647,7 +706,25 @@ std::optional<std::int64_t> APMDatabase::deleteUnusedRawEventsMetadata(platform:
 }
 
 std::optional<bool> APMDatabase::isRawEventsTableEmpty(platform::Error* error) {
+  if (rowCache().rawEventsStored) return false;
   return queryTruth("SELECT NOT EXISTS (SELECT 1 FROM raw_events LIMIT 1)", {}, error);
+}
+
+std::optional<std::int64_t> APMDatabase::rawEventsRowIDSpan(platform::Error* error) {
+  RowCache& cache = rowCache();
+  if (!cache.rawEventsRowIDs) {
+    auto rows = store_->recordsForQuery(
+        "SELECT (SELECT min(rowid) FROM raw_events) AS low, (SELECT max(rowid) FROM raw_events) "
+        "AS high",
+        {}, error);
+    if (!rows) return std::nullopt;
+    auto low = rows->empty() ? std::nullopt : readOptionalInteger(rows->front(), "low");
+    auto high = rows->empty() ? std::nullopt : readOptionalInteger(rows->front(), "high");
+    cache.rawEventsRowIDs.emplace();
+    if (low && high) *cache.rawEventsRowIDs = std::make_pair(*low, *high);
+  }
+  const auto& ids = *cache.rawEventsRowIDs;
+  return ids ? ids->second - ids->first + 1 : 0;
 }
 
 bool APMDatabase::insertRawEvent(const APMPBEvent& event, std::int64_t metadataFingerprint,
@@ -657,12 +734,39 @@ bool APMDatabase::insertRawEvent(const APMPBEvent& event, std::int64_t metadataF
   nameless.name = nullptr;
   kit::Data data;
   if (!APMPBEncode(APMPBMessage<APMPBEvent>::fields(), &nameless, &data, error)) return false;
-  return store_->upsertRecord({{"name", std::string(APMPBString(event.name))},
-                               {"timestamp", static_cast<double>(event.timestamp_millis) / 1000.0},
-                               {"metadata_fingerprint", integer(metadataFingerprint)},
-                               {"data", std::move(data)},
-                               {"is_realtime", isRealtime ? 1 : 0}},
-                              kRawEvents, error);
+  return insertRawEvent(std::string(APMPBString(event.name)), event.timestamp_millis,
+                        std::move(data), metadataFingerprint, isRealtime, error);
+}
+
+bool APMDatabase::insertRawEvent(const std::string& name, std::int64_t timestampMillis,
+                                 kit::Data data, std::int64_t metadataFingerprint,
+                                 bool isRealtime, platform::Error* error) {
+  // The statement the generic upsert builds from these columns (in name order), written out
+  // once so that the write path does not build it for every event.
+  static const std::string kSQL =
+      "INSERT OR REPLACE INTO raw_events (data, is_realtime, metadata_fingerprint, name, "
+      "timestamp) VALUES (?, ?, ?, ?, ?);";
+  RowCache& cache = rowCache();
+  if (!store_->executeSQL(kSQL,
+                          {kit::Value(std::move(data)), integer(isRealtime ? 1 : 0),
+                           integer(metadataFingerprint), name,
+                           static_cast<double>(timestampMillis) / 1000.0},
+                          error)) {
+    return false;
+  }
+  cache.rawEventsStored = true;
+  if (cache.rawEventsRowIDs) {
+    std::int64_t id = store_->lastInsertRowID();
+    auto& ids = *cache.rawEventsRowIDs;
+    if (ids && id > ids->second) {
+      ids->second = id;
+    } else if (!ids) {
+      ids = std::make_pair(id, id);
+    } else {
+      cache.rawEventsRowIDs.reset();  // not the next row id: read them again
+    }
+  }
+  return true;
 }
 
 std::optional<double> APMDatabase::queryLatestRawEventTime(platform::Error* error) {
@@ -703,6 +807,8 @@ std::optional<bool> APMDatabase::containsRawEventWithMetadataFingerprint(
 }
 
 bool APMDatabase::deleteRawEventsWithMaxRowID(std::int64_t maxRowID, platform::Error* error) {
+  rowCache().rawEventsStored = false;
+  rowCache().rawEventsRowIDs.reset();
   return store_
       ->deleteRecordsFromTableWithName(kRawEvents, "rowid <= ?", {integer(maxRowID)}, error)
       .has_value();
@@ -710,6 +816,8 @@ bool APMDatabase::deleteRawEventsWithMaxRowID(std::int64_t maxRowID, platform::E
 
 std::optional<std::int64_t> APMDatabase::deleteRawEventsOverAbsoluteLimit(
     std::int64_t maxEventsStored, platform::Error* error) {
+  rowCache().rawEventsStored = false;
+  rowCache().rawEventsRowIDs.reset();
   return store_->deleteRecordsFromTableWithName(
       kRawEvents, "rowid IN (SELECT rowid FROM raw_events ORDER BY rowid DESC LIMIT -1 OFFSET ?)",
       {integer(std::max<std::int64_t>(maxEventsStored - 1, 0))}, error);
@@ -722,6 +830,8 @@ std::optional<std::int64_t> APMDatabase::deleteStaleRawEventsDataOlderThanMaxAge
          "Cannot delete stale raw events given negative time period");
     return std::nullopt;
   }
+  rowCache().rawEventsStored = false;
+  rowCache().rawEventsRowIDs.reset();
   return store_->deleteRecordsFromTableWithName(
       kRawEvents, "abs(timestamp - cast(? as REAL)) > cast(? as REAL)", {now(), maxAge}, error);
 }
@@ -903,6 +1013,10 @@ std::optional<bool> APMDatabase::containsRealtimeBundlesWithError(platform::Erro
 
 std::optional<std::optional<APMEventAggregates>> APMDatabase::queryEventAggregatesWithName(
     const std::string& name, platform::Error* error) {
+  RowCache& cache = rowCache();
+  if (auto it = cache.eventAggregates.find(name); it != cache.eventAggregates.end()) {
+    return std::optional<APMEventAggregates>(it->second);
+  }
   auto rows = store_->recordsForQuery("SELECT * FROM events WHERE name = ?", {name}, error);
   if (!rows) return std::nullopt;
   if (rows->empty()) return std::optional<APMEventAggregates>();
@@ -911,6 +1025,7 @@ std::optional<std::optional<APMEventAggregates>> APMDatabase::queryEventAggregat
     APMSetError(error, kAPMErrorCodeFailedStep, "Invalid event aggregates");
     return std::nullopt;
   }
+  if (aggregates->name == name) cache.eventAggregates.insert_or_assign(name, *aggregates);
   return std::optional<APMEventAggregates>(std::move(*aggregates));
 }
 
@@ -922,21 +1037,34 @@ std::optional<std::vector<APMEventAggregates>> APMDatabase::queryAllEventAggrega
 }
 
 bool APMDatabase::updateEventAggregates(const APMEventAggregates& a, platform::Error* error) {
-  return upsertDataType(
-      {{"name", a.name},
-       {"lifetime_count", integer(a.lifetimeCount)},
-       {"current_bundle_count", integer(a.currentBundleCount)},
-       {"current_session_count", integer(a.currentSessionCount)},
-       {"last_fire_timestamp", a.lastFireTimestamp},
-       {"last_bundled_timestamp", optionalValue(a.lastBundledTimestamp)},
-       {"last_sampled_complex_event_id", optionalValue(a.lastSampledComplexEventID)},
-       {"last_sampling_rate", optionalValue(a.lastSamplingRate)},
-       {"last_exempt_from_sampling", a.lastExemptFromSampling ? 1 : 0},
-       {"last_bundled_day", optionalValue(a.lastBundledDay)}},
-      kEvents, "name", a.name, kEventsLimit, error);
+  // The upsert the generic path builds from these columns (in name order), written out once:
+  // bundling writes the aggregates of every event it takes.
+  static const std::string kSQL =
+      "INSERT OR REPLACE INTO events (current_bundle_count, current_session_count, "
+      "last_bundled_day, last_bundled_timestamp, last_exempt_from_sampling, last_fire_timestamp, "
+      "last_sampled_complex_event_id, last_sampling_rate, lifetime_count, name) VALUES (?, ?, ?, "
+      "?, ?, ?, ?, ?, ?, ?);";
+  RowCache& cache = rowCache();
+  // A name whose row is known to stand in the table always has room.
+  auto known = cache.eventAggregates.find(a.name);
+  bool exists = known != cache.eventAggregates.end();
+  if (exists) cache.eventAggregates.erase(known);
+  if (!exists && !checkRoomForRow(kEvents, "name", a.name, kEventsLimit, error)) return false;
+  if (!store_->executeSQL(kSQL,
+                          {integer(a.currentBundleCount), integer(a.currentSessionCount),
+                           optionalValue(a.lastBundledDay), optionalValue(a.lastBundledTimestamp),
+                           integer(a.lastExemptFromSampling ? 1 : 0), a.lastFireTimestamp,
+                           optionalValue(a.lastSampledComplexEventID),
+                           optionalValue(a.lastSamplingRate), integer(a.lifetimeCount), a.name},
+                          error)) {
+    return false;
+  }
+  rowCache().eventAggregates.insert_or_assign(a.name, a);
+  return true;
 }
 
 bool APMDatabase::clearCurrentSessionCounts(platform::Error* error) {
+  rowCache().eventAggregates.clear();
   return store_->updateAllRecordsInTableWithName(kEvents, "current_session_count", 0, error);
 }
 
@@ -948,9 +1076,13 @@ std::optional<std::int64_t> APMDatabase::countPublicEventNames(platform::Error* 
 
 std::optional<std::vector<APMUserAttribute>> APMDatabase::queryAllUserAttributes(
     platform::Error* error) {
+  RowCache& cache = rowCache();
+  if (cache.userAttributes) return *cache.userAttributes;
   auto rows = store_->recordsForQuery("SELECT * FROM user_attributes", {}, error);
   if (!rows) return std::nullopt;
-  return parseAll<APMUserAttribute>(*rows, userAttributeFromRecord);
+  auto attributes = parseAll<APMUserAttribute>(*rows, userAttributeFromRecord);
+  if (attributes.size() == rows->size()) cache.userAttributes = attributes;
+  return attributes;
 }
 
 std::optional<std::optional<APMUserAttribute>> APMDatabase::queryUserAttributeWithName(
@@ -975,6 +1107,7 @@ bool APMDatabase::updateUserAttribute(const APMUserAttribute& attribute, platfor
 }
 
 bool APMDatabase::deleteUserAttributeWithName(const std::string& name, platform::Error* error) {
+  rowCache().userAttributes.reset();
   return store_->deleteRecordFromTableWithName(kUserAttributes, "name", name, error);
 }
 

@@ -13,6 +13,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -105,10 +107,17 @@ class APMDatabase {
   // Deletes the headers no raw event uses; returns how many went.
   std::optional<std::int64_t> deleteUnusedRawEventsMetadata(platform::Error* error);
   std::optional<bool> isRawEventsTableEmpty(platform::Error* error);
+  // The largest row id of raw_events less the smallest, plus one: a bound on the number of
+  // rows that costs no walk of the table. 0 when the table is empty.
+  std::optional<std::int64_t> rawEventsRowIDSpan(platform::Error* error);
   // Stores `event` without its name (the name stands in its column); the timestamp column is
   // the event's milliseconds / 1000.0.
   bool insertRawEvent(const APMPBEvent& event, std::int64_t metadataFingerprint, bool isRealtime,
                       platform::Error* error);
+  // The same with the event already serialised without its name (`data`), its name and its
+  // time in milliseconds given apart.
+  bool insertRawEvent(const std::string& name, std::int64_t timestampMillis, kit::Data data,
+                      std::int64_t metadataFingerprint, bool isRealtime, platform::Error* error);
   // The newest raw event time in seconds; 0 when there is none.
   std::optional<double> queryLatestRawEventTime(platform::Error* error);
   // The oldest rows (at most kRawEventsReadLimit) of `metadataFingerprint`, in row order,
@@ -287,8 +296,43 @@ class APMDatabase {
   bool insertFilter(const std::string& table, const std::string& nameColumn,
                     const APMAudienceFilterRecord& filter, platform::Error* error);
 
+  // Copies of the rows that the write path reads for every event. A copy is made when a read
+  // or a write through this class has seen the row, and stands for the row while the file
+  // can only have changed through this class: a write through this class keeps its copy up to
+  // date or drops it, and any rollback on the handle drops them all (a copy made inside a
+  // transaction that did not commit would be wrong). Rows that fail to parse are never
+  // copied, so their failures are reported at every read as before. This rests on the worker
+  // queue being the file's only writer, as the rest of the client does.
+  // The fingerprints are bounded by the header table's own limit.
+  struct RowCache {
+    std::uint64_t rollbacks = 0;
+    // The daily columns of app_metadata as stored: the row's day (nothing when NULL) and its
+    // counts; `rowExists` false when app_metadata has no row.
+    struct DailyCounts {
+      bool rowExists = false;
+      std::optional<std::int64_t> day;
+      APMDailyCounts counts;
+    };
+    std::optional<DailyCounts> dailyCounts;
+    // Every row of user_attributes in table order.
+    std::optional<std::vector<APMUserAttribute>> userAttributes;
+    // Rows of events by name.
+    std::unordered_map<std::string, APMEventAggregates> eventAggregates;
+    // Fingerprints known to stand in raw_events_metadata.
+    std::unordered_set<std::int64_t> metadataFingerprints;
+    // A raw event was stored since raw_events last lost rows: the table is not empty.
+    bool rawEventsStored = false;
+    // The smallest and largest row ids of raw_events (nothing inside when it is empty).
+    std::optional<std::optional<std::pair<std::int64_t, std::int64_t>>> rawEventsRowIDs;
+  };
+  // The copies, dropped first when a rollback happened since they were made or the store is
+  // closed.
+  RowCache& rowCache();
+  void dropRowCache();
+
   std::string path_;
   std::shared_ptr<APMPersistedConfig> persistedConfig_;
   std::unique_ptr<APMSqliteStore> store_;
   APMDatabaseLimits limits_;
+  RowCache rowCache_;
 };

@@ -550,6 +550,97 @@ TEST_F(APMDatabaseTest, RawEventHeadersAreKeptOncePerFingerprint) {
   EXPECT_FALSE(*found);
 }
 
+// The write path reads counts, properties, aggregates, header fingerprints and row ids from
+// copies; whatever a rolled-back transaction wrote or read must not outlive it in them.
+TEST_F(APMDatabaseTest, ReadsFollowTheFileAfterARolledBackTransaction) {
+  auto counts = *database_->dailyCounts(nullptr);
+  counts.allEventsCount = 4;
+  ASSERT_TRUE(database_->updateDailyCounts(counts, nullptr));
+  ASSERT_TRUE(database_->updateUserAttribute({"app", "kept", APMValue::fromInt64(1), 1}, nullptr));
+  ASSERT_TRUE(database_->insertRawEvent(*makeEvent("e", now()), 5, false, nullptr));
+  ASSERT_EQ(database_->rawEventsRowIDSpan(nullptr), 1);
+
+  EXPECT_FALSE(database_->performTransaction(
+      [&] {
+        APMDailyCounts more = counts;
+        more.allEventsCount = 9;
+        return database_->updateDailyCounts(more, nullptr) &&
+               database_->dailyCounts(nullptr)->allEventsCount == 9 &&
+               database_->updateUserAttribute({"app", "gone", APMValue::fromInt64(2), 2},
+                                              nullptr) &&
+               database_->queryAllUserAttributes(nullptr)->size() == 2 &&
+               database_->updateEventAggregates(*APMEventAggregates::create("gone", 1, 1, 1, 3),
+                                                nullptr) &&
+               database_->queryEventAggregatesWithName("gone", nullptr)->has_value() &&
+               database_->insertIfNotExistsRawEventMetadata(77, {1}, nullptr) &&
+               database_->insertRawEvent(*makeEvent("gone", now()), 77, false, nullptr) &&
+               database_->rawEventsRowIDSpan(nullptr) == 2 && false;
+      },
+      nullptr));
+
+  EXPECT_EQ(database_->dailyCounts(nullptr)->allEventsCount, 4);
+  auto attributes = database_->queryAllUserAttributes(nullptr);
+  ASSERT_TRUE(attributes);
+  ASSERT_EQ(attributes->size(), 1u);
+  EXPECT_EQ((*attributes)[0].name, "kept");
+  auto gone = database_->queryEventAggregatesWithName("gone", nullptr);
+  ASSERT_TRUE(gone);
+  EXPECT_FALSE(*gone);
+  EXPECT_EQ(database_->rawEventsRowIDSpan(nullptr), 1);
+  // The header is written again, since the file never kept it.
+  ASSERT_TRUE(database_->insertIfNotExistsRawEventMetadata(77, {2}, nullptr));
+  auto header = store().recordsForQuery(
+      "SELECT metadata FROM raw_events_metadata WHERE metadata_fingerprint = ?", {77}, nullptr);
+  ASSERT_TRUE(header);
+  ASSERT_EQ(header->size(), 1u);
+  EXPECT_EQ(header->front().at("metadata"), kit::Value(kit::Data{2}));
+}
+
+// A name counts as stored (and so escapes the table limit) only while the file holds it.
+TEST_F(APMDatabaseTest, ANameWhoseWriteWasRolledBackStillNeedsRoom) {
+  fill("events (name, lifetime_count, current_bundle_count, last_fire_timestamp)", 999,
+       "'n' || i, 1, 1, 0");
+  auto aggregates = [](const char* name) { return *APMEventAggregates::create(name, 1, 1, 1, 5); };
+  EXPECT_FALSE(database_->performTransaction(
+      [&] { return database_->updateEventAggregates(aggregates("x"), nullptr) && false; },
+      nullptr));
+  ASSERT_TRUE(database_->updateEventAggregates(aggregates("y"), nullptr));
+  platform::Error error;
+  EXPECT_FALSE(database_->updateEventAggregates(aggregates("x"), &error));
+  EXPECT_EQ(error.localizedDescription, "Failed to insert data type. Table is full");
+  EXPECT_TRUE(database_->updateEventAggregates(aggregates("y"), nullptr));
+  EXPECT_EQ(rows("events"), 1000);
+}
+
+TEST_F(APMDatabaseTest, TheRowIDSpanAndEmptinessFollowInsertsAndEveryKindOfDelete) {
+  auto sqlSpan = [&] {
+    return store()
+        .numberForQuery(
+            "SELECT (SELECT max(rowid) FROM raw_events) - (SELECT min(rowid) FROM raw_events) + 1",
+            {}, nullptr)
+        ->numberAsInteger()
+        .value_or(0);
+  };
+  EXPECT_EQ(database_->rawEventsRowIDSpan(nullptr), 0);
+  EXPECT_EQ(database_->isRawEventsTableEmpty(nullptr), true);
+  for (int i = 0; i < 4; ++i) {
+    ASSERT_TRUE(database_->insertRawEvent(*makeEvent("e", now()), 1, false, nullptr));
+  }
+  EXPECT_EQ(database_->rawEventsRowIDSpan(nullptr), 4);
+  EXPECT_EQ(database_->isRawEventsTableEmpty(nullptr), false);
+  ASSERT_TRUE(database_->deleteRawEventsWithMaxRowID(2, nullptr));
+  EXPECT_EQ(database_->rawEventsRowIDSpan(nullptr), sqlSpan());
+  EXPECT_EQ(database_->rawEventsRowIDSpan(nullptr), 2);
+  ASSERT_TRUE(database_->insertRawEvent(*makeEvent("e", now()), 1, false, nullptr));
+  EXPECT_EQ(database_->rawEventsRowIDSpan(nullptr), 3);
+  EXPECT_EQ(database_->deleteRawEventsOverAbsoluteLimit(2, nullptr), 2);
+  EXPECT_EQ(database_->rawEventsRowIDSpan(nullptr), sqlSpan());
+  env_.advance(400 * kDay);
+  EXPECT_EQ(database_->deleteStaleRawEventsDataOlderThanMaxAge(kDay, nullptr), 1);
+  EXPECT_EQ(database_->rawEventsRowIDSpan(nullptr), 0);
+  EXPECT_EQ(database_->isRawEventsTableEmpty(nullptr), true);
+}
+
 TEST_F(APMDatabaseTest, BundlesAreDeletedByRowID) {
   EXPECT_EQ(database_->isQueuedBundleTableEmpty(nullptr), true);
   auto a = database_->insertBundle(*makeBundle(now()), false, nullptr);

@@ -129,6 +129,9 @@ class APMSqliteStore::Statement {
   const std::string* sql_ = nullptr;
   sqlite3_stmt* statement_ = nullptr;
   bool cached_ = false;
+  // The cache entry the statement came from, valid while the cache keeps its generation.
+  CachedStatement* entry_ = nullptr;
+  std::uint64_t generation_ = 0;
 };
 
 bool APMSqliteStore::Statement::prepare(const std::string& sql, const Parameters& values,
@@ -145,6 +148,8 @@ bool APMSqliteStore::Statement::prepare(const std::string& sql, const Parameters
     it->second.inUse = true;
     statement_ = it->second.statement;
     cached_ = true;
+    entry_ = &it->second;
+    generation_ = store_.cacheGeneration_;
     return bind(values, error);
   }
   // A statement already in use (a nested read of the same query) gets a private copy.
@@ -168,7 +173,8 @@ bool APMSqliteStore::Statement::prepare(const std::string& sql, const Parameters
     return false;
   }
   if (cacheable) {
-    store_.cache_[sql] = CachedStatement{statement_, true};
+    entry_ = &(store_.cache_[sql] = CachedStatement{statement_, true});
+    generation_ = store_.cacheGeneration_;
     cached_ = true;
   }
   return bind(values, error);
@@ -218,15 +224,21 @@ bool APMSqliteStore::Statement::finish(platform::Error* error) {
     sqlite3_finalize(statement);
     return true;
   }
-  auto it = store_.cache_.find(*sql_);
-  if (it == store_.cache_.end() || it->second.statement != statement) {
+  // Entries of the map stay in place until the cache is emptied, which changes its generation.
+  CachedStatement* entry = nullptr;
+  if (entry_ && generation_ == store_.cacheGeneration_) {
+    entry = entry_;
+  } else if (auto it = store_.cache_.find(*sql_); it != store_.cache_.end()) {
+    entry = &it->second;
+  }
+  if (!entry || entry->statement != statement) {
     sqlite3_finalize(statement);
     return APMSetError(error, kAPMErrorCodeInvalidState,
                        "Statement is not the same one in the cache");
   }
   sqlite3_reset(statement);
   sqlite3_clear_bindings(statement);
-  it->second.inUse = false;
+  entry->inUse = false;
   return true;
 }
 
@@ -264,6 +276,8 @@ bool APMSqliteStore::openAndValidateDatabase(platform::Error* error) {
     close();
     return false;
   }
+  sqlite3_rollback_hook(
+      db_, [](void* store) { ++static_cast<APMSqliteStore*>(store)->rollbacks_; }, this);
 
   static const char kNo[] = "false";
   if (::setxattr(path_.c_str(), kBackupAttribute, kNo, sizeof kNo - 1, 0) != 0) {
@@ -300,6 +314,7 @@ bool APMSqliteStore::validateIntegrity(platform::Error* error) {
 void APMSqliteStore::finalizeCachedStatements() {
   for (auto& [sql, cached] : cache_) sqlite3_finalize(cached.statement);
   cache_.clear();
+  ++cacheGeneration_;
 }
 
 void APMSqliteStore::close() {

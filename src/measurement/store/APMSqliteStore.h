@@ -148,6 +148,10 @@ class APMSqliteStore {
                   platform::Error* error);
   // The row id of the last row inserted through this store.
   std::int64_t lastInsertRowID() const;
+  // How many transactions SQLite has rolled back on this handle, whether by "ROLLBACK" or on
+  // its own after an error. Whoever keeps copies of rows in memory compares it to know when
+  // a copy made inside a transaction may no longer match the file.
+  std::uint64_t rollbackCount() const { return rollbacks_; }
 
   // Runs `block` between "BEGIN EXCLUSIVE TRANSACTION" and "END TRANSACTION"; a block that
   // returns false, or a commit that fails, rolls back. An exception from `block` rolls back
@@ -176,4 +180,7 @@ class APMSqliteStore {
   std::string path_;
   sqlite3* db_ = nullptr;
   std::unordered_map<std::string, CachedStatement> cache_;
+  // Changes whenever the cache is emptied.
+  std::uint64_t cacheGeneration_ = 0;
+  std::uint64_t rollbacks_ = 0;
 };

@@ -65,6 +65,8 @@ struct APMUserAttribute {
 
   // A name that does not start with "_".
   bool isPublic() const { return name.empty() || name[0] != '_'; }
+
+  bool operator==(const APMUserAttribute&) const = default;
 };
 
 // A row of `raw_events`, its event parsed with the name filled in again.

@@ -359,8 +359,9 @@ bool APMMeasurement::hasDataToUpload() {
   if (!database_) return false;
   platform::Error error;
   auto rawEmpty = database_->isRawEventsTableEmpty(&error);
+  if (rawEmpty && !*rawEmpty) return true;
   auto queueEmpty = database_->isQueuedBundleTableEmpty(&error);
-  return (rawEmpty && !*rawEmpty) || (queueEmpty && !*queueEmpty);
+  return queueEmpty && !*queueEmpty;
 }
 
 bool APMMeasurement::isNetworkReadyForRequest() {
