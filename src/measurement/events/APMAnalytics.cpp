@@ -1,5 +1,7 @@
 #include "measurement/events/APMAnalytics.h"
 
+#include <cctype>
+
 #include <cmath>
 #include <deque>
 #include <map>
@@ -130,8 +132,31 @@ void logOnSerialQueue(const std::string& origin, bool isPublicEvent, const std::
   });
 }
 
+// The personalised-ads setting a value stands for: a text reads as the platform reads a
+// string as a truth value (after blanks, a sign and leading zeros: "Y", "y", "T", "t" or a digit
+// 1 to 9 is true, anything else false); null clears the setting.
+std::optional<bool> personalizedAdsSetting(const kit::Value& value) {
+  if (value.isNull()) return std::nullopt;
+  if (auto b = value.asBool()) return *b;
+  if (auto i = value.asInteger()) return *i != 0;
+  if (auto d = value.asReal()) return *d != 0;
+  const std::string* text = value.asString();
+  if (!text) return false;
+  std::size_t i = 0;
+  while (i < text->size() && std::isspace(static_cast<unsigned char>((*text)[i]))) ++i;
+  if (i < text->size() && ((*text)[i] == '+' || (*text)[i] == '-')) ++i;
+  while (i < text->size() && (*text)[i] == '0') ++i;
+  if (i == text->size()) return false;
+  char c = (*text)[i];
+  return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
+}
+
 void applyUserPropertyOutcome(const APMUserPropertyOutcome& outcome) {
   double now = kit::Date::now().timeIntervalSince1970;
+  if (outcome.personalizedAds) {
+    std::optional<bool> allowed = personalizedAdsSetting(*outcome.personalizedAds);
+    withMeasurement([allowed](APMMeasurement& m) { m.setPersonalizedAdsOnWorkerQueue(allowed); });
+  }
   if (outcome.errorEventParameters) {
     // The error parameters are already clean; they go as they are.
     APMParameters parameters = *outcome.errorEventParameters;

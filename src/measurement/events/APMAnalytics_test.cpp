@@ -8,6 +8,7 @@
 
 #include "kit/ApplicationNotifications.h"
 #include "kit/NotificationCenter.h"
+#include "measurement/consent/APMLaunchContext.h"
 #include "measurement/events/APMEventsTestSupport.h"
 #include "measurement/events/APMRegistration.h"
 
@@ -107,6 +108,40 @@ TEST_F(APMAnalyticsTest, UserPropertiesListenersAndTheInterceptor) {
     EXPECT_EQ((*colour)->value, Str("blue"));
     EXPECT_EQ((*colour)->origin, "app");
   });
+}
+
+TEST_F(APMAnalyticsTest, PersonalizedAdsSettingBecomesNpa) {
+  connect();
+  auto npa = [&]() -> std::optional<APMValue> {
+    std::optional<APMValue> out;
+    onWorker([&] {
+      auto row = m().database()->queryUserAttributeWithName("_npa", nullptr);
+      if (row && *row) out = (*row)->value;
+    });
+    return out;
+  };
+  // Neither a setting nor a default: no property.
+  EXPECT_EQ(npa(), std::nullopt);
+  APMAnalytics::setUserPropertyString("false", "allow_personalized_ads");
+  env_.runUntilIdle();
+  EXPECT_EQ(npa(), Int(1));
+  APMAnalytics::setUserPropertyString("  0012", "allow_personalized_ads");  // read as true
+  env_.runUntilIdle();
+  EXPECT_EQ(npa(), Int(0));
+  // The setting is not a user property of its own, and it outlives the run.
+  onWorker([&] {
+    auto row = m().database()->queryUserAttributeWithName("allow_personalized_ads", nullptr);
+    EXPECT_TRUE(row && !*row);
+  });
+  // Cleared: the information dictionary's default, inverted, then nothing.
+  APMLaunchContext::setInfoDictionary({{"STUVOP_ANALYTICS_DEFAULT_ALLOW_AD_PERSONALIZATION_SIGNALS", false}});
+  APMAnalytics::setUserPropertyString(kit::Value(), "allow_personalized_ads");
+  env_.runUntilIdle();
+  EXPECT_EQ(npa(), Int(1));
+  APMLaunchContext::reset();
+  APMAnalytics::setUserPropertyString(kit::Value(), "allow_personalized_ads");
+  env_.runUntilIdle();
+  EXPECT_EQ(npa(), std::nullopt);
 }
 
 TEST(APMSelfStartTest, TheLaunchNotificationStartsTheClientWithoutTheApp) {

@@ -13,6 +13,7 @@
 #include "kit/Date.h"
 #include "measurement/runtime/APMPEventEditing.h"
 #include "measurement/APMMonitor.h"
+#include "measurement/consent/APMLaunchContext.h"
 #include "measurement/events/APMEventNames.h"
 #include "measurement/events/APMParameterCleaning.h"
 #include "platform/Platform.h"
@@ -63,6 +64,7 @@ enum : int {
   kCodeLifetimeOverflow = 6014,
   kCodeLifetimeValue = 5027,
   kCodeEventEditingFailed = 5028,
+  kCodePersonalizedAdsUnset = 5029,
 };
 
 constexpr const char* kKeychainService = "com.stuvop.app.measurement";
@@ -220,6 +222,7 @@ bool APMMeasurement::startMeasurementOnWorkerQueue() {
   loadTime_ = now();
   if (!openDatabaseOnWorkerQueue()) return false;
   applyConsentAtStartOnWorkerQueue();
+  setPersonalizedAdsUserPropertyOnWorkerQueue();
   if (!settings_.analyticsEnabled) {
     APMMonitor::log(kAPMMonitorLevelNotice, kCodeCollectionDisabled,
                     "Analytics collection disabled");
@@ -1214,4 +1217,21 @@ bool APMMeasurement::bundleRawEvents() {
       },
       &error);
   return ok && consumed;
+}
+
+void APMMeasurement::setPersonalizedAdsOnWorkerQueue(std::optional<bool> allowed) {
+  persistedConfig_->setAllowPersonalizedAds(allowed);
+  setPersonalizedAdsUserPropertyOnWorkerQueue();
+}
+
+void APMMeasurement::setPersonalizedAdsUserPropertyOnWorkerQueue() {
+  std::optional<bool> allowed = persistedConfig_->allowPersonalizedAds();
+  if (!allowed) allowed = APMLaunchContext::infoBool("STUVOP_ANALYTICS_DEFAULT_ALLOW_AD_PERSONALIZATION_SIGNALS");
+  if (!allowed) {
+    APMMonitor::log(kAPMMonitorLevelDebug, kCodePersonalizedAdsUnset,
+                    "No value set for personalized ads. Removing user property.");
+    setUserAttributeOnWorkerQueue("_npa", std::nullopt, "auto", now());
+    return;
+  }
+  setUserAttributeOnWorkerQueue("_npa", APMValue::fromInt64(*allowed ? 0 : 1), "auto", now());
 }

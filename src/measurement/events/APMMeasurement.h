@@ -166,6 +166,13 @@ class APMMeasurement {
   bool setUserAttributeOnWorkerQueue(const std::string& name, const std::optional<APMValue>& value,
                                      const std::string& origin, double timestamp);
 
+  // Stores the application's personalised-ads setting (none: removed) and applies it.
+  void setPersonalizedAdsOnWorkerQueue(std::optional<bool> allowed);
+  // Sets `_npa` from the personalised-ads setting, 1 when personalised ads are not allowed;
+  // with no setting the information dictionary's default applies; with neither the
+  // property is removed.
+  void setPersonalizedAdsUserPropertyOnWorkerQueue();
+
   // The header shared by events logged under these user properties: a bundle without events.
   APMPBMessage<APMPBMeasurementBundle> createRawEventMetadataWithUserAttributes(
       const std::vector<APMUserAttribute>& attributes);

@@ -22,6 +22,7 @@ constexpr const char* kSessionNumberKey = "/stuvop/measurement/session_number";
 constexpr const char* kAppInstanceIDKey = "/stuvop/measurement/app_instance_id";
 constexpr const char* kLastAppVersionKey = "/stuvop/measurement/last_app_version";
 constexpr const char* kLastOSVersionKey = "/stuvop/measurement/last_os_version";
+constexpr const char* kAllowPersonalizedAdsKey = "/stuvop/measurement/allow_personalized_ads";
 }  // namespace
 
 double APMPersistedConfig::lastSessionActivityClockTime() const {
@@ -122,4 +123,12 @@ std::string APMPersistedConfig::diversionKey() const {
 
 void APMPersistedConfig::setDiversionKey(const std::string& value) {
   store_->setObject(kit::Value(value), kDiversionKeyKey);
+}
+
+std::optional<bool> APMPersistedConfig::allowPersonalizedAds() const {
+  return store_->objectForKey(kAllowPersonalizedAdsKey).asBool();
+}
+
+void APMPersistedConfig::setAllowPersonalizedAds(std::optional<bool> allowed) {
+  store_->setObject(allowed ? kit::Value(*allowed) : kit::Value(), kAllowPersonalizedAdsKey);
 }

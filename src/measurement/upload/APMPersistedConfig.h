@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/PreferenceStore.h"
@@ -34,6 +35,10 @@ class APMPersistedConfig {
   // The number of the current session; 0 before the first.
   std::int64_t sessionNumber() const;
   void setSessionNumber(std::int64_t number);
+  // The application's personalised-ads setting (the user property allow_personalized_ads);
+  // none when never set or removed.
+  std::optional<bool> allowPersonalizedAds() const;
+  void setAllowPersonalizedAds(std::optional<bool> allowed);
   // The application instance identifier; empty until one is made.
   std::string appInstanceID() const;
   void setAppInstanceID(const std::string& identifier);
