@@ -896,6 +896,9 @@ std::optional<std::int64_t> APMDatabase::insertBundle(const APMPBMeasurementBund
                             kQueue, error)) {
     return std::nullopt;
   }
+  RowCache& cache = rowCache();
+  if (cache.latestBundleTime) cache.latestBundleTime = std::max(*cache.latestBundleTime, end);
+  if (cache.realtimeBundles) cache.realtimeBundles = *cache.realtimeBundles || isRealtime;
   return store_->lastInsertRowID();
 }
 
@@ -969,6 +972,7 @@ std::optional<std::vector<APMQueuedBundle>> APMDatabase::queryBundlesWithRowIDs(
 bool APMDatabase::deleteBundlesWithRowIDs(const std::vector<std::int64_t>& rowIDs,
                                           platform::Error* error) {
   if (rowIDs.empty()) return true;
+  forgetQueueFacts();
   return store_
       ->deleteRecordsFromTableWithName(kQueue, "rowid IN (" + placeholders(rowIDs.size()) + ")",
                                        idValues(rowIDs), error)
@@ -996,17 +1000,33 @@ std::optional<std::int64_t> APMDatabase::deleteStaleBundlesOlderThanMaxAge(doubl
          "Cannot delete stale bundles after negative time period");
     return std::nullopt;
   }
+  forgetQueueFacts();
   return store_->deleteRecordsFromTableWithName(
       kQueue, "abs(bundle_end_timestamp - cast(? as REAL)) > cast(? as REAL)", {now(), maxAge},
       error);
 }
 
+void APMDatabase::forgetQueueFacts() {
+  RowCache& cache = rowCache();
+  cache.latestBundleTime.reset();
+  cache.realtimeBundles.reset();
+}
+
 std::optional<double> APMDatabase::queryLatestBundleTime(platform::Error* error) {
-  return queryTime("SELECT MAX(bundle_end_timestamp) FROM queue", error);
+  RowCache& cache = rowCache();
+  if (cache.latestBundleTime) return cache.latestBundleTime;
+  auto latest = queryTime("SELECT MAX(bundle_end_timestamp) FROM queue", error);
+  if (latest) rowCache().latestBundleTime = latest;
+  return latest;
 }
 
 std::optional<bool> APMDatabase::containsRealtimeBundlesWithError(platform::Error* error) {
-  return queryTruth("SELECT EXISTS (SELECT 1 FROM queue WHERE is_realtime = 1 LIMIT 1)", {}, error);
+  RowCache& cache = rowCache();
+  if (cache.realtimeBundles) return cache.realtimeBundles;
+  auto realtime =
+      queryTruth("SELECT EXISTS (SELECT 1 FROM queue WHERE is_realtime = 1 LIMIT 1)", {}, error);
+  if (realtime) rowCache().realtimeBundles = realtime;
+  return realtime;
 }
 
 // --- events ---

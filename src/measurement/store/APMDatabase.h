@@ -324,11 +324,17 @@ class APMDatabase {
     bool rawEventsStored = false;
     // The smallest and largest row ids of raw_events (nothing inside when it is empty).
     std::optional<std::optional<std::pair<std::int64_t, std::int64_t>>> rawEventsRowIDs;
+    // MAX(bundle_end_timestamp) of queue (0 when it is empty) and whether a realtime bundle
+    // stands in it.
+    std::optional<double> latestBundleTime;
+    std::optional<bool> realtimeBundles;
   };
   // The copies, dropped first when a rollback happened since they were made or the store is
   // closed.
   RowCache& rowCache();
   void dropRowCache();
+  // Drops the copies of what queue holds (before rows leave it).
+  void forgetQueueFacts();
 
   std::string path_;
   std::shared_ptr<APMPersistedConfig> persistedConfig_;

@@ -230,6 +230,29 @@ TEST_F(APMDatabaseTest, BundleInsertRefusesIncompleteBundles) {
   EXPECT_DOUBLE_EQ(*database_->queryLatestBundleTime(nullptr), now() - 40 * kDay);
 }
 
+TEST_F(APMDatabaseTest, TheQueuesNewestTimeAndRealtimeMarkFollowInsertsAndDeletes) {
+  EXPECT_EQ(database_->queryLatestBundleTime(nullptr), 0.0);
+  EXPECT_EQ(database_->containsRealtimeBundlesWithError(nullptr), false);
+  auto newer = *database_->insertBundle(*makeBundle(now()), true, nullptr);
+  auto older = *database_->insertBundle(*makeBundle(now() - kDay), false, nullptr);
+  EXPECT_DOUBLE_EQ(*database_->queryLatestBundleTime(nullptr), now());
+  EXPECT_EQ(database_->containsRealtimeBundlesWithError(nullptr), true);
+  ASSERT_TRUE(database_->deleteBundlesWithRowIDs({newer}, nullptr));
+  EXPECT_DOUBLE_EQ(*database_->queryLatestBundleTime(nullptr), now() - kDay);
+  EXPECT_EQ(database_->containsRealtimeBundlesWithError(nullptr), false);
+  // A bundle stored in a transaction that rolls back leaves no trace.
+  platform::Error error;
+  EXPECT_FALSE(store().performTransactionWithError(&error, [&] {
+    EXPECT_TRUE(database_->insertBundle(*makeBundle(now()), true, nullptr));
+    EXPECT_EQ(database_->containsRealtimeBundlesWithError(nullptr), true);
+    return false;
+  }));
+  EXPECT_DOUBLE_EQ(*database_->queryLatestBundleTime(nullptr), now() - kDay);
+  EXPECT_EQ(database_->containsRealtimeBundlesWithError(nullptr), false);
+  ASSERT_TRUE(database_->deleteBundlesWithRowIDs({older}, nullptr));
+  EXPECT_EQ(database_->queryLatestBundleTime(nullptr), 0.0);
+}
+
 TEST_F(APMDatabaseTest, RetryCounterSaturatesAtTheInt32Maximum) {
   auto first = *database_->insertBundle(*makeBundle(now()), false, nullptr);
   auto second = *database_->insertBundle(*makeBundle(now()), false, nullptr);
