@@ -82,6 +82,12 @@ TEST_F(APMCampaignClientTest, OpeningURLLogsCampaignEventAndLastDeepLink) {
   env_.runUntilIdle();
   auto after = rawRows();
   EXPECT_EQ(std::count_if(after.begin(), after.end(), [](const auto& r) { return r.event.name() == "_cmp"; }), 1);
+  // From the worker queue itself: refused, nothing reported.
+  onWorker([&] { m().handleNonFirstOpenEventURL("solvanta://open?utm_source=inside", APMMeasurement::now()); });
+  env_.runUntilIdle();
+  EXPECT_TRUE(monitor_.contains("Do not call handleNonFirstOpenOpenURL on the measurement worker queue"));
+  auto last = rawRows();
+  EXPECT_EQ(std::count_if(last.begin(), last.end(), [](const auto& r) { return r.event.name() == "_cmp"; }), 1);
 }
 
 TEST_F(APMCampaignClientTest, URLBeforeTheClientStartsWaitsForIt) {

@@ -112,6 +112,7 @@ constexpr const char* kDeepLinkTimestampKey = "/stuvop/measurement/deep_link_tim
 enum : int {
   kCodeCampaign = 22301,
   kCodeStoredLink = 22302,
+  kCodeURLOnWorkerQueue = 22303,
 };
 
 }  // namespace
@@ -119,7 +120,7 @@ enum : int {
 void APMAnalytics::handleOpenURL(const std::string& url) {
   double now = APMMeasurement::now();
   if (std::shared_ptr<APMMeasurement> measurement = APMMeasurement::sharedInstance()) {
-    measurement->handleOpenURL(url, APMMilliseconds(now), now);
+    measurement->handleNonFirstOpenEventURL(url, now);
     return;
   }
   platform::PreferenceStore& store = platform::preferences();
@@ -127,8 +128,13 @@ void APMAnalytics::handleOpenURL(const std::string& url) {
   store.setObject(kit::Value(now), kDeepLinkTimestampKey);
 }
 
-void APMMeasurement::handleOpenURL(const std::string& url, std::int64_t clickTimestampInMs,
-                                   double eventTimestampInSeconds) {
+void APMMeasurement::handleNonFirstOpenEventURL(const std::string& url, double eventTimestampInSeconds) {
+  if (scheduler_.isOnWorkerQueue()) {
+    APMMonitor::log(kAPMMonitorLevelError, kCodeURLOnWorkerQueue,
+                    "Do not call handleNonFirstOpenOpenURL on the measurement worker queue");
+    return;
+  }
+  std::int64_t clickTimestampInMs = APMMilliseconds(eventTimestampInSeconds);
   std::weak_ptr<int> alive = alive_;
   scheduler_.scheduleOnWorkerQueueBlockID(
       "APMMeasurement:handleOpenURL", [this, alive, url, clickTimestampInMs, eventTimestampInSeconds] {

@@ -212,9 +212,11 @@ class APMMeasurement {
   void resetAnalyticsDataOnWorkerQueue();
 
   // ---- campaigns (defined in consent/APMConsent.cpp) ----
-  // Any thread: the URL that opened the app, reported on the worker queue.
-  void handleOpenURL(const std::string& url, std::int64_t clickTimestampInMs,
-                     double eventTimestampInSeconds);
+  // Any thread but the worker queue: a URL that opened the running app, reported on the
+  // worker queue with the event time as its click time. Called on the worker queue it says
+  // "Do not call handleNonFirstOpenOpenURL on the measurement worker queue" and does nothing
+  // (a wait on the worker queue from the worker queue would never end).
+  void handleNonFirstOpenEventURL(const std::string& url, double eventTimestampInSeconds);
   // Reports the campaign parameters of `url` as `_cmp` (with `click_timestamp` and
   // `extraParameters`) and keeps the URL in the user property `_ldl`. A URL without campaign
   // parameters reports nothing.
