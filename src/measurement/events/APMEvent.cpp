@@ -75,8 +75,8 @@ void putParamBody(kit::Data& out, const std::string* name, const APMValue& value
     case APMValueType::kArray:
       for (const APMParameters& item : value.arrayValue()) {
         putMessage(out, 6, [&] {
-          for (const auto& [childName, member] : item) {
-            putMessage(out, 6, [&] { putParamBody(out, &childName, member); });
+          for (const auto& child : item) {
+            putMessage(out, 6, [&] { putParamBody(out, &child.first, child.second); });
           }
         });
       }
@@ -259,8 +259,8 @@ APMPBMessage<APMPBEvent> APMEvent::protoEvent() const {
 
 bool APMEvent::encodeWithoutName(kit::Data* out, platform::Error* error) const {
   out->clear();
-  for (const auto& [name, value] : parameters_) {
-    putMessage(*out, 1, [&] { putParamBody(*out, &name, value); });
+  for (const auto& parameter : parameters_) {
+    putMessage(*out, 1, [&] { putParamBody(*out, &parameter.first, parameter.second); });
   }
   putTag(*out, 3, kVarint);
   putVarint(*out, static_cast<std::uint64_t>(APMMilliseconds(timestamp_)));
