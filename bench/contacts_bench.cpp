@@ -22,11 +22,8 @@
 #include "BenchSupport.h"
 #include "contacts/ContactVC.h"
 #include "desktop/Platform.h"
-#include "kit/NavigationController.h"
+#include "SecretSpaceWindow.h"
 #include "kit/ProgressHUD.h"
-#include "kit/Storyboard.h"
-#include "kit/Window.h"
-#include "shell/MainStoryboard.h"
 #include "sim/Environment.h"
 
 namespace {
@@ -85,17 +82,12 @@ struct Desktop {
 // done. Returns the seconds, or -1 when the list does not show every contact.
 double openListOnce(const std::string& book, int count) {
   Desktop world(book);
-  shell::registerMainStoryboard();
-  auto& board = kit::Storyboard::named("Main");
-  auto nav = std::make_shared<kit::NavigationController>(board.instantiateViewControllerWithIdentifier("SecretSpaceVC"));
-  auto window = kit::make<kit::Window>();
-  window->setRootViewController(nav);
-  window->makeKeyAndVisible();
+  bench::SecretSpaceWindow hub;
   world.env.runUntilIdle();
-  auto list = board.instantiate<contacts::ContactVC>("ContactVC");
+  auto list = hub.board.instantiate<contacts::ContactVC>("ContactVC");
   list->isFrom = "duplicate";
   auto start = Clock::now();
-  nav->pushViewController(list, false);
+  hub.nav->pushViewController(list, false);
   world.env.runUntilIdle();
   double seconds = std::chrono::duration<double>(Clock::now() - start).count();
   kit::ProgressHUD::shared().dismiss();

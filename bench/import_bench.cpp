@@ -19,13 +19,10 @@
 #include <string>
 
 #include "BenchSupport.h"
+#include "SecretSpaceWindow.h"
 #include "desktop/Platform.h"
 #include "kit/AlertController.h"
-#include "kit/NavigationController.h"
-#include "kit/Storyboard.h"
-#include "kit/Window.h"
 #include "samplegen/SampleMedia.h"
-#include "shell/MainStoryboard.h"
 #include "sim/Environment.h"
 #include "sim/World.h"
 #include "vault/SecretDataViewController.h"
@@ -76,25 +73,20 @@ double importOnce() {
   platform::photoLibrary().requestAuthorization([](platform::AuthorizationStatus) {});
   env.runUntilIdle();
 
-  shell::registerMainStoryboard();
-  auto& board = kit::Storyboard::named("Main");
-  auto nav = std::make_shared<kit::NavigationController>(board.instantiateViewControllerWithIdentifier("SecretSpaceVC"));
-  auto window = kit::make<kit::Window>();
-  window->setRootViewController(nav);
-  window->makeKeyAndVisible();
-  auto list = board.instantiate<vault::SecretFilesVC>("SecretFilesVC");
-  nav->pushViewController(list, false);
+  bench::SecretSpaceWindow hub;
+  auto list = hub.board.instantiate<vault::SecretFilesVC>("SecretFilesVC");
+  hub.nav->pushViewController(list, false);
   env.runUntilIdle();
   list->openGallery();
   env.runUntilIdle();
-  auto picker = std::dynamic_pointer_cast<vault::SecretDataViewController>(nav->viewControllers().back());
+  auto picker = std::dynamic_pointer_cast<vault::SecretDataViewController>(hub.nav->viewControllers().back());
   if (!picker || static_cast<int>(picker->tempArray.size()) != gPhotos) return -1;
   picker->selectUnselectAll();
   env.runUntilIdle();
   auto start = Clock::now();
   picker->addNewPressed();
   double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-  if (auto alert = std::dynamic_pointer_cast<kit::AlertController>(nav->presentedViewController()))
+  if (auto alert = std::dynamic_pointer_cast<kit::AlertController>(hub.nav->presentedViewController()))
     alert->chooseActionTitled("Cancel");
   env.runUntilIdle();
   struct stat st {};
@@ -142,14 +134,9 @@ void BM_GridScroll(benchmark::State& state) {
     for (int i = 0; i < 10000; ++i) assets.push_back(sim::photo(1000.0 + i, "p" + std::to_string(i)));
     world.platform.photos().setAssets(std::move(assets));
     world.platform.photos().setStatus(platform::AuthorizationStatus::Authorized);
-    shell::registerMainStoryboard();
-    auto& board = kit::Storyboard::named("Main");
-    auto nav = std::make_shared<kit::NavigationController>(board.instantiateViewControllerWithIdentifier("SecretSpaceVC"));
-    auto screen = kit::make<kit::Window>();
-    screen->setRootViewController(nav);
-    screen->makeKeyAndVisible();
-    auto picker = board.instantiate<vault::SecretDataViewController>("SecretDataViewController");
-    nav->pushViewController(picker, false);
+    bench::SecretSpaceWindow hub;
+    auto picker = hub.board.instantiate<vault::SecretDataViewController>("SecretDataViewController");
+    hub.nav->pushViewController(picker, false);
     world.env.runUntilIdle();
     auto& grid = *picker->galleryCollectionView;
     const int window = 15;  // five lines of three, as the window shows

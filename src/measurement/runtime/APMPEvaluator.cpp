@@ -7,6 +7,31 @@ namespace {
 
 using V = APMPRuntimeValue;
 
+// The property reads that need no conversion and cannot fail: a map's key (absent:
+// undefined), a string's length, an array's element at a whole index in range. False, with
+// `out` untouched, when none applies.
+[[gnu::always_inline]] inline bool readOwnProperty(const V& object, const V& key, V* out) {
+  if (key.isString()) {
+    if (object.isMap()) {
+      const V* v = object.asMap()->find(key.stringPayload());
+      *out = v ? *v : V();
+      return true;
+    }
+    if (object.isString() && key.stringPayload() == "length") {
+      *out = V::number(static_cast<double>(object.stringPayload().size()));
+      return true;
+    }
+  } else if (key.isNumber() && object.isArray()) {
+    double d = key.numberPayload();
+    APMPArrayValue* a = object.asArray();
+    if (d >= 0 && d < static_cast<double>(a->size()) && d == static_cast<double>(static_cast<std::size_t>(d))) {
+      *out = a->at(static_cast<std::size_t>(d));
+      return true;
+    }
+  }
+  return false;
+}
+
 // Arguments of a call, on the stack for the common case of few.
 class ArgumentList {
  public:
@@ -583,21 +608,7 @@ class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
     if (ev.failed()) return {};
     V key = ev.eval(args[1], scope);
     if (ev.failed()) return {};
-    if (key.isString()) {
-      if (object.isMap()) {
-        const V* v = object.asMap()->find(key.stringPayload());
-        return v ? *v : V();
-      }
-      if (object.isString() && key.stringPayload() == "length") {
-        return V::number(static_cast<double>(object.stringPayload().size()));
-      }
-    } else if (key.isNumber() && object.isArray()) {
-      double d = key.numberPayload();
-      APMPArrayValue* a = object.asArray();
-      if (d >= 0 && d < static_cast<double>(a->size()) && d == static_cast<double>(static_cast<std::size_t>(d))) {
-        return a->at(static_cast<std::size_t>(d));
-      }
-    }
+    if (V own; readOwnProperty(object, key, &own)) return own;
     platform::Error error;
     V r = object.valueForProperty(key, &error);
     if (error.code) return ev.fail(error.code, error.localizedDescription);
@@ -1023,22 +1034,7 @@ V quickStatement(const APMPStatementValue& statement, APMPScope* scope, Attempt&
     }
     case 16:
     case 17: {
-      if (b.isString()) {
-        if (a.isMap()) {
-          const V* v = a.asMap()->find(b.stringPayload());
-          return v ? *v : V();
-        }
-        if (a.isString() && b.stringPayload() == "length") {
-          return V::number(static_cast<double>(a.stringPayload().size()));
-        }
-      } else if (b.isNumber() && a.isArray()) {
-        double d = b.numberPayload();
-        APMPArrayValue* array = a.asArray();
-        if (d >= 0 && d < static_cast<double>(array->size()) &&
-            d == static_cast<double>(static_cast<std::size_t>(d))) {
-          return array->at(static_cast<std::size_t>(d));
-        }
-      }
+      if (V own; readOwnProperty(a, b, &own)) return own;
       if (a.isNullish()) break;
       platform::Error error;
       V r = a.valueForProperty(b, &error);
