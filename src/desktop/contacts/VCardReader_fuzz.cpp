@@ -16,11 +16,6 @@ void checkUtf8(const std::string& s) {
 
 }  // namespace
 
-// The parser drops the half-read text of an attribute whose name holds a character a name may
-// not have (a buffer grown by g_realloc, with no frame of ours under it). That leak is the
-// library's, of a few bytes per such line; leaks of anything else still fail the run.
-extern "C" const char* __lsan_default_suppressions() { return "leak:g_realloc\n"; }
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string why;
   auto card = desktop::readVCard(std::string_view(reinterpret_cast<const char*>(data), size), &why);

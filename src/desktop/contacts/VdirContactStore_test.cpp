@@ -63,6 +63,23 @@ TEST(VCardReaderTest, NumbersInOrderWithLabels) {
   EXPECT_EQ(v4->phoneNumbers.at(0).stringValue, "+1-555");
 }
 
+TEST(VCardReaderTest, MalformedLinesAreDroppedAndTheRestIsRead) {
+  auto c = readVCard("\r\nBEGIN:VCARD\nVERSION:3.0\n"
+                     "a.b\nX;Y=abc\nTEL;TY,E=CELL:999\nNOTE\ng.:x\n"  // dropped, each one
+                     "item1.TEL;TYPE=CELL:+1 555\nTEL;HOME,VOICE:0200\n"
+                     "N;ENCODING=QUOTED-PRINTABLE:Lee;J.R.=\nR. =C3=96\nEND:VCARD", nullptr);
+  ASSERT_TRUE(c);
+  ASSERT_EQ(c->phoneNumbers.size(), 2u);
+  EXPECT_EQ(c->phoneNumbers[0].stringValue, "+1 555");
+  EXPECT_EQ(c->phoneNumbers[0].label, "mobile");
+  EXPECT_EQ(c->phoneNumbers[1].label, "home");
+  // The line after a soft break is value text, however it looks (the parser keeps the break
+  // itself in the text).
+  EXPECT_EQ(c->givenName.substr(0, 4), "J.R.");
+  EXPECT_NE(c->givenName.find("R. \xC3\x96"), std::string::npos);
+  EXPECT_EQ(c->familyName, "Lee");
+}
+
 TEST(VCardReaderTest, WhatIsNotACardIsRefusedWithAReason) {
   std::string why;
   EXPECT_FALSE(readVCard("", &why));
