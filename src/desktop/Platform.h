@@ -23,6 +23,7 @@
 #include "desktop/media/VideoFrameGenerator.h"
 #include "desktop/system/MeasurementServices.h"
 #include "desktop/network/CurlNetwork.h"
+#include "desktop/media/DesktopCamera.h"
 #include "desktop/media/JpegCodec.h"
 #include "desktop/system/FileExport.h"
 

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QQmlContext>
 #include <QThread>
@@ -26,7 +27,8 @@ GuiApp::GuiApp()
       // At least four workers: an ad's video player blocks one while it waits for its serial
       // queues, which need workers of their own.
       env_(std::make_unique<desktop::ThreadedEnvironment>(
-          loop_, static_cast<int>(std::max(4u, std::thread::hardware_concurrency())))) {
+          loop_, static_cast<int>(std::max(4u, std::thread::hardware_concurrency())))),
+      camera_(std::make_unique<CameraBridge>(QDir::temp().filePath("solvanta-camera"))) {
   registerResources(engine_);
 }
 
@@ -35,6 +37,7 @@ GuiApp::~GuiApp() { close(); }
 void GuiApp::close() {
   closing_ = true;
   if (bridge_) bridge_->cancelQuestions();
+  camera_->close();
 }
 
 bool GuiApp::start(std::shared_ptr<kit::ViewController> root) {
@@ -51,6 +54,7 @@ bool GuiApp::start(std::shared_ptr<kit::ViewController> root) {
   kit::runLayoutPass();
   bridge_ = std::make_unique<AppBridge>(kitWindow_);
   engine_.rootContext()->setContextProperty("app", bridge_.get());
+  engine_.rootContext()->setContextProperty("cameraBridge", camera_.get());
   engine_.load(QUrl("qrc:/qml/Main.qml"));
   return window() != nullptr;
 }

@@ -12,6 +12,7 @@
 
 #include "desktop/threaded/ThreadedEnvironment.h"
 #include "gui/AppBridge.h"
+#include "gui/CameraBridge.h"
 #include "gui/QtMainLoop.h"
 #include "kit/Window.h"
 
@@ -32,6 +33,9 @@ class GuiApp {
   bool start(std::shared_ptr<kit::ViewController> root = nullptr);
 
   AppBridge& bridge() { return *bridge_; }
+  // The camera view (`cameraBridge` in QML); its files go to a temporary folder until the
+  // caller sets one.
+  CameraBridge& camera() { return *camera_; }
   QQmlApplicationEngine& engine() { return engine_; }
   QQuickWindow* window() const;
   const std::shared_ptr<kit::Window>& kitWindow() const { return kitWindow_; }
@@ -54,6 +58,7 @@ class GuiApp {
   std::unique_ptr<desktop::ThreadedEnvironment> env_;
   std::shared_ptr<kit::Window> kitWindow_;
   std::unique_ptr<AppBridge> bridge_;
+  std::unique_ptr<CameraBridge> camera_;
   QQmlApplicationEngine engine_;
 };
 

@@ -21,6 +21,7 @@
 #include "ads/AdConfig.h"
 #include "desktop/system/DeploymentConfig.h"
 #include "desktop/Platform.h"
+#include "desktop/video/QtVideoPlayers.h"
 #include "gui/FlowScreenshots.h"
 #include "gui/GuiApp.h"
 #include "kit/ApplicationNotifications.h"
@@ -246,6 +247,8 @@ int runApp(const std::vector<std::string>& allArgs, const char* programName) {
   desktop::AppFolders folders = desktop::AppFolders::fromEnvironment();
   std::string library = options->library;
 
+  // One media backend for the ads' player, the previews' player and the camera view.
+  desktop::chooseMediaBackend();
   int argc = 1;
   char* argv[] = {const_cast<char*>(programName), nullptr};
   QGuiApplication qt(argc, argv);
@@ -325,6 +328,13 @@ int runApp(const std::vector<std::string>& allArgs, const char* programName) {
     return askInWindow(app, QString::fromStdString(question), "The files move to the Trash.", {"Don't Allow", "Delete"}) == 1;
   };
   desktop::Platform platform(platformOptions);
+  // The camera: the window's camera view over the first camera connected.
+  app.camera().setFolder(QString::fromStdString(folders.cache() + "/Camera"));
+  platform.camera().setHandlers(&gui::CameraBridge::available, [&app](std::function<void(desktop::CameraFiles)> done) {
+    app.camera().openView([done](const QString& photo, const QString& movie) {
+      done({photo.toStdString(), movie.toStdString()});
+    });
+  });
   // "Save to…" offers the person's usual folders.
   platform.fileExport().setChooser([&app, folders](int count, std::function<void(std::optional<std::string>)> chosen) {
     std::vector<std::pair<QString, std::string>> places = {{"Pictures", desktop::picturesDirectory(folders)},

@@ -67,32 +67,4 @@ int ImmediateImageManager::requestImageForAsset(const platform::AssetPtr& asset,
   return inner_->requestImageForAsset(asset, targetSize, contentMode, now, std::move(handler));
 }
 
-void DesktopCamera::setHandlers(Availability available, Capture capture) {
-  std::lock_guard lock(mu_);
-  available_ = std::move(available);
-  capture_ = std::move(capture);
-}
-
-bool DesktopCamera::isSourceTypeAvailable() {
-  Availability available;
-  {
-    std::lock_guard lock(mu_);
-    available = available_;
-  }
-  return available && available();
-}
-
-void DesktopCamera::capture(std::function<void(platform::CaptureResult)> finished) {
-  Capture capture;
-  {
-    std::lock_guard lock(mu_);
-    capture = capture_;
-  }
-  if (!capture) {
-    kit::mainQueue().async([finished = std::move(finished)] { finished({}); });
-    return;
-  }
-  capture(std::move(finished));
-}
-
 }  // namespace desktop

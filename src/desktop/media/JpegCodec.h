@@ -2,10 +2,6 @@
 // files through Qt's image readers (any format Qt reads).
 #pragma once
 
-#include <functional>
-#include <mutex>
-
-#include "platform/Camera.h"
 #include "platform/ImageCodec.h"
 #include "platform/ImageManager.h"
 
@@ -35,22 +31,6 @@ class ImmediateImageManager : public platform::ImageManager {
 
  private:
   std::shared_ptr<platform::ImageManager> inner_;
-};
-
-// The camera of the desktop: whoever shows windows (the GUI) says whether there is one and
-// runs the capture; without them there is no camera. Main thread.
-class DesktopCamera : public platform::Camera {
- public:
-  using Availability = std::function<bool()>;
-  using Capture = std::function<void(std::function<void(platform::CaptureResult)>)>;
-  void setHandlers(Availability available, Capture capture);
-  bool isSourceTypeAvailable() override;
-  void capture(std::function<void(platform::CaptureResult)> finished) override;
-
- private:
-  std::mutex mu_;
-  Availability available_;
-  Capture capture_;
 };
 
 }  // namespace desktop

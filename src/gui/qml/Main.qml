@@ -122,6 +122,14 @@ ApplicationWindow {
         }
     }
 
+    // The camera view, while a capture runs.
+    Loader {
+        z: 250
+        anchors.fill: parent
+        active: cameraBridge.open
+        source: "CameraView.qml"
+    }
+
     // Questions the platform asks (photo access, deletion).
     PromptDialog { z: 300 }
 }
