@@ -45,20 +45,14 @@ void DesktopCamera::capture(std::function<void(platform::CaptureResult)> finishe
   Capture capture;
   {
     std::lock_guard lock(mu_);
-    if (capture_ && !capturing_) {
-      capture = capture_;
-      capturing_ = true;
-    }
+    capture = capture_;
   }
-  if (!capture) {
+  if (!capture || capturing_->exchange(true)) {
     kit::mainQueue().async([finished = std::move(finished)] { finished({}); });
     return;
   }
-  capture([this, finished = std::move(finished)](CameraFiles files) {
-    {
-      std::lock_guard lock(mu_);
-      capturing_ = false;
-    }
+  capture([capturing = capturing_, finished = std::move(finished)](CameraFiles files) {
+    capturing->store(false);
     kit::mainQueue().async([finished, result = resultOf(files)] { finished(result); });
   });
 }

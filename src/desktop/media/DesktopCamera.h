@@ -3,7 +3,9 @@
 // movie file) into the capture's result.
 #pragma once
 
+#include <atomic>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -36,7 +38,8 @@ class DesktopCamera : public platform::Camera {
   std::mutex mu_;
   Availability available_;
   Capture capture_;
-  bool capturing_ = false;  // guarded by mu_
+  // Whether a view is open; shared with the view's way back, which may outlive the camera.
+  std::shared_ptr<std::atomic<bool>> capturing_ = std::make_shared<std::atomic<bool>>(false);
 };
 
 }  // namespace desktop
