@@ -6,6 +6,26 @@
 
 namespace platform {
 
+namespace {
+
+class EmptyAsset : public Asset {
+ public:
+  const std::string& localIdentifier() const override {
+    static const std::string kNone;
+    return kNone;
+  }
+  std::optional<kit::Date> creationDate() const override { return std::nullopt; }
+  double duration() const override { return 0; }
+  MediaType mediaType() const override { return MediaType::Unknown; }
+  int pixelWidth() const override { return 0; }
+  int pixelHeight() const override { return 0; }
+  kit::Value valueForKey(std::string_view) const override { return {}; }
+};
+
+}  // namespace
+
+AssetPtr emptyAsset() { return std::make_shared<EmptyAsset>(); }
+
 const AssetPtr& FetchResult::objectAtIndex(int index) const {
   if (index < 0 || index >= count()) {
     kit::fatal("fetch result index " + std::to_string(index) + " beyond bounds " +

@@ -36,6 +36,10 @@ class Asset {
 
 using AssetPtr = std::shared_ptr<const Asset>;
 
+// A freshly made asset object: no identity, no date, no pixels, no properties. No library
+// holds it, so a deletion of it changes nothing.
+AssetPtr emptyAsset();
+
 struct SortDescriptor {
   std::string key;  // "creationDate"
   bool ascending = true;

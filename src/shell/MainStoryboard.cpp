@@ -30,6 +30,7 @@ void registerMainStoryboard() {
   main.registerScene("SecretFilesVC", [] { return std::make_shared<vault::SecretFilesVC>(); });
   main.registerScene("SecretDataViewController", [] { return std::make_shared<vault::SecretDataViewController>(); });
   main.registerScene("ImagePreviewVC", [] { return std::make_shared<vault::ImagePreviewVC>(); });
+  main.registerScene("PreviewVC", [] { return std::make_shared<vault::PreviewVC>(); });
   main.registerScene("SecretContactVC", [] { return std::make_shared<vault::SecretContactVC>(); });
   main.registerScene("ContactVC", [] { return std::make_shared<contacts::ContactVC>(); });
   main.registerScene("SettingVc", [] { return std::make_shared<SettingVc>(); });

@@ -5,11 +5,14 @@
 #include <cstdio>
 
 #include "ads/ADNetAdaptiveBannerAd.h"
+#include "kit/AlertController.h"
 #include "kit/Console.h"
+#include "kit/Dispatch.h"
 #include "kit/Fatal.h"
 #include "kit/NavigationController.h"
 #include "kit/Toast.h"
 #include "platform/Platform.h"
+#include "shared/PreferenceKeys.h"
 #include "shared/ViewHelpers.h"
 #include "shell/Feedback.h"
 
@@ -89,6 +92,70 @@ void ImagePreviewVC::deleteImageFile() {
   }
   kit::ToastManager::shared().makeToast(view(), std::string("File Deleted Successfully"));
   if (auto* nav = navigationController()) nav->popViewControllerAnimated(true);
+}
+
+// ---- PreviewVC ----
+
+PreviewVC::PreviewVC() {
+  registerAction("backButtonAction:", [this](kit::Object*) {
+    if (auto* nav = navigationController()) nav->popViewControllerAnimated(true);
+  });
+  registerAction("deleteButtonAction:", [this](kit::Object*) { deleteButtonAction(); });
+}
+
+void PreviewVC::loadView() {
+  kit::ViewController::loadView();
+  view().setFrame(kit::Screen::mainBounds());
+  auto back = addOutlet<kit::Button>("backButton");
+  back->setImage(kit::Image::named("back"), kit::kControlStateNormal);
+  connect(*back, "backButtonAction:");
+  addOutlet<kit::Label>("imageLabel")->setText(std::string("Image"));
+  addOutlet<kit::ImageView>("imageView")->setContentMode(kit::ContentMode::ScaleAspectFit);
+  auto del = addOutlet<kit::Button>("deleteButton");
+  del->setTitle(std::string("Delete"), kit::kControlStateNormal);
+  connect(*del, "deleteButtonAction:");
+  addOutlet<kit::View>("adsView");
+  registerOutlet("adsViewHeightConstraint", std::make_shared<kit::LayoutConstraint>(0.0));
+}
+
+void PreviewVC::viewDidLoad() {
+  if (!imageUrl) kit::fatal("Unexpectedly found nil while unwrapping imageUrl");
+  auto path = platform::pathOfFileURL(*imageUrl).value_or(*imageUrl);
+  auto image = platform::imageCodec().imageWithContentsOfFile(path);
+  if (!image) kit::fatal("Unexpectedly found nil while unwrapping the image of " + path);
+  imageView->setImage(image);
+  if (!imageLabel->text()) kit::fatal("Unexpectedly found nil while unwrapping imageLabel.text");
+  // The last component of the path, as the URL names it.
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  imageLabel->setText(path.substr(path.find_last_of('/') + 1));
+}
+
+void PreviewVC::deleteButtonAction() {
+  auto alert = kit::AlertController::make(std::string("Alert!"), std::string("Are you sure you want to delete"),
+                                          kit::AlertStyle::Alert);
+  std::weak_ptr<PreviewVC> weak = sharedAs<PreviewVC>();
+  alert->addAction(std::make_shared<kit::AlertAction>(std::string("No"), kit::AlertActionStyle::Default,
+                                                      [weak](kit::AlertAction&) {
+                                                        if (auto vc = weak.lock()) vc->dismissViewControllerAnimated(true);
+                                                      }));
+  alert->addAction(std::make_shared<kit::AlertAction>(
+      std::string("Yes"), kit::AlertActionStyle::Default, [weak](kit::AlertAction&) {
+        auto vc = weak.lock();
+        if (!vc) return;
+        platform::AssetPtr asset = vc->selectedImage;
+        platform::photoLibrary().performChanges(
+            [asset](platform::ChangeRequest& request) { request.deleteAssets({asset}); },
+            [weak](bool success, std::optional<platform::Error>) {
+              kit::print("Finished deleting asset.", success ? "true" : "false");
+              if (!success) return;
+              kit::mainQueue().async([weak] {
+                auto self = weak.lock();
+                if (self && self->navigationController()) self->navigationController()->popViewControllerAnimated(false);
+                platform::preferences().setBool(true, shared::CHECK_STATUS);
+              });
+            });
+      }));
+  presentViewController(alert, true);
 }
 
 // ---- AVPlayerViewController ----

@@ -1,6 +1,7 @@
 // The viewers of the secret files: ImagePreviewVC shows one stored photo with share and
-// delete; AVPlayerViewController plays one stored movie, presented over the file list. Main
-// thread.
+// delete; AVPlayerViewController plays one stored movie, presented over the file list.
+// PreviewVC is a second photo viewer whose delete removes a photo-library asset; no screen
+// pushes it. Main thread.
 #pragma once
 
 #include <memory>
@@ -39,6 +40,31 @@ class ImagePreviewVC : public kit::ViewController {
   void shareImageFile();
   // Removes the file with no question; on success a toast and a pop, on failure a console line.
   void deleteImageFile();
+};
+
+class PreviewVC : public kit::ViewController {
+ public:
+  PreviewVC();
+
+  kit::Outlet<kit::ImageView> imageView{this, "imageView"};
+  kit::Outlet<kit::Button> backButton{this, "backButton"};
+  kit::Outlet<kit::Label> imageLabel{this, "imageLabel"};
+  kit::Outlet<kit::View> adsView{this, "adsView"};
+  kit::Outlet<kit::LayoutConstraint> adsViewHeightConstraint{this, "adsViewHeightConstraint"};
+  // The asset that delete removes.
+  platform::AssetPtr selectedImage = platform::emptyAsset();
+  // The file to show (a file URL); set by the pusher.
+  std::optional<std::string> imageUrl;
+  // Never read.
+  int totalPhotosCount = 0;
+
+  void loadView() override;
+  // Shows the file and puts its name in `imageLabel`; a missing URL or a file that is no image
+  // ends the process.
+  void viewDidLoad() override;
+  // Asks "Alert!" before deleting `selectedImage` from the photo library; once deleted the
+  // screen pops and CHECK_STATUS turns true.
+  void deleteButtonAction();
 };
 
 // The presented movie player: play on presentation, pause, seek, close. It keeps what a

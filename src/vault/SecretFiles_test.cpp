@@ -240,5 +240,56 @@ TEST_F(SecretFilesTest, APreviewOfSomethingThatIsNoImageEndsTheProcess) {
       kit::FatalError);
 }
 
+// The second viewer, which no screen pushes: its name label, and the deletion of its asset
+// from the photo library after "Alert!".
+TEST_F(SecretFilesTest, PreviewVCShowsTheFileNameAndDeletesItsAssetAfterAYes) {
+  auto data = platform::imageCodec().jpegData(kit::Image::fromPixels(2, 1, {1, 2, 3, 255, 4, 5, 6, 255}), 1.0);
+  ASSERT_TRUE(data);
+  world.platform.files().putFile("/pictures/My%20Photo.jpg", *data);
+  auto asset = sim::photo(100, "p1");
+  world.platform.photos().setAssets({asset, sim::photo(200, "p2")});
+  auto preview = kit::Storyboard::named("Main").instantiate<PreviewVC>("PreviewVC");
+  preview->imageUrl = platform::fileURLWithPath("/pictures/My%20Photo.jpg");
+  preview->selectedImage = asset;
+  nav->pushViewController(preview, false);
+  world.env.runUntilIdle();
+  EXPECT_EQ(preview->imageLabel->text(), "My%20Photo.jpg");
+  EXPECT_TRUE(preview->imageView->image());
+
+  preview->deleteButtonAction();
+  ASSERT_TRUE(alert());
+  EXPECT_EQ(alert()->alertTitle(), "Alert!");
+  EXPECT_EQ(alert()->message(), "Are you sure you want to delete");
+  alert()->chooseActionTitled("No");
+  world.env.runUntilIdle();
+  EXPECT_TRUE(world.platform.photos().deletedIdentifiers().empty());
+  EXPECT_EQ(top(), preview.get());
+
+  preview->deleteButtonAction();
+  alert()->chooseActionTitled("Yes");
+  world.env.runUntilIdle();
+  EXPECT_EQ(world.platform.photos().deletedIdentifiers(), std::vector<std::string>{"p1"});
+  EXPECT_TRUE(printedStarting("Finished deleting asset. true"));
+  EXPECT_NE(top(), preview.get());
+  EXPECT_TRUE(defaults().boolForKey(shared::CHECK_STATUS));
+}
+
+TEST_F(SecretFilesTest, PreviewVCDeletingItsEmptyAssetChangesNothing) {
+  auto data = platform::imageCodec().jpegData(kit::Image::fromPixels(1, 1, {1, 2, 3, 255}), 1.0);
+  world.platform.files().putFile("/pictures/a.jpg", *data);
+  world.platform.photos().setAssets({sim::photo(100, "p1")});
+  world.platform.photos().setDeletionOutcome(sim::PhotoLibrary::DeletionOutcome::Fail);
+  auto preview = kit::Storyboard::named("Main").instantiate<PreviewVC>("PreviewVC");
+  preview->imageUrl = platform::fileURLWithPath("/pictures/a.jpg");
+  nav->pushViewController(preview, false);
+  world.env.runUntilIdle();
+  preview->deleteButtonAction();
+  alert()->chooseActionTitled("Yes");
+  world.env.runUntilIdle();
+  EXPECT_TRUE(printedStarting("Finished deleting asset. false"));
+  EXPECT_TRUE(world.platform.photos().deletedIdentifiers().empty());
+  EXPECT_FALSE(defaults().boolForKey(shared::CHECK_STATUS));
+}
+
 }  // namespace
 }  // namespace vault
