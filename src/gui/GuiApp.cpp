@@ -1,8 +1,5 @@
 #include "gui/GuiApp.h"
 
-#include <algorithm>
-#include <thread>
-
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QQmlContext>
@@ -23,10 +20,7 @@ void registerResources(QQmlEngine& engine) {
 
 GuiApp::GuiApp()
     : loop_(std::make_shared<QtMainLoop>()),
-      // At least four workers: an ad's video player blocks one while it waits for its serial
-      // queues, which need workers of their own.
-      env_(std::make_unique<desktop::ThreadedEnvironment>(
-          loop_, static_cast<int>(std::max(4u, std::thread::hardware_concurrency())))) {
+      env_(std::make_unique<desktop::ThreadedEnvironment>(loop_)) {
   registerResources(engine_);
 }
 
