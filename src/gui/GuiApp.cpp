@@ -1,5 +1,8 @@
 #include "gui/GuiApp.h"
 
+#include <algorithm>
+#include <thread>
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QQmlContext>
@@ -20,7 +23,10 @@ void registerResources(QQmlEngine& engine) {
 
 GuiApp::GuiApp()
     : loop_(std::make_shared<QtMainLoop>()),
-      env_(std::make_unique<desktop::ThreadedEnvironment>(loop_)) {
+      // At least four workers: the access questions wait for the person's answer on a worker,
+      // and the measurement client's start waits on a worker for its serial queues.
+      env_(std::make_unique<desktop::ThreadedEnvironment>(
+          loop_, static_cast<int>(std::max(4u, std::thread::hardware_concurrency())))) {
   registerResources(engine_);
 }
 
