@@ -110,7 +110,9 @@ void Player::drawPicture() {
       const bool bar = y >= kBarTop && y < kBarBottom;
       if (bar) {
         const std::uint8_t v = x < filled ? 0xF0 : 0x50;
-        px[0] = v, px[1] = v, px[2] = v;
+        px[0] = v;
+        px[1] = v;
+        px[2] = v;
       } else {
         px[0] = static_cast<std::uint8_t>(0x20 + 0x60 * progress);
         px[1] = static_cast<std::uint8_t>(0x60 + y / 3);
