@@ -62,7 +62,7 @@ void sendBurst(Apply apply) {
 
 void BM_CoalescedBurst(benchmark::State& state) {
   for (auto _ : state) {
-    desktop::ThreadedEnvironment env{nullptr, 4};
+    desktop::ThreadedEnvironment env;
     auto& loop = *env.standaloneLoop();
     sim::Platform platform;
     auto view = std::make_shared<adclient::SVAWebAdView>(std::make_shared<sim::AdScriptChannel>());
@@ -98,7 +98,7 @@ BENCHMARK(BM_CoalescedBurst)->Iterations(7)->UseManualTime()->Unit(benchmark::kM
 
 void BM_ReferenceOneTaskPerCommand(benchmark::State& state) {
   for (auto _ : state) {
-    desktop::ThreadedEnvironment env{nullptr, 4};
+    desktop::ThreadedEnvironment env;
     auto& loop = *env.standaloneLoop();
     sim::Platform platform;
     auto simPlayer = platform.videoPlayers().makePlayer();

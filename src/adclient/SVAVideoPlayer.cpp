@@ -260,66 +260,170 @@ void SVAVideoPlayer::schedule(std::optional<bool> play, std::optional<bool> mute
     if (mute) self->scheduledMute_ = mute;
     if (volume) self->scheduledVolume_ = volume;
     self->scheduledActionUserInitiated_ = userInitiated;
-    self->actionOperationQueue_->async([weak] {
-      if (auto p = weak.lock()) p->flushPlayerAction();
+    self->addFlushOperation();
+  });
+}
+
+// ---- The operation queue: one flush at a time, none of them holding a thread ----
+
+void SVAVideoPlayer::addFlushOperation() {
+  {
+    std::lock_guard lock(operationsMu_);
+    if (operationRunning_) {
+      ++pendingOperations_;
+      return;
+    }
+    operationRunning_ = true;
+  }
+  runNextOperation();
+}
+
+void SVAVideoPlayer::runNextOperation() {
+  std::weak_ptr<SVAVideoPlayer> weak = weak_from_this();
+  actionOperationQueue_->async([weak] {
+    auto self = weak.lock();
+    if (!self) return;
+    self->flushPlayerAction([weak] {
+      if (auto p = weak.lock()) p->operationFinished();
     });
   });
 }
+
+void SVAVideoPlayer::operationFinished() {
+  {
+    std::lock_guard lock(operationsMu_);
+    if (pendingOperations_ == 0) {
+      operationRunning_ = false;
+      return;
+    }
+    --pendingOperations_;
+  }
+  runNextOperation();
+}
+
+// ---- The action gate ----
 
 long SVAVideoPlayer::actionSemaphoreValue() const {
   std::lock_guard lock(semaphoreMu_);
   return actionSemaphore_->value();
 }
 
-void SVAVideoPlayer::flushPlayerAction() {
+void SVAVideoPlayer::waitForActionGate(std::shared_ptr<kit::Semaphore> semaphore, std::function<void(bool)> then) {
+  std::uint64_t id = 0;
+  {
+    std::lock_guard lock(semaphoreMu_);
+    if (!semaphore->wait(0.0)) {
+      id = ++gateWaits_;
+      gateWaiter_ = GateWaiter{semaphore, std::move(then), nullptr, id};
+    }
+  }
+  if (id == 0) {
+    then(true);
+    return;
+  }
+  // The timeout is a main-run-loop timer, which occupies no worker while it waits.
+  std::weak_ptr<SVAVideoPlayer> weak = weak_from_this();
+  auto timer = kit::scheduledTimer(std::max(0.0, playerActionTimeoutInterval_), false, [weak, id](kit::Timer&) {
+    if (auto self = weak.lock()) self->actionGateTimedOut(id);
+  });
+  std::lock_guard lock(semaphoreMu_);
+  if (gateWaiter_ && gateWaiter_->id == id) gateWaiter_->timer = timer;
+  else timer->invalidate();
+}
+
+void SVAVideoPlayer::actionGateTimedOut(std::uint64_t id) {
+  std::function<void(bool)> then;
+  {
+    std::lock_guard lock(semaphoreMu_);
+    if (!gateWaiter_ || gateWaiter_->id != id) return;
+    then = std::move(gateWaiter_->then);
+    gateWaiter_.reset();
+  }
+  actionOperationQueue_->async([then = std::move(then)] { then(false); });
+}
+
+void SVAVideoPlayer::signalActionGate(const std::shared_ptr<kit::Semaphore>& semaphore) {
+  semaphore->signal();
+  std::function<void(bool)> then;
+  std::shared_ptr<kit::Timer> timer;
+  {
+    std::lock_guard lock(semaphoreMu_);
+    if (!gateWaiter_ || gateWaiter_->semaphore != semaphore || !semaphore->wait(0.0)) return;
+    then = std::move(gateWaiter_->then);
+    timer = std::move(gateWaiter_->timer);
+    gateWaiter_.reset();
+  }
+  if (timer) timer->invalidate();
+  actionOperationQueue_->async([then = std::move(then)] { then(true); });
+}
+
+// ---- Flushes ----
+
+void SVAVideoPlayer::flushPlayerAction() { flushPlayerAction(nullptr); }
+
+void SVAVideoPlayer::flushPlayerAction(std::function<void()> done) {
   std::shared_ptr<kit::Semaphore> semaphore;
   {
     std::lock_guard lock(semaphoreMu_);
     semaphore = actionSemaphore_;
   }
-  if (!semaphore->wait(playerActionTimeoutInterval_)) {
-    kit::NSLog("Must not timeout waiting for player action to happen.");
-    semaphore = std::make_shared<kit::Semaphore>(1);
-    {
-      std::lock_guard lock(semaphoreMu_);
-      actionSemaphore_ = semaphore;
-    }
-    if (!semaphore->wait(playerActionTimeoutInterval_)) return;
-  }
-  std::optional<bool> play, mute;
-  std::optional<double> volume;
-  bool userInitiated = false;
-  actionLockQueue_->sync([&] {
-    play = scheduledPlay_;
-    volume = scheduledVolume_;
-    mute = scheduledMute_;
-    userInitiated = scheduledActionUserInitiated_;
-    scheduledPlay_.reset();
-    scheduledVolume_.reset();
-    scheduledMute_.reset();
-  });
-  if (!play && !volume && !mute) {
-    semaphore->signal();
-    return;
-  }
-  bool muted = false;
-  double appliedVolume = 1.0;
-  kit::mainQueue().sync([&] {
-    muted = player_->isMuted();
-    appliedVolume = player_->volume();
-    if (mute) muted = *mute;
-    if (volume && !std::isnan(*volume)) appliedVolume = std::clamp(*volume, 0.0, 1.0);
-  });
   std::weak_ptr<SVAVideoPlayer> weak = weak_from_this();
-  kit::globalQueue(kit::QoS::UserInitiated)
-      .async([weak, play, appliedVolume, muted, userInitiated, semaphore] {
-        auto self = weak.lock();
-        if (!self) {
+  waitForActionGate(semaphore, [weak, semaphore, done](bool took) {
+    auto self = weak.lock();
+    if (!self) return;
+    if (took) {
+      self->takeWishesAndApply(semaphore, done);
+      return;
+    }
+    kit::NSLog("Must not timeout waiting for player action to happen.");
+    auto fresh = std::make_shared<kit::Semaphore>(1);
+    {
+      std::lock_guard lock(self->semaphoreMu_);
+      self->actionSemaphore_ = fresh;
+    }
+    self->waitForActionGate(fresh, [weak, fresh, done](bool tookFresh) {
+      auto owner = weak.lock();
+      if (!owner) return;
+      if (tookFresh) owner->takeWishesAndApply(fresh, done);
+      else if (done) done();
+    });
+  });
+}
+
+void SVAVideoPlayer::takeWishesAndApply(std::shared_ptr<kit::Semaphore> semaphore, std::function<void()> done) {
+  std::weak_ptr<SVAVideoPlayer> weak = weak_from_this();
+  actionLockQueue_->async([weak, semaphore, done] {
+    auto self = weak.lock();
+    if (!self) return;
+    std::optional<bool> play = self->scheduledPlay_, mute = self->scheduledMute_;
+    std::optional<double> volume = self->scheduledVolume_;
+    const bool userInitiated = self->scheduledActionUserInitiated_;
+    self->scheduledPlay_.reset();
+    self->scheduledVolume_.reset();
+    self->scheduledMute_.reset();
+    if (!play && !volume && !mute) {
+      self->signalActionGate(semaphore);
+      if (done) done();
+      return;
+    }
+    kit::mainQueue().async([weak, semaphore, done, play, mute, volume, userInitiated] {
+      auto onMain = weak.lock();
+      if (!onMain) return;
+      bool muted = onMain->player_->isMuted();
+      double appliedVolume = onMain->player_->volume();
+      if (mute) muted = *mute;
+      if (volume && !std::isnan(*volume)) appliedVolume = std::clamp(*volume, 0.0, 1.0);
+      kit::globalQueue(kit::QoS::UserInitiated).async([weak, play, appliedVolume, muted, userInitiated, semaphore] {
+        auto applier = weak.lock();
+        if (!applier) {
           semaphore->signal();
           return;
         }
-        self->flushPlayerActionPlaying(play, appliedVolume, muted, userInitiated, semaphore);
+        applier->flushPlayerActionPlaying(play, appliedVolume, muted, userInitiated, semaphore);
       });
+      if (done) done();
+    });
+  });
 }
 
 void SVAVideoPlayer::flushPlayerActionPlaying(std::optional<bool> play, double volume, bool muted,
@@ -352,7 +456,7 @@ void SVAVideoPlayer::flushPlayerActionPlaying(std::optional<bool> play, double v
         if (auto m = weakManager.lock())
           m->playerDidChangeStateToPlaying(self.get(), self->playing_.load(), mutedForManager, userInitiated);
         self->appliedFlushes_.fetch_add(1);
-        semaphore->signal();
+        self->signalActionGate(semaphore);
       });
 }
 

@@ -6,7 +6,8 @@
 // flushes run one at a time, take whatever the wishes are by then, ask the shared audio-video
 // manager, and apply them on the main queue. One action is in flight at a time: a flush waits
 // for the one before it to be applied, for at most the action timeout, after which a fresh
-// gate takes over so that one lost completion cannot block every later action.
+// gate takes over so that one lost completion cannot block every later action. No wait holds
+// a thread: a waiting flush is resumed by the action's completion or by its timeout's timer.
 //
 // Players of the process that hold a loaded item are counted; a hidden, paused, ready player
 // gives its item up while the count is above the setting "video_max_loaded_player".
@@ -118,7 +119,9 @@ class SVAVideoPlayer : public std::enable_shared_from_this<SVAVideoPlayer> {
   std::int64_t appliedFlushCount() const { return appliedFlushes_.load(); }
 
   // The flush an operation runs: waits for the action before it, takes the wishes and applies
-  // them. Runs on the action operation queue; exposed for tests.
+  // them. The wait blocks no thread: the flush goes on, on the action operation queue, once
+  // the gate opens or its timeout passes. Runs on the action operation queue; exposed for
+  // tests.
   void flushPlayerAction();
   // Units of the current action gate (1 when no action is in flight).
   long actionSemaphoreValue() const;
@@ -140,6 +143,25 @@ class SVAVideoPlayer : public std::enable_shared_from_this<SVAVideoPlayer> {
   void start(const void* visibilityMessageSource);
   void schedule(std::optional<bool> play, std::optional<bool> mute, std::optional<double> volume,
                 bool userInitiated);
+  // Queues one flush on the action operation queue: at once when none runs, else after the
+  // ones before it have finished. Any thread.
+  void addFlushOperation();
+  void runNextOperation();
+  // The running flush is over (it handed its action on, or had nothing to do).
+  void operationFinished();
+  // The flush an operation runs; `done` (optional) runs once it is over.
+  void flushPlayerAction(std::function<void()> done);
+  // Takes a unit of `semaphore` for the caller and runs `then(true)`: at once, on the calling
+  // thread, when a unit is free; else on the action operation queue when one is given back.
+  // `then(false)` runs there instead when the action timeout passes first. One flush waits at
+  // a time.
+  void waitForActionGate(std::shared_ptr<kit::Semaphore> semaphore, std::function<void(bool)> then);
+  void actionGateTimedOut(std::uint64_t id);
+  // Gives a unit of `semaphore` back, and hands it to the flush waiting for it. Any thread.
+  void signalActionGate(const std::shared_ptr<kit::Semaphore>& semaphore);
+  // With the gate taken: takes the wishes under the action lock queue, reads the player on the
+  // main queue and applies them on a global queue; with no wish it gives the gate back.
+  void takeWishesAndApply(std::shared_ptr<kit::Semaphore> semaphore, std::function<void()> done);
   void flushPlayerActionPlaying(std::optional<bool> playing, double volume, bool muted, bool userInitiated,
                                 std::shared_ptr<kit::Semaphore> semaphore);
   void asyncLoadPlayer();
@@ -185,8 +207,21 @@ class SVAVideoPlayer : public std::enable_shared_from_this<SVAVideoPlayer> {
   std::optional<bool> scheduledPlay_, scheduledMute_;
   std::optional<double> scheduledVolume_;
   bool scheduledActionUserInitiated_ = false;
-  mutable std::mutex semaphoreMu_;  // guards the pointer; flushes replace it
+  mutable std::mutex semaphoreMu_;  // guards the pointer (flushes replace it) and the waiter
   std::shared_ptr<kit::Semaphore> actionSemaphore_;
+  // The flush waiting for a unit of `semaphore`, and the timer of its timeout.
+  struct GateWaiter {
+    std::shared_ptr<kit::Semaphore> semaphore;
+    std::function<void(bool)> then;
+    std::shared_ptr<kit::Timer> timer;
+    std::uint64_t id = 0;
+  };
+  std::optional<GateWaiter> gateWaiter_;
+  std::uint64_t gateWaits_ = 0;
+  // The operation queue's count: whether a flush runs, and how many wait behind it.
+  std::mutex operationsMu_;
+  bool operationRunning_ = false;
+  int pendingOperations_ = 0;
   std::atomic<bool> canPlayThroughPosted_{false}, hasPlaybackEnded_{false};
   std::vector<std::shared_ptr<platform::PlayerObserver>> keyValueObserverControllers_;
 

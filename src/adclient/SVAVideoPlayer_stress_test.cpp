@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <random>
 #include <thread>
 #include <vector>
@@ -38,7 +39,7 @@ struct GateCheckingManager : SVAAudioVideoManager {
 };
 
 TEST(VideoPlayerStressTest, EightThreadsOfMixedCommandsWhileTheVideoLoadsStallsAndUnloads) {
-  desktop::ThreadedEnvironment env{nullptr, 4};
+  desktop::ThreadedEnvironment env;  // the default pool
   auto& loop = *env.standaloneLoop();
   sim::Platform platform;
   kit::ConsoleCapture console;
@@ -123,6 +124,65 @@ TEST(VideoPlayerStressTest, EightThreadsOfMixedCommandsWhileTheVideoLoadsStallsA
   EXPECT_GT(manager->actions.load(), 0);
   EXPECT_LT(manager->actions.load(), kCommands);
   EXPECT_EQ(SVAVideoPlayer::loadedPlayerCount(), 0);
+}
+
+// A flush waits for the action before it without holding a thread, so a single worker carries
+// every queue an action goes through (the wish, the flush, the application) with no timeout.
+TEST(VideoPlayerStressTest, OneWorkerCarriesEveryActionWithoutATimeout) {
+  desktop::ThreadedEnvironment env{nullptr, 1};
+  auto& loop = *env.standaloneLoop();
+  sim::Platform platform;
+  kit::ConsoleCapture console;
+  SVASettings::sharedInstance().setValue("player_action_timeout_ms", kTimeout * 1000.0);
+  auto manager = std::make_shared<GateCheckingManager>();
+  SVAMobileAds::sharedInstance().setAudioVideoManager(manager);
+  auto channel = std::make_shared<sim::AdScriptChannel>();
+  auto view = std::make_shared<SVAWebAdView>(channel);
+
+  std::shared_ptr<SVAVideoPlayer> player;
+  std::atomic<bool> ready{false};
+  kit::mainQueue().async([&] {
+    player = SVAVideoPlayer::make(view, SVAPlayerItemProvider::withURL("file:///ads/clip.mp4"), view.get(), {},
+                                  SVAEventContext::rootContext("ad"));
+    ready = true;
+  });
+  ASSERT_TRUE(loop.runUntil([&] { return ready.load(); }, 10.0));
+  ASSERT_NE(player, nullptr);
+
+  // Commands in small bursts, so that many arrive while an action is in flight.
+  std::atomic<bool> sent{false};
+  std::thread sender([&] {
+    for (int i = 0; i < 2000; ++i) {
+      if (i % 2) player->pauseUserInitiated(false);
+      else player->playUserInitiated(false);
+      if (i % 20 == 0) std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    player->setVolume(0.5, true);
+    player->playUserInitiated(true);
+    sent = true;
+  });
+  // Far less than the action timeout: a flush that held the only worker would wait for it.
+  // The predicate runs on the loop's thread, the main one.
+  auto& simPlayer = *platform.videoPlayers().players().at(0);
+  const bool settled = loop.runUntil(
+      [&] {
+        return sent.load() && env.isBackgroundIdle() && !manager->inFlight.load() && simPlayer.volume() == 0.5f &&
+               simPlayer.wantsToPlay();
+      },
+      60.0);
+  sender.join();
+  ASSERT_TRUE(settled);
+
+  std::atomic<bool> checked{false};
+  kit::mainQueue().async([&] {
+    EXPECT_TRUE(player->isPlaying());
+    player.reset();
+    checked = true;
+  });
+  ASSERT_TRUE(loop.runUntil([&] { return checked.load() && env.isBackgroundIdle(); }, 10.0));
+  EXPECT_EQ(manager->overlaps.load(), 0);
+  EXPECT_GT(manager->actions.load(), 1);
+  EXPECT_EQ(console.count("Must not timeout waiting for player action to happen."), 0);
 }
 
 }  // namespace

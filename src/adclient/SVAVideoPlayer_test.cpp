@@ -135,9 +135,9 @@ TEST_F(VideoPlayerTest, FlushesWithNothingScheduledOnlyPassTheGate) {
   auto player = makePlayer();
   for (int i = 0; i < 3; ++i) {
     player->flushPlayerAction();
+    world.env.runUntilIdle();
     EXPECT_EQ(player->actionSemaphoreValue(), 1);
   }
-  world.env.runUntilIdle();
   EXPECT_TRUE(manager->will.empty());
   EXPECT_EQ(simPlayer().playCount() + simPlayer().pauseCount(), 0);
   EXPECT_EQ(player->appliedFlushCount(), 0);
@@ -177,7 +177,13 @@ TEST_F(VideoPlayerTest, AStuckActionTimesOutAndAFreshGateTakesOver) {
   ASSERT_EQ(manager->held.size(), 1u);
   EXPECT_EQ(player->actionSemaphoreValue(), 0);
 
+  // The pause's flush waits for the gate on the clock, not on a thread.
   player->pauseUserInitiated(true);
+  world.env.runUntilIdle();
+  EXPECT_EQ(manager->held.size(), 1u);
+  world.env.advance(4.9);
+  EXPECT_EQ(console.count("Must not timeout waiting for player action to happen."), 0);
+  world.env.advance(0.1);
   world.env.runUntilIdle();
   EXPECT_EQ(console.count("Must not timeout waiting for player action to happen."), 1);
   ASSERT_EQ(manager->held.size(), 2u);
@@ -198,10 +204,10 @@ TEST_F(VideoPlayerTest, ASecondActionWaitsForTheFirstToBeApplied) {
   auto player = makePlayer();
   player->playUserInitiated(false);
   world.env.runBackgroundOnce();  // the wish
-  world.env.runBackgroundOnce();  // its flush: the manager's completion now waits on main
+  world.env.runBackgroundOnce();  // its flush takes the gate
   player->pauseUserInitiated(false);
   world.env.runUntilIdle();
-  // The pause's flush ran the play's completion before taking the gate: both applied, in order.
+  // The pause's flush took the gate once the play was applied: both applied, in order.
   EXPECT_EQ(simPlayer().playCount(), 1);
   EXPECT_EQ(simPlayer().pauseCount(), 1);
   EXPECT_FALSE(player->isPlaying());

@@ -127,6 +127,19 @@ TEST(FlowFileTest, SecretFilesWorldValuesOfTheWrongTypeOrRange) {
   EXPECT_EQ(world("writableBytes: unlimited"), "no error");
 }
 
+TEST(FlowFileTest, InterstitialFormatsAreOneOrAListInOrder) {
+  auto formats = [](const std::string& value) {
+    return parseFlow("f.yaml", "world:\n  ads: {format: " + value + "}\n---\n- back\n").world.interstitialFormats;
+  };
+  EXPECT_EQ(formats("video"), std::vector<std::string>{"video"});
+  EXPECT_EQ(formats("[image, image, video]"), (std::vector<std::string>{"image", "image", "video"}));
+  EXPECT_EQ(parseFlow("f.yaml", "- back\n").world.interstitialFormats, std::vector<std::string>{"image"});
+  auto world = [](const std::string& body) { return errorOf("world:\n  " + body + "\n---\n- back\n"); };
+  EXPECT_EQ(world("ads: {format: gif}"), "2: world.ads: format: expected one of image | video, or a list of them");
+  EXPECT_EQ(world("ads: {format: [image, gif]}"), "2: world.ads: format: expected one of image | video");
+  EXPECT_EQ(world("ads: {format: []}"), "2: world.ads: format: expected image or video, or a list of them");
+}
+
 TEST(FlowFileTest, AliasesThatContainThemselvesAreRefused) {
   EXPECT_EQ(errorOf("- tapOn: &s {id: x, in: *s}\n").substr(0, 20), "1: tapOn: in: in: in");
   EXPECT_NE(errorOf("- tapOn: &s {id: x, in: *s}\n").find("selectors nest too deeply"), std::string::npos);

@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <set>
 
+#include "adclient/SVAScriptMessageLog.h"
+#include "adclient/SVAVideoInterstitialAd.h"
 #include "cli/MeasurementCommand.h"
 #include "flow/FrontScreen.h"
 #include "kit/Console.h"
@@ -130,6 +132,14 @@ class Run {
     previousFatal_ = kit::setFatalHandler(kit::throwingFatalHandler);
     if (!folder_.path().empty()) world_.platform.files().setApplicationSupportPath(folder_.path() + "/Application Support");
     flow.world.applyTo(world_);
+    // Video interstitials play the house clip; what their script hears goes to the console.
+    world_.platform.ads().setVideoInterstitialLoader([this](const std::string& adUnitID, auto completion) {
+      adclient::SVAVideoInterstitialAd::loadWithAdUnitID(
+          adUnitID, kVideoInterstitialURL, "Sim video interstitial", adScript_, 10.0,
+          [completion](std::shared_ptr<adclient::SVAVideoInterstitialAd> ad, std::optional<platform::Error> error) {
+            completion(std::move(ad), std::move(error));
+          });
+    });
     start_ = world_.env.now();
     toastToken_ = kit::ToastManager::shared().addObserver([this](std::string_view) { noteToasts(); });
   }
@@ -924,7 +934,11 @@ class Run {
   std::string assertAd(const std::string& kind) {
     auto& ads = world_.platform.ads();
     bool interstitial = std::any_of(ads.interstitials().begin(), ads.interstitials().end(),
-                                    [](const auto& ad) { return ad->isPresented(); });
+                                    [](const auto& ad) { return ad->isPresented(); }) ||
+                        std::any_of(ads.videoInterstitials().begin(), ads.videoInterstitials().end(), [](const auto& ad) {
+                          auto video = std::dynamic_pointer_cast<adclient::SVAVideoInterstitialAd>(ad);
+                          return video && video->isPresented();
+                        });
     bool appOpen =
         std::any_of(ads.appOpenAds().begin(), ads.appOpenAds().end(), [](const auto& ad) { return ad->isPresented(); });
     std::string found = interstitial ? "interstitial" : appOpen ? "appOpen" : "none";
@@ -953,9 +967,14 @@ class Run {
     return path;
   }
 
+  // Where the sim video interstitial's clip would be.
+  static constexpr const char* kVideoInterstitialURL = "/sim/Library/Caches/video-interstitial.mp4";
+
   const Flow& flow_;
   const RunOptions& options_;
   kit::ConsoleCapture console_;
+  // The script side of the video ads: its messages are printed, so assertConsole sees them.
+  std::shared_ptr<adclient::SVAScriptMessageLog> adScript_ = std::make_shared<adclient::SVAScriptMessageLog>();
   kit::FatalHandler previousFatal_;
   RunFolder folder_;
   sim::World world_;

@@ -1,5 +1,6 @@
 #include "flow/WorldSetup.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <set>
@@ -167,7 +168,7 @@ std::string readDeletion(const YAML::Node& n, WorldSetup& s) {
 }
 
 std::string readAds(const YAML::Node& n, WorldSetup& s) {
-  if (auto e = knownKeys(n, {"interstitial", "appOpen", "banner", "latency"}); !e.empty()) return e;
+  if (auto e = knownKeys(n, {"interstitial", "appOpen", "banner", "latency", "format"}); !e.empty()) return e;
   for (const char* kind : {"interstitial", "appOpen", "banner"}) {
     if (!n[kind]) continue;
     std::string v;
@@ -178,6 +179,22 @@ std::string readAds(const YAML::Node& n, WorldSetup& s) {
     auto d = number(n["latency"]);
     if (!d || *d < 0) return "latency: expected seconds, 0 or more";
     s.adLatency = *d;
+  }
+  if (const YAML::Node format = n["format"]) {
+    std::vector<std::string> formats;
+    if (format.IsSequence()) {
+      for (const auto& item : format) {
+        std::string v;
+        if (auto e = choice(item, {"image", "video"}, &v); !e.empty()) return "format: " + e;
+        formats.push_back(v);
+      }
+    } else {
+      std::string v;
+      if (auto e = choice(format, {"image", "video"}, &v); !e.empty()) return "format: " + e + ", or a list of them";
+      formats.push_back(v);
+    }
+    if (formats.empty()) return "format: expected image or video, or a list of them";
+    s.interstitialFormats = std::move(formats);
   }
   return {};
 }
@@ -401,7 +418,7 @@ const std::vector<WorldKey>& worldKeys() {
       {"photoAccess", "notDetermined", readPhotoAccess},
       {"answers", "{photos: allow, delete: allow, contacts: allow}", readAnswers},
       {"deletion", "succeed", readDeletion},
-      {"ads", "{interstitial: fill, appOpen: fill, banner: fill, latency: 0}", readAds},
+      {"ads", "{interstitial: fill, appOpen: fill, banner: fill, latency: 0, format: image}", readAds},
       {"preferences", "{} (unset keys read as 0, false or empty)", readPreferences},
       {"disk", "{totalBytes: 128000000000, freeBytes: 64000000000}", readDisk},
       {"eagerMain", "true", readEagerMain},
@@ -481,6 +498,15 @@ void WorldSetup::applyTo(sim::World& world) const {
     ads.setDefaultOutcome(kind, fill ? sim::AdsNetwork::Outcome::Fill : sim::AdsNetwork::Outcome::Fail);
   }
   ads.setLatency(adLatency);
+  std::vector<sim::AdsNetwork::Format> formats;
+  for (const auto& f : interstitialFormats)
+    formats.push_back(f == "video" ? sim::AdsNetwork::Format::Video : sim::AdsNetwork::Format::Image);
+  ads.setInterstitialFormats(std::move(formats));
+  if (std::find(interstitialFormats.begin(), interstitialFormats.end(), "video") != interstitialFormats.end()) {
+    // The house clip: six seconds of 1280x720, playing by itself on the flow's clock.
+    world.platform.videoPlayers().setPlaysOnClock(true);
+    world.platform.videoPlayers().setItemFacts(6.0, {1280, 720});
+  }
 
   for (const auto& [key, value] : preferences) world.platform.preferences().setObject(value, key);
   world.platform.files().setFileSystem(diskTotalBytes, diskFreeBytes);

@@ -48,6 +48,9 @@ struct WorldSetup {
   std::string deletion = "succeed";
   std::map<std::string, bool> adFill{{"interstitial", true}, {"appOpen", true}, {"banner", true}};
   double adLatency = 0;
+  // What the interstitials that fill show, in order ("image" or "video"); the last one stays.
+  // Video ads play a six-second clip through the ads client's video player.
+  std::vector<std::string> interstitialFormats{"image"};
   std::map<std::string, kit::Value> preferences;
   long long diskTotalBytes = 128000000000LL;
   long long diskFreeBytes = 64000000000LL;

@@ -24,8 +24,8 @@ void registerResources(QQmlEngine& engine) {
 
 GuiApp::GuiApp()
     : loop_(std::make_shared<QtMainLoop>()),
-      // At least four workers: an ad's video player blocks one while it waits for its serial
-      // queues, which need workers of their own.
+      // At least four workers: the access questions wait for the person's answer on a worker,
+      // and the measurement client's start waits on a worker for its serial queues.
       env_(std::make_unique<desktop::ThreadedEnvironment>(
           loop_, static_cast<int>(std::max(4u, std::thread::hardware_concurrency())))),
       camera_(std::make_unique<CameraBridge>(QDir::temp().filePath("solvanta-camera"))) {

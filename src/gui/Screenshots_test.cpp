@@ -22,7 +22,7 @@ TEST(ScreenshotsTest, TheScriptedRunWritesSevenPicturesOfTheWindow) {
   log.open(QIODevice::ReadOnly);
   ASSERT_EQ(status, 0) << log.readAll().toStdString();
   for (const char* name : {"0-splash", "0-interlude", "1-home", "2-find-prompt", "3-scanning", "4-results", "5-interstitial",
-                           "10-import-grid", "11-secret-files", "12-preview"}) {
+                           "8-video-interstitial", "10-import-grid", "11-secret-files", "12-preview"}) {
     QImage image(dir.path() + "/" + name + ".png");
     ASSERT_FALSE(image.isNull()) << name;
     EXPECT_EQ(image.width(), 390) << name;
@@ -33,6 +33,10 @@ TEST(ScreenshotsTest, TheScriptedRunWritesSevenPicturesOfTheWindow) {
     }
     EXPECT_GE(colours.size(), 2u) << name << " is a single colour";
   }
+  // The video ad shows a picture of its video in the middle, not the ad's dark backdrop.
+  QImage video(dir.path() + "/8-video-interstitial.png");
+  ASSERT_FALSE(video.isNull());
+  EXPECT_NE(video.pixel(195, 422), video.pixel(195, 150));
 }
 
 }  // namespace

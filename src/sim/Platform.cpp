@@ -453,6 +453,8 @@ void AdsNetwork::setDefaultOutcome(const std::string& kind, Outcome outcome) { k
 void AdsNetwork::setLatency(double seconds) { latency_ = seconds; }
 void AdsNetwork::failNextPresentation() { failNextPresentation_ = true; }
 void AdsNetwork::setBannerHeight(double height) { bannerHeight_ = height; }
+void AdsNetwork::setInterstitialFormats(std::vector<Format> formats) { formats_.assign(formats.begin(), formats.end()); }
+void AdsNetwork::setVideoInterstitialLoader(VideoInterstitialLoader loader) { videoLoader_ = std::move(loader); }
 
 int AdsNetwork::loadCount(const std::string& kind) const {
   return static_cast<int>(std::count_if(loads_.begin(), loads_.end(), [&](const Load& l) { return l.kind == kind; }));
@@ -546,6 +548,20 @@ void AdsNetwork::loadInterstitialWithAdUnitID(
   deliver([this, adUnitID, outcome, completion] {
     if (outcome == Outcome::Fail) {
       completion(nullptr, platform::Error{"ads", 1, "Request Error: No ad to show."});
+      return;
+    }
+    Format format = formats_.empty() ? Format::Image : formats_.front();
+    if (formats_.size() > 1) formats_.pop_front();
+    if (format == Format::Video) {
+      if (!videoLoader_) {
+        completion(nullptr, platform::Error{"ads", 1, "Request Error: No video player for video ads."});
+        return;
+      }
+      videoLoader_(adUnitID, [this, completion](std::shared_ptr<platform::InterstitialAd> ad,
+                                                std::optional<platform::Error> error) {
+        if (ad) videoInterstitials_.push_back(ad);
+        completion(std::move(ad), std::move(error));
+      });
       return;
     }
     auto ad = std::make_shared<SimAd<platform::BasicInterstitialAd>>(this, adUnitID, "Sim interstitial");

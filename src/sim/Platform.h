@@ -238,6 +238,13 @@ class Device : public platform::Device {
 class AdsNetwork : public platform::AdsNetwork {
  public:
   enum class Outcome { Fill, Fail };
+  // What an interstitial that fills shows: a picture, or a video ad made by the video loader.
+  enum class Format { Image, Video };
+  // Makes the video interstitial for an ad unit and answers `completion` on the main queue:
+  // the ad once its video can play, or the error of a video that did not load.
+  using VideoInterstitialLoader = std::function<void(
+      const std::string& adUnitID,
+      std::function<void(std::shared_ptr<platform::InterstitialAd>, std::optional<platform::Error>)> completion)>;
   struct Load {
     std::string kind;  // "interstitial", "appOpen" or "banner"
     std::string adUnitID;
@@ -255,6 +262,16 @@ class AdsNetwork : public platform::AdsNetwork {
   void failNextPresentation();
   // Height of the adaptive banner size.
   void setBannerHeight(double height);
+  // Formats of the interstitials that fill from now on, in order; the last one stays. Empty
+  // (the default): pictures.
+  void setInterstitialFormats(std::vector<Format> formats);
+  // Answers the interstitial fills whose format is Video (after the latency, as any load);
+  // with none, they fail.
+  void setVideoInterstitialLoader(VideoInterstitialLoader loader);
+  // Video interstitials the loader handed out so far, newest last.
+  const std::vector<std::shared_ptr<platform::InterstitialAd>>& videoInterstitials() const {
+    return videoInterstitials_;
+  }
 
   const std::vector<Load>& loads() const { return loads_; }
   int loadCount(const std::string& kind) const;
@@ -302,6 +319,9 @@ class AdsNetwork : public platform::AdsNetwork {
   std::vector<Load> loads_;
   std::vector<std::shared_ptr<platform::BasicInterstitialAd>> interstitials_;
   std::vector<std::shared_ptr<platform::BasicAppOpenAd>> appOpenAds_;
+  std::deque<Format> formats_;
+  VideoInterstitialLoader videoLoader_;
+  std::vector<std::shared_ptr<platform::InterstitialAd>> videoInterstitials_;
   int presentations_ = 0;
   bool started_ = false;
   std::vector<std::string> testDevices_;

@@ -136,6 +136,87 @@ TEST_F(SimPlatformTest, AnAdLoadsPresentsOnceAndCloses) {
   EXPECT_EQ(sim.ads().loadCount("interstitial"), 2);
 }
 
+TEST_F(SimPlatformTest, InterstitialFormatsTakeTurnsAmongFillsAndTheLastStays) {
+  sim.ads().setInterstitialFormats({sim::AdsNetwork::Format::Image, sim::AdsNetwork::Format::Video});
+  sim.ads().queueOutcomes({sim::AdsNetwork::Outcome::Fail});
+  std::vector<std::string> answers;
+  auto load = [&] {
+    platform::adsNetwork().loadInterstitialWithAdUnitID("unit", {}, [&](auto ad, auto error) {
+      answers.push_back(error ? error->localizedDescription : ad->adUnitID());
+    });
+    env.runMain();
+  };
+  load();  // no fill: the formats wait for one
+  load();  // a picture
+  load();  // a video, with no loader
+  EXPECT_EQ(answers, (std::vector<std::string>{"Request Error: No ad to show.", "unit",
+                                               "Request Error: No video player for video ads."}));
+  EXPECT_EQ(sim.ads().interstitials().size(), 1u);
+
+  std::vector<std::string> asked;
+  sim.ads().setVideoInterstitialLoader([&](const std::string& adUnitID, auto completion) {
+    asked.push_back(adUnitID);
+    completion(std::make_shared<platform::BasicInterstitialAd>(adUnitID + "-video", nullptr, "Video"), std::nullopt);
+  });
+  load();
+  load();
+  EXPECT_EQ(asked.size(), 2u);
+  EXPECT_EQ(answers.back(), "unit-video");
+  EXPECT_EQ(sim.ads().videoInterstitials().size(), 2u);
+  EXPECT_EQ(sim.ads().interstitials().size(), 1u);
+}
+
+struct CountingPlayerObserver : platform::PlayerObserver {
+  int ready = 0, ends = 0, frames = 0;
+  std::shared_ptr<platform::Player> player;
+  void playerItemStatusDidChange() override { ready += player->currentItem()->status() == platform::PlayerStatus::ReadyToPlay; }
+  void playerItemDidPlayToEnd() override { ++ends; }
+  void playerDidRenderFirstFrame() override { ++frames; }
+};
+
+TEST_F(SimPlatformTest, PlayersOnTheClockLoadPlayDrawAndEndByThemselves) {
+  auto& players = sim.videoPlayers();
+  // A player made before is scripted by hand: its item never loads by itself.
+  auto scripted = players.makePlayer();
+  scripted->replaceCurrentItemWithPlayerItem(players.makePlayerItemWithURL("clip.mp4"));
+  players.setPlaysOnClock(true);
+  players.setItemFacts(1.0, {1280, 720});
+  auto player = players.makePlayer();
+  auto observer = std::make_shared<CountingPlayerObserver>();
+  observer->player = player;
+  player->setObserver(observer);
+  auto view = kit::make<kit::ImageView>();
+  player->setVideoView(view);
+  std::vector<double> times;
+  player->addPeriodicTimeObserver(0.5, [&](double t) { times.push_back(t); });
+  player->replaceCurrentItemWithPlayerItem(players.makePlayerItemWithURL("clip.mp4"));
+  player->play();
+  EXPECT_EQ(player->rate(), 0.0f) << "not before the item has loaded";
+  env.runMain();
+  EXPECT_EQ(scripted->currentItem()->status(), platform::PlayerStatus::Unknown);
+  ASSERT_EQ(observer->ready, 1);
+  ASSERT_EQ(player->currentItem()->loadedTimeRanges().size(), 1u);
+  EXPECT_DOUBLE_EQ(player->currentItem()->loadedTimeRanges()[0].duration, 1.0);
+  EXPECT_EQ(player->rate(), 1.0f);
+  EXPECT_EQ(observer->frames, 1);
+  auto first = view->image();
+  ASSERT_TRUE(first);
+  EXPECT_EQ(first->size().width, 320);
+
+  env.advance(0.6);
+  EXPECT_DOUBLE_EQ(player->currentItem()->currentTime(), 0.5);
+  EXPECT_NE(view->image(), first) << "the picture follows the playhead";
+  player->pause();
+  env.advance(2.0);
+  EXPECT_DOUBLE_EQ(player->currentItem()->currentTime(), 0.5) << "a paused player stays put";
+  player->play();
+  env.advance(2.0);
+  EXPECT_DOUBLE_EQ(player->currentItem()->currentTime(), 1.0);
+  EXPECT_EQ(observer->ends, 1);
+  EXPECT_EQ(player->rate(), 0.0f);
+  EXPECT_EQ(times, (std::vector<double>{0.5, 1.0}));
+}
+
 TEST_F(SimPlatformTest, PreferencesFollowThePlatformsConversions) {
   auto& p = platform::preferences();
   EXPECT_FALSE(p.boolForKey("missing"));

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+
+#include "kit/Dispatch.h"
 
 namespace sim {
 
@@ -63,7 +66,62 @@ void Player::updateRate() {
   if (rate == rate_) return;
   rate_ = rate;
   report(&platform::PlayerObserver::playerRateDidChange);
-  if (moving) report(&platform::PlayerObserver::playerDidRenderFirstFrame);
+  if (moving) {
+    if (onClock_) {
+      drawPicture();
+      scheduleTick();
+    }
+    report(&platform::PlayerObserver::playerDidRenderFirstFrame);
+  }
+}
+
+void Player::scheduleTick() {
+  if (tickScheduled_) return;
+  tickScheduled_ = true;
+  std::weak_ptr<Player> weak = weak_from_this();
+  kit::mainQueue().asyncAfter(VideoPlayers::kClockTick, [weak] {
+    auto self = weak.lock();
+    if (!self) return;
+    self->tickScheduled_ = false;
+    if (!(self->rate_ > 0.0f)) return;
+    self->tick(VideoPlayers::kClockTick);
+    self->drawPicture();
+    if (self->rate_ > 0.0f) self->scheduleTick();
+  });
+}
+
+void Player::setVideoView(std::weak_ptr<kit::ImageView> view) {
+  videoView_ = std::move(view);
+  if (onClock_ && rate_ > 0.0f) drawPicture();
+}
+
+void Player::drawPicture() {
+  auto view = videoView_.lock();
+  if (!view || !item_) return;
+  // A 16:9 frame: a blue field whose shade follows the playhead, and a progress bar.
+  constexpr int kWidth = 320, kHeight = 180, kBarTop = 164, kBarBottom = 172;
+  const double progress =
+      std::isfinite(item_->duration_) && item_->duration_ > 0 ? std::clamp(item_->currentTime_ / item_->duration_, 0.0, 1.0) : 0.0;
+  std::vector<std::uint8_t> rgba(static_cast<std::size_t>(kWidth) * kHeight * 4);
+  const int filled = static_cast<int>(progress * kWidth);
+  for (int y = 0; y < kHeight; ++y) {
+    for (int x = 0; x < kWidth; ++x) {
+      std::uint8_t* px = &rgba[(static_cast<std::size_t>(y) * kWidth + x) * 4];
+      const bool bar = y >= kBarTop && y < kBarBottom;
+      if (bar) {
+        const std::uint8_t v = x < filled ? 0xF0 : 0x50;
+        px[0] = v;
+        px[1] = v;
+        px[2] = v;
+      } else {
+        px[0] = static_cast<std::uint8_t>(0x20 + 0x60 * progress);
+        px[1] = static_cast<std::uint8_t>(0x60 + y / 3);
+        px[2] = static_cast<std::uint8_t>(0xC0 + x / 8);
+      }
+      px[3] = 0xFF;
+    }
+  }
+  view->setImage(kit::Image::fromPixels(kWidth, kHeight, std::move(rgba)));
 }
 
 void Player::play() {
@@ -91,6 +149,16 @@ void Player::replaceCurrentItemWithPlayerItem(std::shared_ptr<platform::PlayerIt
       item_->failOnAttach_.reset();
       item_->fail(*failure);
       return;
+    }
+    if (onClock_ && item_->status_ == platform::PlayerStatus::Unknown) {
+      // The file loads: the whole video is at hand on the next turn.
+      std::weak_ptr<PlayerItem> loading = item_;
+      kit::mainQueue().async([loading] {
+        auto loaded = loading.lock();
+        if (!loaded || loaded->status_ != platform::PlayerStatus::Unknown) return;
+        loaded->setLoadedTimeRanges({{0.0, std::isfinite(loaded->duration_) ? loaded->duration_ : 0.0}});
+        loaded->becomeReady();
+      });
     }
   }
   updateRate();
@@ -144,7 +212,7 @@ void Player::failPlayer(platform::PlayerError error) {
 // ---- VideoPlayers ----
 
 std::shared_ptr<platform::Player> VideoPlayers::makePlayer() {
-  auto player = std::make_shared<Player>();
+  auto player = std::make_shared<Player>(onClock_);
   players_.push_back(player);
   return player;
 }
@@ -159,6 +227,8 @@ std::shared_ptr<platform::PlayerItem> VideoPlayers::makePlayerItemWithURL(const 
 void VideoPlayers::setFailure(const std::string& url, platform::PlayerError error) {
   failures_[url] = std::move(error);
 }
+
+void VideoPlayers::setPlaysOnClock(bool onClock) { onClock_ = onClock; }
 
 void VideoPlayers::setItemFacts(double duration, kit::Size size) {
   duration_ = duration;

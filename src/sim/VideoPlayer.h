@@ -1,7 +1,8 @@
 // sim::VideoPlayers: scriptable players and items. A test makes an item ready or failed,
 // buffers it, stalls it and moves its playhead; the player reports each change to its
 // observer at once, on the calling thread (the main thread, as every call of a player is),
-// and counts what it was asked to do.
+// and counts what it was asked to do. Players made "on the clock" play by themselves instead,
+// as a scripted run needs: see VideoPlayers::setPlaysOnClock.
 #pragma once
 
 #include <map>
@@ -54,8 +55,10 @@ class PlayerItem : public platform::PlayerItem {
   std::optional<platform::PlayerError> failOnAttach_;
 };
 
-class Player : public platform::Player {
+class Player : public platform::Player, public std::enable_shared_from_this<Player> {
  public:
+  // `onClock`: see VideoPlayers::setPlaysOnClock.
+  explicit Player(bool onClock = false) : onClock_(onClock) {}
   ~Player() override;
 
   // --- platform::Player ---
@@ -74,6 +77,8 @@ class Player : public platform::Player {
   long addPeriodicTimeObserver(double interval, std::function<void(double)> block) override;
   void removeTimeObserver(long token) override;
   void setObserver(std::weak_ptr<platform::PlayerObserver> observer) override { observer_ = std::move(observer); }
+  // A player on the clock draws its pictures there; others ignore it.
+  void setVideoView(std::weak_ptr<kit::ImageView> view) override;
 
   // --- Scripting ---
   // Moves the playhead by `seconds` of playback when the player moves, firing the periodic
@@ -93,6 +98,9 @@ class Player : public platform::Player {
   friend class PlayerItem;
   void updateRate();
   void report(void (platform::PlayerObserver::*event)());
+  // On the clock: the next tick while the player moves, and the picture of the playhead.
+  void scheduleTick();
+  void drawPicture();
 
   platform::PlayerStatus status_ = platform::PlayerStatus::ReadyToPlay;
   std::optional<platform::PlayerError> error_;
@@ -110,6 +118,9 @@ class Player : public platform::Player {
   std::map<long, TimeObserver> timeObservers_;
   long nextToken_ = 1;
   int playCount_ = 0, pauseCount_ = 0, replaceCount_ = 0;
+  bool onClock_;
+  bool tickScheduled_ = false;
+  std::weak_ptr<kit::ImageView> videoView_;
 };
 
 class VideoPlayers : public platform::VideoPlayers {
@@ -121,6 +132,14 @@ class VideoPlayers : public platform::VideoPlayers {
   void setFailure(const std::string& url, platform::PlayerError error);
   // Duration and size of the items made next (default 15 s, 1280x720).
   void setItemFacts(double duration, kit::Size size);
+  // With true, players made from now on play by themselves on the environment's clock: an
+  // item they take becomes ready and wholly buffered on a later main-queue turn, a moving
+  // player's playhead advances with the clock (its periodic observers and its end fire as
+  // time passes), and the pictures, a frame with the playhead's progress, go to the video
+  // view. False at first.
+  void setPlaysOnClock(bool onClock);
+  // Seconds of the clock between two moves of a playhead on the clock.
+  static constexpr double kClockTick = 0.25;
   // Every player and item made so far, oldest first (null once released).
   std::vector<std::shared_ptr<Player>> players() const;
   std::vector<std::shared_ptr<PlayerItem>> items() const;
@@ -129,6 +148,7 @@ class VideoPlayers : public platform::VideoPlayers {
   std::map<std::string, platform::PlayerError> failures_;
   double duration_ = 15.0;
   kit::Size size_{1280, 720};
+  bool onClock_ = false;
   std::vector<std::weak_ptr<Player>> players_;
   std::vector<std::weak_ptr<PlayerItem>> items_;
 };
