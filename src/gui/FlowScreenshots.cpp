@@ -44,9 +44,11 @@ bool QmlScreenRenderer::renderPNG(const std::shared_ptr<kit::Window>& window, co
   }
   // The bridge outlives the engine, whose QML reads it to the end.
   AppBridge bridge(window);
+  CameraBridge camera{QString()};  // the simulated camera has no view of its own
   QQmlApplicationEngine engine;
   registerResources(engine);
   engine.rootContext()->setContextProperty("app", &bridge);
+  engine.rootContext()->setContextProperty("cameraBridge", &camera);
   engine.load(QUrl("qrc:/qml/Main.qml"));
   auto roots = engine.rootObjects();
   auto* quickWindow = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow*>(roots.first());

@@ -126,7 +126,9 @@ ApplicationWindow {
     Loader {
         z: 250
         anchors.fill: parent
-        active: cameraBridge.open
+        // Off unless the bridge says so (a Loader is active by default).
+        active: false
+        Binding on active { value: cameraBridge.open }
         source: "CameraView.qml"
     }
 
