@@ -36,15 +36,17 @@
 // Any other command name is a call of the function bound to that name in the scope, with the
 // evaluated arguments (APMPFunctionEvaluator).
 //
-// Speed: a program is decoded once into its tree of statements, and each statement keeps
-// what the evaluator learns about it on first sight: its names interned in the evaluator's
-// table (scopes compare names by identity), where its name was last found (valid while no
-// scope on the way gains a name), its method's number, and whether it is an expression
-// without side effects (which then runs without per-statement bookkeeping, falling back to
-// the exact path whenever anything could fail). Numbers, booleans, undefined and null never
-// allocate; strings are shared, and `name = name + x` grows a string nobody else holds in
-// place; scopes and return signals are reused. None of this changes what a program sees,
-// its instruction count or where it fails.
+// Speed: a program is decoded once into its tree of statements, and each statement is
+// compiled on its first evaluation into the operation the evaluator runs it as: its names
+// interned in the evaluator's table, its arity checked once, the hot commands (arithmetic,
+// comparisons, name reads and writes, property reads, calls by name, `name = name + x`) as
+// operations of their own, the rest through its family's evaluator. A name is resolved to a
+// slot (how many scopes up, which binding there) that each lookup checks in a few loads
+// instead of searching the chain by name. Name reads among the operands of a statement run
+// inline. Numbers, booleans, undefined and null never allocate; strings are shared, and
+// `name = name + x` grows a string nobody else holds in place; a call's scope is reused when
+// nothing kept it. None of this changes what a program sees, its instruction count or where
+// it fails.
 //
 // Limits: each evaluation counts one instruction; at kInstructionBudget the run fails with
 // code 18. Evaluations nest at most kMaxDepth deep (a recursion past it fails with code 18,
@@ -203,6 +205,16 @@ class APMPEvaluator {
 
  private:
   APMPRuntimeValue evalStatement(const APMPStatementValue& statement, APMPScope* scope);
+  // Runs a statement's operation (after its instruction and depth are counted); compiles it
+  // on first sight.
+  APMPRuntimeValue execute(const APMPStatementValue& statement, APMPScope* scope);
+  // Chooses the operation of `statement` (see execute) and resolves nothing yet: its slot
+  // starts unresolved. Returns the operation.
+  std::uint8_t compile(const APMPStatementValue& statement);
+  // Evaluates an argument as eval does, with a name read inline.
+  APMPRuntimeValue operand(const APMPRuntimeValue& argument, APMPScope* scope);
+  // `name = name + x` in the binding itself; false (nothing done) when it does not apply.
+  bool addInPlace(const APMPStatementValue& statement, APMPScope* scope, APMPRuntimeValue* out);
   APMPRuntimeValue dispatch(const APMPStatementValue& statement, APMPScope* scope);
   [[gnu::noinline]] bool budgetExceeded();
 

@@ -571,6 +571,9 @@ const APMPRuntimeValue& APMPNameTable::intern(const APMPRuntimeValue& name) {
 
 void APMPStatementValue::internNamesSlowly(APMPNameTable& table) {
   internedIn_ = &table;
+  // The compiled form points at the names it had: compile again.
+  operation_ = 0;
+  slot_ = APMPSlot();
   auto intern = [&](std::size_t i) {
     if (i < arguments_.size() && arguments_[i].isString()) arguments_[i] = table.intern(arguments_[i]);
   };

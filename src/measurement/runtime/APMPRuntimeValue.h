@@ -480,6 +480,18 @@ struct APMPNameCache {
   void* binding = nullptr;
 };
 
+// A name resolved to the binding that last held it: `hops` scopes up the chain from where the
+// lookup starts, at `index` among that scope's bindings. A lookup checks that the chain still
+// leads there (no scope on the way binds the name, the binding still carries it) before it
+// takes the binding, so a slot is right from any scope; it only saves the walk.
+struct APMPSlot {
+  static constexpr std::uint32_t kUnresolved = UINT32_MAX;
+  const APMPStringValue* name = nullptr;  // the statement's (interned) name
+  std::uint64_t bit = 0;                  // name->nameBit()
+  std::uint32_t hops = kUnresolved;
+  std::uint32_t index = 0;
+};
+
 // Unevaluated code: a command (its number as text in `functionName`) and its arguments.
 class APMPStatementValue final : public APMPHeapObject {
  public:
@@ -499,10 +511,16 @@ class APMPStatementValue final : public APMPHeapObject {
   int method() const { return method_; }
   // The statement's remembered name lookup (for reads, writes and calls by name).
   APMPNameCache& nameCache() const { return nameCache_; }
-  // For the evaluator: how deep the statement nests when it is an expression without side
-  // effects (0 when it is not one, -1 before the evaluator has looked).
-  int expressionDepth() const { return expressionDepth_; }
-  void setExpressionDepth(int depth) const { expressionDepth_ = static_cast<std::int16_t>(depth); }
+  // For the evaluator: the operation it runs this statement as (0 before its first
+  // evaluation; see APMPEvaluator::compile), a flag word for that operation, and the slot of
+  // the statement's name.
+  std::uint8_t operation() const { return operation_; }
+  std::uint8_t operationFlags() const { return operationFlags_; }
+  void setOperation(std::uint8_t operation, std::uint8_t flags) const {
+    operation_ = operation;
+    operationFlags_ = flags;
+  }
+  APMPSlot& slot() const { return slot_; }
   // Replaces the literal names among the arguments (names read, written, declared and
   // looped over) and the callee's name with the equal strings of `table`. Done once per
   // table; the statement means the same afterwards.
@@ -518,7 +536,9 @@ class APMPStatementValue final : public APMPHeapObject {
   int method_ = -1;
   const APMPNameTable* internedIn_ = nullptr;
   mutable APMPNameCache nameCache_;
-  mutable std::int16_t expressionDepth_ = -1;
+  mutable std::uint8_t operation_ = 0;
+  mutable std::uint8_t operationFlags_ = 0;
+  mutable APMPSlot slot_;
   std::vector<APMPRuntimeValue> arguments_;
   APMPRuntimeValue calleeName_;
 };

@@ -133,6 +133,20 @@ APMPScope::Binding* APMPScope::lookupAndRemember(const APMPRuntimeValue& name, A
   return nullptr;
 }
 
+bool APMPScope::holds(const APMPSlot& slot) { return findHere(slot.name, slot.bit) != nullptr; }
+
+APMPScope::Binding* APMPScope::resolve(APMPSlot& slot) {
+  std::uint32_t hops = 0;
+  for (APMPScope* s = this; s; s = s->parent_, ++hops) {
+    if (Binding* b = s->findHere(slot.name, slot.bit)) {
+      slot.hops = hops;
+      slot.index = static_cast<std::uint32_t>(b - s->data_);
+      return b;
+    }
+  }
+  return nullptr;
+}
+
 APMPScope::Binding* APMPScope::lookup(const APMPRuntimeValue& name) {
   const APMPStringValue* s = name.asString();
   return lookup(s, s->nameBit());

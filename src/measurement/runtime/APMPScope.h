@@ -80,6 +80,25 @@ class APMPScope final : public APMPHeapObject {
     }
     return p->lookupAndRemember(name, cache);
   }
+  // The same through a slot (whose name and bit are set): takes the binding the slot points
+  // at when the chain still leads there, else walks the chain and points the slot at what it
+  // finds. Null when the name is unbound.
+  [[gnu::always_inline]] Binding* lookup(APMPSlot& slot) {
+    APMPScope* s = this;
+    std::uint32_t hops = slot.hops;
+    if (hops != APMPSlot::kUnresolved) {
+      for (; hops > 0; --hops) {
+        if ((s->mask_ & slot.bit) && s->holds(slot)) return resolve(slot);
+        s = s->parent_;
+        if (!s) return resolve(slot);
+      }
+      if (slot.index < s->size_) {
+        Binding& b = s->data_[slot.index];
+        if (b.name == slot.name || b.name->equals(slot.name->value())) return &b;
+      }
+    }
+    return resolve(slot);
+  }
   const APMPRuntimeValue* valueForName(const APMPRuntimeValue& name) {
     Binding* b = lookup(name);
     return b ? &b->value : nullptr;
@@ -93,6 +112,9 @@ class APMPScope final : public APMPHeapObject {
   static constexpr std::uint32_t kInline = 4;
   Binding* findHere(const APMPStringValue* name, std::uint64_t bit);
   Binding* lookup(const APMPStringValue* name, std::uint64_t bit);
+  // Whether this scope binds the slot's name; the slow half of lookup(slot).
+  bool holds(const APMPSlot& slot);
+  Binding* resolve(APMPSlot& slot);
   Binding* lookupAndRemember(const APMPRuntimeValue& name, APMPNameCache& cache);
   bool bind(APMPStringValue* name, APMPRuntimeValue value, bool immutable);
   void clearBindings();
