@@ -897,7 +897,7 @@ APMPRuntimeValue APMPEvaluator::failEditing(int code, std::string message) {
 
 // One case per command: the small families and the hottest commands are expanded in place
 // with their command number known, the others go to their family's evaluator.
-[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::dispatch(const APMPStatementValue& statement,
+[[gnu::noinline]] APMPRuntimeValue APMPEvaluator::dispatch(const APMPStatementValue& statement,
                                                                        APMPScope* scope) {
   using Math = APMPMathCommandEvaluator;
   using Comparison = APMPComparisonCommandEvaluator;
@@ -935,20 +935,6 @@ APMPRuntimeValue APMPEvaluator::failEditing(int code, std::string message) {
 bool APMPEvaluator::budgetExceeded() {
   fail(kAPMPErrorCodeBudgetExceeded, "Instruction budget exceeded");
   return false;
-}
-
-APMPRuntimeValue APMPEvaluator::evalStatement(const APMPStatementValue& statement,
-                                              APMPScope* scope) {
-  if (failed_) return {};
-  if (!tick()) return {};
-  if (++depth_ > kMaxDepth) {
-    --depth_;
-    return fail(kAPMPErrorCodeBudgetExceeded, "Maximum call depth exceeded");
-  }
-  V r = execute(statement, scope);
-  --depth_;
-  if (failed_) return {};
-  return r;
 }
 
 APMPRuntimeValue APMPEvaluator::run(const APMPRuntimeValue& statements, APMPScope* scope) {
@@ -1034,14 +1020,28 @@ APMPRuntimeValue APMPEvaluator::applyMethod(const APMPRuntimeValue& target, cons
 APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
                                          const APMPRuntimeValue* arguments, std::size_t count) {
   if (!evaluator.enter()) return {};
-  APMPScope* callScope = new APMPScope(scope_);
-  callScope->retain();
-  for (std::size_t i = 0; i < parameterNames_.size(); ++i) {
-    callScope->bind(parameterNames_[i], i < count ? arguments[i] : V(), false);
+  const std::size_t n = parameterNames_.size();
+  APMPScope* callScope = spareScope_;
+  if (callScope) {
+    spareScope_ = nullptr;
+    for (std::size_t i = 0; i < n && i < count; ++i) callScope->setBindingValue(i, arguments[i]);
+  } else {
+    callScope = new APMPScope(scope_);
+    callScope->retain();
+    for (std::size_t i = 0; i < n; ++i) {
+      callScope->bind(parameterNames_[i], i < count ? arguments[i] : V(), false);
+    }
   }
   V body = body_;
   V r = evaluator.run(body, callScope);
-  callScope->release();
+  // A scope that nothing else holds now is kept for the next call (a recursive call may
+  // have left one already).
+  if (!spareScope_ && callScope->referenceCount() == 1 && callScope->parent() == scope_ &&
+      callScope->recycle(parameterNames_.data(), n)) {
+    spareScope_ = callScope;
+  } else {
+    callScope->release();
+  }
   evaluator.leave();
   if (r.isControl() && r.asControl()->type() == APMPControlValue::Type::kReturn) {
     return evaluator.returnedData(r);
@@ -1089,7 +1089,7 @@ const APMPStatementValue* literalRead(const V& v) {
 
 }  // namespace
 
-std::uint8_t APMPEvaluator::compile(const APMPStatementValue& statement) {
+std::uint8_t APMPEvaluator::compileOperation(const APMPStatementValue& statement) {
   const_cast<APMPStatementValue&>(statement).internNames(names_);
   const auto& args = statement.arguments();
   const std::size_t n = args.size();
@@ -1144,6 +1144,171 @@ std::uint8_t APMPEvaluator::compile(const APMPStatementValue& statement) {
   }
   statement.setOperation(op, flags);
   return op;
+}
+
+std::uint8_t APMPEvaluator::compile(const APMPStatementValue& statement) {
+  std::uint8_t op = compileOperation(statement);
+  measureExpression(statement, 0);
+  return op;
+}
+
+namespace {
+
+// Commands without side effects that cannot fail but for the reasons quick drops on, with
+// their arity.
+bool isExpressionCommand(int c, std::size_t n) {
+  switch (c) {
+    case 0: case 10: case 25: case 26: case 37: case 32: case 33:
+    case 12: case 29: case 20: case 21: case 18: case 19: case 23: case 24:
+    case 1: case 30:
+    case 56: case 57: case 59: case 60: case 61: case 62:
+    case 16: case 17:
+      return n == 2;
+    case 27: case 34: case 35: case 28: case 58: case 40:
+      return n == 1;
+    case 44: case 45:
+      return n == 0;
+    default: return false;
+  }
+}
+
+}  // namespace
+
+void APMPEvaluator::measureExpression(const APMPStatementValue& statement, int nesting) {
+  const auto& args = statement.arguments();
+  std::uint32_t size = 0;
+  int depth = 0;
+  if (statement.operation() == kReadName) {
+    size = 1;
+    depth = 1;
+  } else if (nesting <= kMaxDepth && isExpressionCommand(statement.command(), args.size())) {
+    size = 1;
+    depth = 1;
+    for (const auto& a : args) {
+      if (!a.isStatement()) continue;
+      const APMPStatementValue& child = *a.asStatement();
+      if (child.operation() == kUncompiled) {
+        compileWithin(child, nesting + 1);
+      }
+      if (child.expressionSize() == 0) {
+        size = 0;
+        depth = 0;
+        break;
+      }
+      size += child.expressionSize();
+      depth = std::max(depth, child.expressionDepth() + 1);
+    }
+  }
+  statement.setExpression(size, depth);
+}
+
+void APMPEvaluator::compileWithin(const APMPStatementValue& statement, int nesting) {
+  // compile() measures from nesting 0; children deeper in an expression measure from theirs.
+  compileOperation(statement);
+  measureExpression(statement, nesting);
+}
+
+APMPRuntimeValue APMPEvaluator::quickArgument(const APMPRuntimeValue& argument, APMPScope* scope) {
+  if (!argument.isStatement()) return argument;
+  const APMPStatementValue& s = *argument.asStatement();
+  std::uint8_t op = s.operation();
+  if (op == kUncompiled) op = compileOperation(s);
+  return quick(s, op, scope);
+}
+
+APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::uint8_t op,
+                                      APMPScope* scope) {
+  ++instructions_;
+  const auto& args = statement.arguments();
+  if (op == kReadName) {
+    APMPScope::Binding* b = scope->lookup(statement.slot());
+    if (!b) return drop();
+    return b->value;
+  }
+  int c = statement.command();
+  switch (c) {
+    case 44: return {};
+    case 45: return V::null();
+    case 1:
+    case 30: {
+      V a = quickArgument(args[0], scope);
+      if (dropped_) return {};
+      bool decided = c == 1 ? !a.booleanValue() : a.booleanValue();
+      if (decided) return a;
+      return quickArgument(args[1], scope);
+    }
+    default: break;
+  }
+  V a = quickArgument(args[0], scope);
+  if (dropped_) return {};
+  switch (c) {
+    case 27: return V::number(-a.doubleValue());
+    case 34: case 35: return a;
+    case 28: return V::boolean(!a.booleanValue());
+    case 58: return V::number(~APMPToInt32(a.doubleValue()));
+    case 40: return V::string(a.typeName());
+    default: break;
+  }
+  V b = quickArgument(args[1], scope);
+  if (dropped_) return {};
+  bool numbers = a.isNumber() && b.isNumber();
+  switch (c) {
+    case 0:
+      if (numbers) return V::number(a.numberPayload() + b.numberPayload());
+      if (a.isString() && b.isString()) {
+        const std::string& x = a.stringPayload();
+        const std::string& y = b.stringPayload();
+        if (!APMPHeap::canAllocate(x.size() + y.size() + 64)) return drop();
+        std::string sum;
+        sum.reserve(x.size() + y.size());
+        sum += x;
+        sum += y;
+        return V::string(std::move(sum));
+      }
+      if (a.isString() || a.isObject() || b.isString() || b.isObject()) return drop();
+      return V::number(a.doubleValue() + b.doubleValue());
+    case 10: return V::number(a.doubleValue() / b.doubleValue());
+    case 25: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
+    case 26: return V::number(a.doubleValue() * b.doubleValue());
+    case 37: return V::number(a.doubleValue() - b.doubleValue());
+    case 32: case 33: return a;
+    case 12: return V::boolean(a.looselyEquals(b));
+    case 29: return V::boolean(!a.looselyEquals(b));
+    case 20: return V::boolean(a.isEqualToRuntimeValue(b));
+    case 21: return V::boolean(!a.isEqualToRuntimeValue(b));
+    case 18:
+      if (numbers) return V::boolean(a.numberPayload() > b.numberPayload());
+      return V::boolean(lessThan(b, a) == 1);
+    case 19:
+      if (numbers) return V::boolean(a.numberPayload() >= b.numberPayload());
+      return V::boolean(lessThan(a, b) == 0);
+    case 23:
+      if (numbers) return V::boolean(a.numberPayload() < b.numberPayload());
+      return V::boolean(lessThan(a, b) == 1);
+    case 24:
+      if (numbers) return V::boolean(a.numberPayload() <= b.numberPayload());
+      return V::boolean(lessThan(b, a) == 0);
+    case 56: case 57: case 59: case 60: case 61: case 62: {
+      std::int32_t x = APMPToInt32(a.doubleValue());
+      std::uint32_t shift = APMPToUint32(b.doubleValue()) & 31;
+      switch (c) {
+        case 56: return V::number(x & APMPToInt32(b.doubleValue()));
+        case 57: return V::number(static_cast<std::int32_t>(static_cast<std::uint32_t>(x) << shift));
+        case 59: return V::number(x | APMPToInt32(b.doubleValue()));
+        case 60: return V::number(x >> shift);
+        case 61: return V::number(APMPToUint32(a.doubleValue()) >> shift);
+        default: return V::number(x ^ APMPToInt32(b.doubleValue()));
+      }
+    }
+    default: {  // 16, 17
+      if (V own; readOwnProperty(a, b, &own)) return own;
+      if (a.isNullish()) return drop();
+      platform::Error error;
+      V r = a.valueForProperty(b, &error);
+      if (error.code) return drop();
+      return r;
+    }
+  }
 }
 
 [[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::operand(const APMPRuntimeValue& argument,
@@ -1208,9 +1373,8 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
   return true;
 }
 
-APMPRuntimeValue APMPEvaluator::execute(const APMPStatementValue& statement, APMPScope* scope) {
-  std::uint8_t op = statement.operation();
-  if (op == kUncompiled) op = compile(statement);
+[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::execute(
+    const APMPStatementValue& statement, std::uint8_t op, APMPScope* scope) {
   const auto& args = statement.arguments();
   if (op >= kAdd && op <= kLooseNotEqual) {
     V a = operand(args[0], scope);
@@ -1299,4 +1463,32 @@ APMPRuntimeValue APMPEvaluator::execute(const APMPStatementValue& statement, APM
     }
     default: return dispatch(statement, scope);
   }
+}
+
+APMPRuntimeValue APMPEvaluator::evalStatement(const APMPStatementValue& statement,
+                                              APMPScope* scope) {
+  if (failed_) return {};
+  std::uint8_t op = statement.operation();
+  if (op == kUncompiled) op = compile(statement);
+  // An expression without side effects runs without per-statement bookkeeping when the
+  // budget and the depth cannot run out inside it; any failure on the way drops the attempt
+  // (nothing observed it) and the statement runs on the exact path.
+  if (std::uint32_t most = statement.expressionSize()) {
+    if (instructions_ + most < kInstructionBudget && depth_ + statement.expressionDepth() <= kMaxDepth) {
+      std::uint64_t before = instructions_;
+      dropped_ = false;
+      V r = quick(statement, op, scope);
+      if (!dropped_) return r;
+      instructions_ = before;
+    }
+  }
+  if (!tick()) return {};
+  if (++depth_ > kMaxDepth) {
+    --depth_;
+    return fail(kAPMPErrorCodeBudgetExceeded, "Maximum call depth exceeded");
+  }
+  V r = execute(statement, op, scope);
+  --depth_;
+  if (failed_) return {};
+  return r;
 }

@@ -207,10 +207,25 @@ class APMPEvaluator {
   APMPRuntimeValue evalStatement(const APMPStatementValue& statement, APMPScope* scope);
   // Runs a statement's operation (after its instruction and depth are counted); compiles it
   // on first sight.
-  APMPRuntimeValue execute(const APMPStatementValue& statement, APMPScope* scope);
-  // Chooses the operation of `statement` (see execute) and resolves nothing yet: its slot
-  // starts unresolved. Returns the operation.
+  APMPRuntimeValue execute(const APMPStatementValue& statement, std::uint8_t operation,
+                           APMPScope* scope);
+  // Chooses the operation of `statement` (see execute) and measures it as an expression;
+  // its slot starts unresolved. Returns the operation.
   std::uint8_t compile(const APMPStatementValue& statement);
+  std::uint8_t compileOperation(const APMPStatementValue& statement);
+  void compileWithin(const APMPStatementValue& statement, int nesting);
+  // Sets the statement's expression size and depth (0 when it is no expression without
+  // side effects), compiling its arguments; `nesting` is how deep it lies in the expression
+  // being measured.
+  void measureExpression(const APMPStatementValue& statement, int nesting);
+  // The fast path of an expression without side effects: counts each statement it evaluates,
+  // checks nothing else; sets dropped_ where the exact path could fail.
+  APMPRuntimeValue quick(const APMPStatementValue& statement, std::uint8_t operation, APMPScope* scope);
+  APMPRuntimeValue quickArgument(const APMPRuntimeValue& argument, APMPScope* scope);
+  APMPRuntimeValue drop() {
+    dropped_ = true;
+    return {};
+  }
   // Evaluates an argument as eval does, with a name read inline.
   APMPRuntimeValue operand(const APMPRuntimeValue& argument, APMPScope* scope);
   // `name = name + x` in the binding itself; false (nothing done) when it does not apply.
@@ -224,6 +239,7 @@ class APMPEvaluator {
   std::uint64_t instructions_ = 0;
   int depth_ = 0;
   bool failed_ = false;
+  bool dropped_ = false;
   platform::Error error_;
 };
 

@@ -509,16 +509,22 @@ APMPFunctionValue::APMPFunctionValue(std::string name, std::vector<APMPRuntimeVa
 }
 
 APMPFunctionValue::~APMPFunctionValue() {
+  if (spareScope_) spareScope_->release();
   if (scope_) scope_->release();
 }
 
 void APMPFunctionValue::traverse(void (*visit)(APMPHeapObject*, void*), void* context) {
   if (scope_) visit(scope_, context);
+  if (spareScope_) visit(spareScope_, context);
   if (body_.isHeap()) visit(body_.object(), context);
   for (auto& p : parameterNames_) visit(p.object(), context);
 }
 
 void APMPFunctionValue::clearReferences() {
+  if (APMPScope* spare = spareScope_) {
+    spareScope_ = nullptr;
+    spare->release();
+  }
   body_ = APMPRuntimeValue();
   parameterNames_.clear();
   APMPScope* scope = scope_;
@@ -574,6 +580,8 @@ void APMPStatementValue::internNamesSlowly(APMPNameTable& table) {
   // The compiled form points at the names it had: compile again.
   operation_ = 0;
   slot_ = APMPSlot();
+  expressionSize_ = 0;
+  expressionDepth_ = 0;
   auto intern = [&](std::size_t i) {
     if (i < arguments_.size() && arguments_[i].isString()) arguments_[i] = table.intern(arguments_[i]);
   };

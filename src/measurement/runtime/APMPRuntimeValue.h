@@ -457,6 +457,9 @@ class APMPFunctionValue : public APMPHeapObject {
   std::vector<APMPRuntimeValue> parameterNames_;
   APMPRuntimeValue body_;
   APMPScope* scope_ = nullptr;
+  // The scope of a finished call that nothing kept (no closure, no block): the next call
+  // binds its parameters in it instead of making a scope.
+  APMPScope* spareScope_ = nullptr;
 };
 
 // One string value per distinct name: the evaluator's table, into which statements put their
@@ -521,6 +524,14 @@ class APMPStatementValue final : public APMPHeapObject {
     operationFlags_ = flags;
   }
   APMPSlot& slot() const { return slot_; }
+  // As an expression without side effects: how many statements it evaluates at most and how
+  // deep they nest (both 0 when it is none).
+  std::uint32_t expressionSize() const { return expressionSize_; }
+  int expressionDepth() const { return expressionDepth_; }
+  void setExpression(std::uint32_t size, int depth) const {
+    expressionSize_ = size;
+    expressionDepth_ = static_cast<std::int16_t>(depth);
+  }
   // Replaces the literal names among the arguments (names read, written, declared and
   // looped over) and the callee's name with the equal strings of `table`. Done once per
   // table; the statement means the same afterwards.
@@ -539,6 +550,8 @@ class APMPStatementValue final : public APMPHeapObject {
   mutable std::uint8_t operation_ = 0;
   mutable std::uint8_t operationFlags_ = 0;
   mutable APMPSlot slot_;
+  mutable std::uint32_t expressionSize_ = 0;
+  mutable std::int16_t expressionDepth_ = 0;
   std::vector<APMPRuntimeValue> arguments_;
   APMPRuntimeValue calleeName_;
 };

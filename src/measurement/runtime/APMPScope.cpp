@@ -244,3 +244,29 @@ void APMPScope::makeImmutable() {
   immutable_ = true;
   for (std::uint32_t i = 0; i < size_; ++i) data_[i].immutable = true;
 }
+
+bool APMPScope::recycle(const APMPRuntimeValue* names, std::size_t count) {
+  if (immutable_ || size_ < count || parent_ == nullptr) return false;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (data_[i].name != names[i].asString()) return false;
+  }
+  // Let go of the values after the table is consistent: a value's release may reach here.
+  std::uint32_t size = size_;
+  size_ = static_cast<std::uint32_t>(count);
+  mask_ = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    mask_ |= data_[i].name->nameBit();
+    data_[i].immutable = false;
+  }
+  for (std::uint32_t i = static_cast<std::uint32_t>(count); i < size; ++i) {
+    charge(-static_cast<std::ptrdiff_t>(sizeof(Binding) + data_[i].name->value().size()));
+    APMPStringValue* name = data_[i].name;
+    data_[i].name = nullptr;
+    data_[i].value = APMPRuntimeValue();
+    name->release();
+  }
+  for (std::size_t i = 0; i < count; ++i) data_[i].value = APMPRuntimeValue();
+  visited_ = false;
+  if (APMPHeap* h = heap()) serial_ = h->newScopeSerial();
+  return true;
+}

@@ -104,6 +104,14 @@ class APMPScope final : public APMPHeapObject {
     return b ? &b->value : nullptr;
   }
 
+  // For a call's scope that only its function holds after the call: whether its first
+  // bindings are exactly `names` (parameter names, as string values) and it can be made
+  // ready for the next call, which recycle() then does: the bindings past them go, theirs
+  // become undefined and mutable, and the scope counts as new for remembered lookups.
+  bool recycle(const APMPRuntimeValue* names, std::size_t count);
+  // Sets the value of this scope's binding `i` (a recycled call scope's parameter).
+  void setBindingValue(std::size_t i, const APMPRuntimeValue& value) { data_[i].value = value; }
+
   // This scope's own bindings, in order.
   std::size_t bindingCount() const { return size_; }
   const Binding& bindingAt(std::size_t i) const { return data_[i]; }
