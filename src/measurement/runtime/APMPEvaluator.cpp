@@ -1066,6 +1066,10 @@ enum Operation : std::uint8_t {
   kAssign,        // 3 to a literal name
   kAssignSum,     // 3 of the form `name = name + x`, x a literal or a name read
   kCall,          // a call of the function bound to the statement's name
+  kReturn,        // 36
+  kIf,            // 22
+  kRun,           // 5, 9
+  kFor,           // 63
 };
 
 // Flags of kAssignSum: what x is.
@@ -1116,6 +1120,11 @@ std::uint8_t APMPEvaluator::compileOperation(const APMPStatementValue& statement
       break;
     case 16:
     case 17: if (n == 2) op = kReadProperty; break;
+    case 36: if (n <= 1) op = kReturn; break;
+    case 22: if (n == 2 || n == 3) op = kIf; break;
+    case 5:
+    case 9: if (n == 1) op = kRun; break;
+    case 63: if (n == 4) op = kFor; break;
     case 3: {
       if (n != 2 || !args[0].isString()) break;
       op = kAssign;
@@ -1420,10 +1429,7 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
       V key = operand(args[1], scope);
       if (failed_) return {};
       if (V own; readOwnProperty(object, key, &own)) return own;
-      platform::Error error;
-      V r = object.valueForProperty(key, &error);
-      if (error.code) return fail(error.code, error.localizedDescription);
-      return r;
+      return readPropertySlowly(object, key);
     }
     case kAssignSum: {
       V result;
@@ -1435,34 +1441,96 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
       V value = operand(args[1], scope);
       if (failed_) return {};
       APMPScope::Binding* b = scope->lookup(statement.slot());
-      if (!b || b->immutable) {
-        return fail(kAPMPErrorCodeWrongArgumentKind,
-                    b ? "Assignment to constant variable " + args[0].stringPayload()
-                      : nameFailure(args[0].stringPayload()));
-      }
+      if (!b || b->immutable) return assignmentFailure(args[0], b != nullptr);
       b->value = value;
       return value;
     }
-    case kCall: {
-      APMPScope::Binding* b = scope->lookup(statement.slot());
-      if (!b) {
-        return fail(kAPMPErrorCodeWrongArgumentKind,
-                    statement.command() >= 0 ? "Unknown command " + statement.functionName()
-                                             : nameFailure(statement.functionName()));
-      }
-      if (!b->value.isFunction()) {
-        return fail(kAPMPErrorCodeWrongArgumentKind, statement.functionName() + " is not a function");
-      }
-      V callee = b->value;
-      ArgumentList list;
-      for (const auto& a : args) {
-        list.push(operand(a, scope));
-        if (failed_) return {};
-      }
-      return callFunction(callee, list.data(), list.size());
+    case kCall: return executeCall(statement, scope);
+    case kReturn: {
+      V data = args.empty() ? V() : operand(args[0], scope);
+      if (failed_) return {};
+      return returnSignal(std::move(data));
     }
+    case kIf: {
+      V condition = operand(args[0], scope);
+      if (failed_) return {};
+      if (condition.booleanValue()) return runBody(args[1], scope, *this);
+      if (args.size() == 3) return runBody(args[2], scope, *this);
+      return {};
+    }
+    case kRun: return run(args[0], scope);
+    case kFor: return executeFor(statement, scope);
     default: return dispatch(statement, scope);
   }
+}
+
+APMPRuntimeValue APMPEvaluator::readPropertySlowly(const APMPRuntimeValue& object,
+                                                   const APMPRuntimeValue& key) {
+  platform::Error error;
+  V r = object.valueForProperty(key, &error);
+  if (error.code) return fail(error.code, error.localizedDescription);
+  return r;
+}
+
+APMPRuntimeValue APMPEvaluator::assignmentFailure(const APMPRuntimeValue& name, bool bound) {
+  return fail(kAPMPErrorCodeWrongArgumentKind,
+              bound ? "Assignment to constant variable " + name.stringPayload()
+                    : nameFailure(name.stringPayload()));
+}
+
+APMPRuntimeValue APMPEvaluator::executeCall(const APMPStatementValue& statement, APMPScope* scope) {
+  APMPScope::Binding* b = scope->lookup(statement.slot());
+  if (!b) {
+    return fail(kAPMPErrorCodeWrongArgumentKind,
+                statement.command() >= 0 ? "Unknown command " + statement.functionName()
+                                         : nameFailure(statement.functionName()));
+  }
+  if (!b->value.isFunction()) {
+    return fail(kAPMPErrorCodeWrongArgumentKind, statement.functionName() + " is not a function");
+  }
+  V callee = b->value;
+  const auto& args = statement.arguments();
+  if (args.size() <= 3) {
+    V list[3];
+    for (std::size_t i = 0; i < args.size(); ++i) {
+      list[i] = operand(args[i], scope);
+      if (failed_) return {};
+    }
+    return callee.asFunction()->call(*this, list, args.size());
+  }
+  ArgumentList list;
+  for (const auto& a : args) {
+    list.push(operand(a, scope));
+    if (failed_) return {};
+  }
+  return callee.asFunction()->call(*this, list.data(), list.size());
+}
+
+APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, APMPScope* scope) {
+  const auto& args = statement.arguments();
+  APMPScope* loopScope = scope->createChildScope();
+  V result;
+  eval(args[0], loopScope);
+  const V& body = args[3];
+  while (!failed_) {
+    if (!tick()) break;
+    V condition = operand(args[1], loopScope);
+    if (failed_ || !condition.booleanValue()) break;
+    V r = runBody(body, loopScope, *this);
+    if (failed_) break;
+    if (r.isControl()) {
+      APMPControlValue::Type type = r.asControl()->type();
+      if (type == APMPControlValue::Type::kBreak) break;
+      if (type == APMPControlValue::Type::kReturn) {
+        result = std::move(r);
+        break;
+      }
+    }
+    eval(args[2], loopScope);
+  }
+  loopScope->release();
+  if (failed_) return {};
+  return result;
 }
 
 APMPRuntimeValue APMPEvaluator::evalStatement(const APMPStatementValue& statement,

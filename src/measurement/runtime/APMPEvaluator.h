@@ -222,6 +222,11 @@ class APMPEvaluator {
   // checks nothing else; sets dropped_ where the exact path could fail.
   APMPRuntimeValue quick(const APMPStatementValue& statement, std::uint8_t operation, APMPScope* scope);
   APMPRuntimeValue quickArgument(const APMPRuntimeValue& argument, APMPScope* scope);
+  APMPRuntimeValue executeCall(const APMPStatementValue& statement, APMPScope* scope);
+  APMPRuntimeValue executeFor(const APMPStatementValue& statement, APMPScope* scope);
+  [[gnu::noinline]] APMPRuntimeValue readPropertySlowly(const APMPRuntimeValue& object,
+                                                        const APMPRuntimeValue& key);
+  [[gnu::noinline]] APMPRuntimeValue assignmentFailure(const APMPRuntimeValue& name, bool bound);
   APMPRuntimeValue drop() {
     dropped_ = true;
     return {};
