@@ -1032,8 +1032,8 @@ APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
       callScope->bind(parameterNames_[i], i < count ? arguments[i] : V(), false);
     }
   }
-  V body = body_;
-  V r = evaluator.run(body, callScope);
+  // The caller holds this function, and with it the body.
+  V r = evaluator.run(body_, callScope);
   // A scope that nothing else holds now is kept for the next call (a recursive call may
   // have left one already).
   if (!spareScope_ && callScope->referenceCount() == 1 && callScope->parent() == scope_ &&
@@ -1217,10 +1217,18 @@ void APMPEvaluator::compileWithin(const APMPStatementValue& statement, int nesti
   measureExpression(statement, nesting);
 }
 
-APMPRuntimeValue APMPEvaluator::quickArgument(const APMPRuntimeValue& argument, APMPScope* scope) {
+[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::quickArgument(
+    const APMPRuntimeValue& argument, APMPScope* scope) {
   if (!argument.isStatement()) return argument;
   const APMPStatementValue& s = *argument.asStatement();
   std::uint8_t op = s.operation();
+  // The leaves of most expressions: a name read, here without a call.
+  if (op == kReadName) {
+    ++instructions_;
+    APMPScope::Binding* b = scope->lookup(s.slot());
+    if (!b) return drop();
+    return b->value;
+  }
   if (op == kUncompiled) op = compileOperation(s);
   return quick(s, op, scope);
 }

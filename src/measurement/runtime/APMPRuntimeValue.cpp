@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "measurement/runtime/APMPScope.h"
@@ -463,7 +464,8 @@ void APMPMapValue::clearReferences() {
 const APMPRuntimeValue* APMPMapValue::find(std::string_view name) const {
   // Most names differ in length or first letter: those are told apart without a compare.
   for (const auto& e : entries_) {
-    if (e.first.size() == name.size() && (name.empty() || (e.first[0] == name[0] && e.first == name))) {
+    if (e.first.size() == name.size() &&
+        (name.empty() || (e.first[0] == name[0] && std::memcmp(e.first.data() + 1, name.data() + 1, name.size() - 1) == 0))) {
       return &e.second;
     }
   }

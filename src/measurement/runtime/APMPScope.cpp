@@ -266,7 +266,10 @@ bool APMPScope::recycle(const APMPRuntimeValue* names, std::size_t count) {
     name->release();
   }
   for (std::size_t i = 0; i < count; ++i) data_[i].value = APMPRuntimeValue();
-  visited_ = false;
-  if (APMPHeap* h = heap()) serial_ = h->newScopeSerial();
+  // Remembered lookups that went through this scope are keyed to its serial.
+  if (visited_) {
+    visited_ = false;
+    if (APMPHeap* h = heap()) serial_ = h->newScopeSerial();
+  }
   return true;
 }
