@@ -1339,6 +1339,17 @@ APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::
     if (!b) return fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(s.arguments()[0].stringPayload()));
     return b->value;
   }
+  // An expression without side effects: straight to its fast path (see evalStatement).
+  if (std::uint32_t most = s.expressionSize()) {
+    if (!failed_ && instructions_ + most < kInstructionBudget &&
+        depth_ + s.expressionDepth() <= kMaxDepth) {
+      std::uint64_t before = instructions_;
+      dropped_ = false;
+      V r = quick(s, s.operation(), scope);
+      if (!dropped_) return r;
+      instructions_ = before;
+    }
+  }
   return evalStatement(s, scope);
 }
 
@@ -1520,11 +1531,22 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
   V result;
   eval(args[0], loopScope);
   const V& body = args[3];
+  // A body that declares nothing runs in the loop's scope, statement by statement here.
+  APMPArrayValue* plain = body.isArray() && !body.asArray()->declaresNames() ? body.asArray() : nullptr;
   while (!failed_) {
     if (!tick()) break;
     V condition = operand(args[1], loopScope);
     if (failed_ || !condition.booleanValue()) break;
-    V r = runBody(body, loopScope, *this);
+    V r;
+    if (plain) {
+      for (std::size_t i = 0; i < plain->size(); ++i) {
+        V element = plain->at(i);  // held: the program may change the list it runs
+        r = operand(element, loopScope);
+        if (failed_ || r.isControl()) break;
+      }
+    } else {
+      r = runBody(body, loopScope, *this);
+    }
     if (failed_) break;
     if (r.isControl()) {
       APMPControlValue::Type type = r.asControl()->type();
