@@ -1033,7 +1033,7 @@ APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
     }
   }
   // The caller holds this function, and with it the body.
-  V r = evaluator.run(body_, callScope);
+  V r = evaluator.runCallBody(body_, callScope);
   // A scope that nothing else holds now is kept for the next call (a recursive call may
   // have left one already).
   if (!spareScope_ && callScope->referenceCount() == 1 && callScope->parent() == scope_ &&
@@ -1351,6 +1351,19 @@ APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::
     }
   }
   return evalStatement(s, scope);
+}
+
+APMPRuntimeValue APMPEvaluator::runCallBody(const APMPRuntimeValue& body, APMPScope* scope) {
+  if (!body.isArray()) return run(body, scope);
+  APMPArrayValue* list = body.asArray();
+  V last;
+  for (std::size_t i = 0; i < list->size(); ++i) {
+    V element = list->at(i);  // held: the program may change the list it runs
+    last = operand(element, scope);
+    if (failed_) return {};
+    if (last.isControl()) return last;
+  }
+  return last;
 }
 
 bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* scope, V* out) {

@@ -142,6 +142,9 @@ class APMPEvaluator {
     return evalStatement(*value.asStatement(), scope);
   }
   APMPRuntimeValue run(const APMPRuntimeValue& statements, APMPScope* scope);
+  // run() for the body of a function value, whose caller holds the function (and so the
+  // body) for the length of the call.
+  APMPRuntimeValue runCallBody(const APMPRuntimeValue& body, APMPScope* scope);
   bool failed() const { return failed_; }
   // Records the first error of the run; returns undefined for `return fail(...)`.
   APMPRuntimeValue fail(int code, std::string message);

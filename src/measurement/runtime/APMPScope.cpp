@@ -253,11 +253,12 @@ bool APMPScope::recycle(const APMPRuntimeValue* names, std::size_t count) {
   // Let go of the values after the table is consistent: a value's release may reach here.
   std::uint32_t size = size_;
   size_ = static_cast<std::uint32_t>(count);
-  mask_ = 0;
-  for (std::size_t i = 0; i < count; ++i) {
-    mask_ |= data_[i].name->nameBit();
-    data_[i].immutable = false;
+  // Names only ever join a scope: with none past the parameters the summary stands.
+  if (size != count) {
+    mask_ = 0;
+    for (std::size_t i = 0; i < count; ++i) mask_ |= data_[i].name->nameBit();
   }
+  for (std::size_t i = 0; i < count; ++i) data_[i].immutable = false;
   for (std::uint32_t i = static_cast<std::uint32_t>(count); i < size; ++i) {
     charge(-static_cast<std::ptrdiff_t>(sizeof(Binding) + data_[i].name->value().size()));
     APMPStringValue* name = data_[i].name;
