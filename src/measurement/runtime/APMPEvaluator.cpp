@@ -848,7 +848,7 @@ APMPEvaluator::~APMPEvaluator() {
 APMPRuntimeValue APMPEvaluator::returnSignal(APMPRuntimeValue data) {
   if (returnCell_ && returnCell_->referenceCount() == 1) {
     returnCell_->setData(std::move(data));
-    return V(returnCell_);
+    return V(returnCell_, APMPValueKind::kControl);
   }
   if (returnCell_) returnCell_->release();
   returnCell_ = new APMPControlValue(APMPControlValue::Type::kReturn, std::move(data));

@@ -667,7 +667,7 @@ APMPRuntimeValue::APMPRuntimeValue(APMPHeapObject* object) : kind_(object->kind(
 }
 
 APMPRuntimeValue APMPRuntimeValue::string(std::string s) {
-  return APMPRuntimeValue(new APMPStringValue(std::move(s)));
+  return APMPRuntimeValue(new APMPStringValue(std::move(s)), APMPValueKind::kString);
 }
 
 

@@ -112,6 +112,8 @@ class APMPRuntimeValue {
 
   // Takes one reference to `object` (which must not be null).
   explicit APMPRuntimeValue(APMPHeapObject* object);
+  // The same where the caller knows the object's kind (`kind` must be object->kind()).
+  inline APMPRuntimeValue(APMPHeapObject* object, APMPValueKind kind);
 
   static APMPRuntimeValue undefined() { return {}; }
   static APMPRuntimeValue null() {
@@ -594,6 +596,12 @@ struct APMPBooleanValue {
 struct APMPNumberValue {
   static APMPRuntimeValue valueWithDouble(double d) { return APMPRuntimeValue::number(d); }
 };
+
+inline APMPRuntimeValue::APMPRuntimeValue(APMPHeapObject* object, APMPValueKind kind)
+    : kind_(kind), bits_(0) {
+  object_ = object;
+  object->retain();
+}
 
 inline void APMPRuntimeValue::retain() const {
   if (isHeap()) object_->retain();
