@@ -17,7 +17,7 @@ using V = APMPRuntimeValue;
       *out = v ? *v : V();
       return true;
     }
-    if (object.isString() && key.stringPayload() == "length") {
+    if (object.isString() && key.asString()->equals("length")) {
       *out = V::number(static_cast<double>(object.stringPayload().size()));
       return true;
     }

@@ -465,7 +465,9 @@ const APMPRuntimeValue* APMPMapValue::find(std::string_view name) const {
   // Most names differ in length or first letter: those are told apart without a compare.
   for (const auto& e : entries_) {
     if (e.first.size() == name.size() &&
-        (name.empty() || (e.first[0] == name[0] && std::memcmp(e.first.data() + 1, name.data() + 1, name.size() - 1) == 0))) {
+        (name.empty() || (e.first[0] == name[0] &&
+                          (name.size() == 1 ||
+                           std::memcmp(e.first.data() + 1, name.data() + 1, name.size() - 1) == 0)))) {
       return &e.second;
     }
   }
