@@ -1272,18 +1272,7 @@ APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::
   switch (c) {
     case 0:
       if (numbers) return V::number(a.numberPayload() + b.numberPayload());
-      if (a.isString() && b.isString()) {
-        const std::string& x = a.stringPayload();
-        const std::string& y = b.stringPayload();
-        if (!APMPHeap::canAllocate(x.size() + y.size() + 64)) return drop();
-        std::string sum;
-        sum.reserve(x.size() + y.size());
-        sum += x;
-        sum += y;
-        return V::string(std::move(sum));
-      }
-      if (a.isString() || a.isObject() || b.isString() || b.isObject()) return drop();
-      return V::number(a.doubleValue() + b.doubleValue());
+      return quickSum(a, b);
     case 10: return V::number(a.doubleValue() / b.doubleValue());
     case 25: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
     case 26: return V::number(a.doubleValue() * b.doubleValue());
@@ -1319,13 +1308,33 @@ APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::
     }
     default: {  // 16, 17
       if (V own; readOwnProperty(a, b, &own)) return own;
-      if (a.isNullish()) return drop();
-      platform::Error error;
-      V r = a.valueForProperty(b, &error);
-      if (error.code) return drop();
-      return r;
+      return quickProperty(a, b);
     }
   }
+}
+
+APMPRuntimeValue APMPEvaluator::quickSum(const APMPRuntimeValue& a, const APMPRuntimeValue& b) {
+  if (a.isString() && b.isString()) {
+    const std::string& x = a.stringPayload();
+    const std::string& y = b.stringPayload();
+    if (!APMPHeap::canAllocate(x.size() + y.size() + 64)) return drop();
+    std::string sum;
+    sum.reserve(x.size() + y.size());
+    sum += x;
+    sum += y;
+    return V::string(std::move(sum));
+  }
+  if (a.isString() || a.isObject() || b.isString() || b.isObject()) return drop();
+  return V::number(a.doubleValue() + b.doubleValue());
+}
+
+APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
+                                              const APMPRuntimeValue& key) {
+  if (object.isNullish()) return drop();
+  platform::Error error;
+  V r = object.valueForProperty(key, &error);
+  if (error.code) return drop();
+  return r;
 }
 
 [[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::operand(const APMPRuntimeValue& argument,

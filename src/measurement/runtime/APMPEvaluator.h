@@ -230,6 +230,10 @@ class APMPEvaluator {
   [[gnu::noinline]] APMPRuntimeValue readPropertySlowly(const APMPRuntimeValue& object,
                                                         const APMPRuntimeValue& key);
   [[gnu::noinline]] APMPRuntimeValue assignmentFailure(const APMPRuntimeValue& name, bool bound);
+  // The cold halves of quick's sum and property read.
+  [[gnu::noinline]] APMPRuntimeValue quickSum(const APMPRuntimeValue& a, const APMPRuntimeValue& b);
+  [[gnu::noinline]] APMPRuntimeValue quickProperty(const APMPRuntimeValue& object,
+                                                   const APMPRuntimeValue& key);
   APMPRuntimeValue drop() {
     dropped_ = true;
     return {};
