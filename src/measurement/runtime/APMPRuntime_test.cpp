@@ -527,3 +527,26 @@ TEST(APMPRuntimeTest, InstructionsCountOnePerStatementAndLoopTurn) {
 }
 
 }  // namespace
+
+namespace {
+
+// One name read, kept as a value and run from scopes at different depths: it finds the
+// nearest binding each time, wherever it last found one.
+TEST(APMPRuntimeTest, AStatementRunFromAnotherScopeFindsTheNearestBinding) {
+  Sandbox run;
+  V reads = P::call("46", {P::list({P::var("x")})});
+  V inner = P::function("", {}, {P::let("x", P::str("inner")),
+                                 P::call("2", {P::var("log"), P::str("push"), P::var("reads")})});
+  V outer = P::function("", {"x"}, {P::call("2", {P::var("log"), P::str("push"), P::var("reads")}),
+                                    P::call("inner", {})});
+  V r = run({P::let("x", P::str("top")), P::let("log", P::call("7")), P::let("reads", reads),
+             P::let("inner", inner), P::let("outer", outer),
+             P::call("2", {P::var("log"), P::str("push"), P::var("reads")}),
+             P::call("outer", {P::str("argument")}),
+             P::call("2", {P::var("log"), P::str("push"), P::var("reads")}),
+             P::ret(P::var("log"))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "top,argument,inner,top");
+}
+
+}  // namespace
