@@ -511,7 +511,7 @@ class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
       {
         APMP_ARITY(1, 1);
         if (args[0].isString()) {
-          APMPScope::Binding* b = scope->lookup(args[0], statement.nameCache());
+          APMPScope::Binding* b = scope->lookup(args[0]);
           if (!b) return ev.fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(args[0].stringPayload()));
           return b->value;
         }
@@ -550,8 +550,7 @@ class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
         if (ev.failed()) return {};
         V value = ev.eval(args[1], scope);
         if (ev.failed()) return {};
-        APMPScope::Binding* b = args[0].isString() ? scope->lookup(args[0], statement.nameCache())
-                                                   : scope->lookup(*name.key);
+        APMPScope::Binding* b = scope->lookup(*name.key);
         if (!b || b->immutable) {
           return ev.fail(kAPMPErrorCodeWrongArgumentKind,
                          b ? "Assignment to constant variable " + *name.value
@@ -784,7 +783,7 @@ class APMPFunctionEvaluator final : public APMPCommandEvaluator {
                     int command) {
     const V* function = nullptr;
     if (statement.calleeName().isString()) {
-      APMPScope::Binding* b = scope->lookup(statement.calleeName(), statement.nameCache());
+      APMPScope::Binding* b = scope->lookup(statement.calleeName());
       if (b) function = &b->value;
     } else {
       function = static_cast<const APMPScope*>(scope)->valueForName(statement.functionName());

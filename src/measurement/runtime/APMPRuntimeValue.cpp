@@ -1,6 +1,5 @@
 #include "measurement/runtime/APMPRuntimeValue.h"
 
-#include <atomic>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -208,10 +207,7 @@ namespace {
 thread_local APMPHeap* currentHeap = nullptr;
 }
 
-APMPHeap::APMPHeap(std::size_t byteLimit) : byteLimit_(byteLimit) {
-  static std::atomic<std::uint64_t> lastId{0};
-  id_ = lastId.fetch_add(1, std::memory_order_relaxed) + 1;
-}
+APMPHeap::APMPHeap(std::size_t byteLimit) : byteLimit_(byteLimit) {}
 
 APMPHeap::Current::Current(APMPHeap* heap) : previous_(currentHeap) { currentHeap = heap; }
 APMPHeap::Current::~Current() { currentHeap = previous_; }

@@ -278,24 +278,12 @@ class APMPHeap {
   std::size_t countAfterCollection_ = 64;
 
  public:
-  // Changes whenever a scope of this heap that a remembered lookup went through gains a
-  // name: lookups remembered under one version stay right while it holds.
-  std::uint64_t scopeVersion() const { return scopeVersion_; }
-  void scopesChanged() { ++scopeVersion_; }
   // Adds `bytes` (which may be negative) to the live bytes.
   void chargeLive(std::ptrdiff_t bytes) {
     liveBytes_ = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(liveBytes_) + bytes);
   }
-  // A number for a new scope of this heap, never given twice.
-  std::uint64_t newScopeSerial() { return ++scopeSerial_; }
-  // A number for this heap, never given to another heap of the process (a new heap may
-  // take the address of one gone).
-  std::uint64_t id() const { return id_; }
 
  private:
-  std::uint64_t id_;
-  std::uint64_t scopeVersion_ = 1;
-  std::uint64_t scopeSerial_ = 0;
   APMPHeapObject* first_ = nullptr;
 };
 
@@ -475,16 +463,6 @@ class APMPNameTable {
   std::unordered_map<std::string_view, APMPRuntimeValue> names_;
 };
 
-// Where a statement last found its name: valid while the lookup starts from the same scope
-// (same address and serial, same heap) and the heap's scope version has not changed.
-struct APMPNameCache {
-  const void* scope = nullptr;
-  std::uint64_t serial = 0;
-  std::uint64_t heap = 0;  // the heap's id
-  std::uint64_t version = 0;
-  void* binding = nullptr;
-};
-
 // A name resolved to the binding that last held it: `hops` scopes up the chain from where the
 // lookup starts, at `index` among that scope's bindings. A lookup checks that the chain still
 // leads there (no scope on the way binds the name, the binding still carries it) before it
@@ -514,8 +492,6 @@ class APMPStatementValue final : public APMPHeapObject {
   // For a method call (command 2) with a literal name: the method's number in the method
   // tables (see APMPMethodOf), made once; -1 otherwise.
   int method() const { return method_; }
-  // The statement's remembered name lookup (for reads, writes and calls by name).
-  APMPNameCache& nameCache() const { return nameCache_; }
   // For the evaluator: the operation it runs this statement as (0 before its first
   // evaluation; see APMPEvaluator::compile), a flag word for that operation, and the slot of
   // the statement's name.
@@ -548,7 +524,6 @@ class APMPStatementValue final : public APMPHeapObject {
   int command_;
   int method_ = -1;
   const APMPNameTable* internedIn_ = nullptr;
-  mutable APMPNameCache nameCache_;
   mutable std::uint8_t operation_ = 0;
   mutable std::uint8_t operationFlags_ = 0;
   mutable APMPSlot slot_;

@@ -49,7 +49,6 @@ void APMPScope::operator delete(void* p, std::size_t size) {
 APMPScope::APMPScope(APMPScope* parent) : parent_(parent), data_(inline_) {
   if (parent_) parent_->retain();
   charge(sizeof(APMPScope));
-  if (APMPHeap* h = heap()) serial_ = h->newScopeSerial();
 }
 
 APMPScope::~APMPScope() {
@@ -113,26 +112,6 @@ APMPScope::Binding* APMPScope::lookup(const APMPStringValue* name, std::uint64_t
   return nullptr;
 }
 
-APMPScope::Binding* APMPScope::lookupAndRemember(const APMPRuntimeValue& name, APMPNameCache& cache) {
-  const APMPStringValue* text = name.asString();
-  std::uint64_t bit = text->nameBit();
-  APMPHeap* h = heap();
-  bool oneHeap = h != nullptr;
-  for (APMPScope* s = this; s; s = s->parent_) {
-    oneHeap = oneHeap && s->heap() == h;
-    if (Binding* b = s->findHere(text, bit)) {
-      // Only a chain within one heap is remembered: its version sees every change.
-      if (oneHeap) {
-        for (APMPScope* t = this; t != s; t = t->parent_) t->visited_ = true;
-        s->visited_ = true;
-        cache = APMPNameCache{this, serial_, h->id(), h->scopeVersion(), b};
-      }
-      return b;
-    }
-  }
-  return nullptr;
-}
-
 bool APMPScope::holds(const APMPSlot& slot) { return findHere(slot.name, slot.bit) != nullptr; }
 
 APMPScope::Binding* APMPScope::resolve(APMPSlot& slot) {
@@ -173,11 +152,6 @@ bool APMPScope::bind(APMPStringValue* name, APMPRuntimeValue value, bool immutab
     if (data_ != inline_) delete[] data_;
     data_ = data;
     capacity_ = capacity;
-  }
-  // A new name here can hide what a remembered lookup found further out, or move the
-  // bindings that one found here.
-  if (visited_) {
-    if (APMPHeap* h = heap()) h->scopesChanged();
   }
   name->retain();
   Binding& b = data_[size_++];
@@ -267,10 +241,5 @@ bool APMPScope::recycle(const APMPRuntimeValue* names, std::size_t count) {
     name->release();
   }
   for (std::size_t i = 0; i < count; ++i) data_[i].value = APMPRuntimeValue();
-  // Remembered lookups that went through this scope are keyed to its serial.
-  if (visited_) {
-    visited_ = false;
-    if (APMPHeap* h = heap()) serial_ = h->newScopeSerial();
-  }
   return true;
 }

@@ -5,8 +5,10 @@
 // Layout for speed: a name is held as the string value that spelled it in the program (no
 // copy), and each scope keeps a 64-bit summary of the names it binds (one bit per name, from
 // a hash of its text), so that a lookup skips every scope that cannot hold the name with one
-// test. The first few bindings live inside the scope; scopes are recycled through a free
-// list, so a call or a loop turn costs no allocation.
+// test. A statement resolves its name to a slot (APMPSlot: scopes up, binding there) and
+// checks it on each lookup instead of searching. The first few bindings live inside the
+// scope; scopes are recycled through a free list, and a call's scope that nothing kept is
+// reused by the next call of its function.
 #pragma once
 
 #include <cstdint>
@@ -59,27 +61,6 @@ class APMPScope final : public APMPHeapObject {
   bool bind(const APMPRuntimeValue& name, APMPRuntimeValue value, bool immutable);
   // The nearest binding of `name`, or null.
   Binding* lookup(const APMPRuntimeValue& name);
-  // The same, with what lies beyond this scope remembered in `cache`: this scope's own
-  // names are always looked at (a call's or a loop turn's scope is new each time), the
-  // rest is remembered from the parent on, which stays the same from call to call.
-  Binding* lookup(const APMPRuntimeValue& name, APMPNameCache& cache) {
-    const APMPStringValue* text = name.asString();
-    std::uint64_t bit = text->nameBit();
-    if (mask_ & bit) {
-      for (std::uint32_t i = 0; i < size_; ++i) {
-        if (data_[i].name == text) return &data_[i];
-      }
-      return lookup(text, bit);
-    }
-    APMPScope* p = parent_;
-    if (!p) return nullptr;
-    APMPHeap* h = p->heap();
-    if (cache.scope == p && cache.serial == p->serial_ && h && cache.heap == h->id() &&
-        cache.version == h->scopeVersion()) {
-      return static_cast<Binding*>(cache.binding);
-    }
-    return p->lookupAndRemember(name, cache);
-  }
   // The same through a slot (whose name and bit are set): takes the binding the slot points
   // at when the chain still leads there, else walks the chain and points the slot at what it
   // finds. Null when the name is unbound.
@@ -106,8 +87,8 @@ class APMPScope final : public APMPHeapObject {
 
   // For a call's scope that only its function holds after the call: whether its first
   // bindings are exactly `names` (parameter names, as string values) and it can be made
-  // ready for the next call, which recycle() then does: the bindings past them go, theirs
-  // become undefined and mutable, and the scope counts as new for remembered lookups.
+  // ready for the next call, which recycle() then does: the bindings past them go, and
+  // theirs become undefined and mutable. Slots stay right: they check what they find.
   bool recycle(const APMPRuntimeValue* names, std::size_t count);
   // Sets the value of this scope's binding `i` (a recycled call scope's parameter).
   void setBindingValue(std::size_t i, const APMPRuntimeValue& value) { data_[i].value = value; }
@@ -123,14 +104,11 @@ class APMPScope final : public APMPHeapObject {
   // Whether this scope binds the slot's name; the slow half of lookup(slot).
   bool holds(const APMPSlot& slot);
   Binding* resolve(APMPSlot& slot);
-  Binding* lookupAndRemember(const APMPRuntimeValue& name, APMPNameCache& cache);
   bool bind(APMPStringValue* name, APMPRuntimeValue value, bool immutable);
   void clearBindings();
 
   APMPScope* parent_;
   std::uint64_t mask_ = 0;
-  std::uint64_t serial_ = 0;  // from the heap; 0 without one
-  bool visited_ = false;      // a remembered lookup went through this scope
   Binding* data_;
   std::uint32_t size_ = 0;
   std::uint32_t capacity_ = kInline;
