@@ -17,7 +17,7 @@ using V = APMPRuntimeValue;
       *out = v ? *v : V();
       return true;
     }
-    if (object.isString() && key.stringPayload() == "length") {
+    if (object.isString() && key.asString()->equals("length")) {
       *out = V::number(static_cast<double>(object.stringPayload().size()));
       return true;
     }
@@ -487,81 +487,6 @@ class APMPControlCommandEvaluator final : public APMPCommandEvaluator {
   }
 };
 
-namespace {
-
-// A name read (command 15 of a literal name), or null.
-const V* literalNameRead(const V& v) {
-  if (!v.isStatement()) return nullptr;
-  const APMPStatementValue& s = *v.asStatement();
-  if (s.command() != 15 || s.arguments().size() != 1 || !s.arguments()[0].isString()) return nullptr;
-  return &s.arguments()[0];
-}
-
-// `name = name + x`, where x is a literal or a name read, and `name` holds a number or a
-// string that nothing else holds: adds in the binding itself (a string grows in place
-// instead of being copied). Counts the same instructions and fails in the same ways as the
-// plain evaluation; false (nothing done) when the statement has another shape or the string
-// is shared.
-bool appendInPlace(const V& name, APMPNameCache& cache, const V& value, APMPScope* scope,
-                   APMPEvaluator& ev, V* out) {
-  if (!value.isStatement()) return false;
-  const APMPStatementValue& sum = *value.asStatement();
-  if (sum.command() != 0 || sum.arguments().size() != 2) return false;
-  // The reads below are not evaluated as statements: their names join the table here.
-  if (sum.arguments()[0].isStatement()) sum.arguments()[0].asStatement()->internNames(ev.names());
-  if (sum.arguments()[1].isStatement()) sum.arguments()[1].asStatement()->internNames(ev.names());
-  const V* left = literalNameRead(sum.arguments()[0]);
-  if (!left || (left->object() != name.object() && !left->asString()->equals(name.stringPayload()))) {
-    return false;
-  }
-  const V& rightArgument = sum.arguments()[1];
-  const V* right = literalNameRead(rightArgument);
-  if (!right && !rightArgument.isString() && !rightArgument.isNumber()) return false;
-  if (ev.depth() + 2 > APMPEvaluator::kMaxDepth) return false;
-  APMPScope::Binding* b = scope->lookup(name, cache);
-  if (!b || b->immutable) return false;
-  bool number = b->value.isNumber();
-  if (!number && !(b->value.isString() && b->value.object()->referenceCount() == 1)) return false;
-  // The sum and the read of the name.
-  if (!ev.tick() || !ev.tick()) return true;
-  V r;
-  if (right) {
-    if (!ev.tick()) return true;
-    APMPScope::Binding* rb = scope->lookup(*right, rightArgument.asStatement()->nameCache());
-    if (!rb) {
-      ev.fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(right->stringPayload()));
-      return true;
-    }
-    r = rb->value;
-  } else {
-    r = rightArgument;
-  }
-  if (number && r.isNumber()) {
-    b->value = V::number(b->value.numberPayload() + r.numberPayload());
-  } else if (!number && b->value.object()->referenceCount() == 1 && (r.isString() || r.isNumber())) {
-    bool ok;
-    if (r.isString()) {
-      ok = b->value.asString()->appendInPlace(r.stringPayload());
-    } else {
-      std::string text;
-      APMPAppendNumber(text, r.numberPayload());
-      ok = b->value.asString()->appendInPlace(text);
-    }
-    if (!ok) {
-      ev.fail(kAPMPErrorCodeBudgetExceeded, "Out of memory: string too long");
-      return true;
-    }
-  } else {
-    V sumValue = add(b->value, r, ev);
-    if (ev.failed()) return true;
-    b->value = std::move(sumValue);
-  }
-  *out = b->value;
-  return true;
-}
-
-}  // namespace
-
 class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
  public:
   V evaluateCommand(const APMPStatementValue& statement, APMPScope* scope,
@@ -586,7 +511,7 @@ class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
       {
         APMP_ARITY(1, 1);
         if (args[0].isString()) {
-          APMPScope::Binding* b = scope->lookup(args[0], statement.nameCache());
+          APMPScope::Binding* b = scope->lookup(args[0]);
           if (!b) return ev.fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(args[0].stringPayload()));
           return b->value;
         }
@@ -623,16 +548,9 @@ class APMPVariableCommandEvaluator final : public APMPCommandEvaluator {
         APMP_ARITY(2, 2);
         NameArgument name(args[0], scope, ev);
         if (ev.failed()) return {};
-        V appended;
-        if (args[0].isString() &&
-            appendInPlace(args[0], statement.nameCache(), args[1], scope, ev, &appended)) {
-          return appended;
-        }
-        if (ev.failed()) return {};
         V value = ev.eval(args[1], scope);
         if (ev.failed()) return {};
-        APMPScope::Binding* b = args[0].isString() ? scope->lookup(args[0], statement.nameCache())
-                                                   : scope->lookup(*name.key);
+        APMPScope::Binding* b = scope->lookup(*name.key);
         if (!b || b->immutable) {
           return ev.fail(kAPMPErrorCodeWrongArgumentKind,
                          b ? "Assignment to constant variable " + *name.value
@@ -865,7 +783,7 @@ class APMPFunctionEvaluator final : public APMPCommandEvaluator {
                     int command) {
     const V* function = nullptr;
     if (statement.calleeName().isString()) {
-      APMPScope::Binding* b = scope->lookup(statement.calleeName(), statement.nameCache());
+      APMPScope::Binding* b = scope->lookup(statement.calleeName());
       if (b) function = &b->value;
     } else {
       function = static_cast<const APMPScope*>(scope)->valueForName(statement.functionName());
@@ -888,171 +806,6 @@ class APMPFunctionEvaluator final : public APMPCommandEvaluator {
     return ev.callFunction(callee, list.data(), list.size());
   }
 };
-
-// --- Expressions without side effects -------------------------------------------------------
-//
-// A statement whose whole tree only reads names and properties, computes, compares and
-// converts (no call, no write, no declaration) runs on a fast path: no per-statement budget,
-// depth or failure bookkeeping, only a count of the statements it evaluates. Its depth is
-// known beforehand, and the count goes to the budget at the end. When anything on the way
-// would fail (an unbound name, a read from undefined, the memory bound) or the count would
-// reach the budget, the attempt is dropped, which nothing can observe, and the statement runs
-// on the exact path, which fails at the same place as ever.
-
-namespace {
-
-bool isExpressionCommand(int c, std::size_t n) {
-  switch (c) {
-    case 0: case 10: case 25: case 26: case 37: case 32: case 33:
-    case 12: case 29: case 20: case 21: case 18: case 19: case 23: case 24:
-    case 1: case 30:
-    case 56: case 57: case 59: case 60: case 61: case 62:
-    case 16: case 17:
-      return n == 2;
-    case 27: case 34: case 35: case 28: case 58: case 40:
-      return n == 1;
-    case 44: case 45:
-      return n == 0;
-    default: return false;
-  }
-}
-
-// The nesting depth of `statement` as an expression, or 0 when it is none. Remembered in
-// each statement of the tree.
-int expressionDepthOf(const APMPStatementValue& statement, APMPNameTable& names, int nesting) {
-  int known = statement.expressionDepth();
-  if (known >= 0) return known;
-  if (nesting > APMPEvaluator::kMaxDepth) return 0;
-  const auto& args = statement.arguments();
-  int c = statement.command();
-  int depth = 0;
-  if (c == 15) {
-    if (args.size() == 1 && args[0].isString()) {
-      const_cast<APMPStatementValue&>(statement).internNames(names);
-      depth = 1;
-    }
-  } else if (isExpressionCommand(c, args.size())) {
-    depth = 1;
-    for (const auto& a : args) {
-      if (!a.isStatement()) continue;
-      int d = expressionDepthOf(*a.asStatement(), names, nesting + 1);
-      if (d == 0) {
-        depth = 0;
-        break;
-      }
-      depth = std::max(depth, d + 1);
-    }
-  }
-  statement.setExpressionDepth(depth);
-  return depth;
-}
-
-struct Attempt {
-  std::uint64_t statements = 0;
-  bool dropped = false;
-};
-
-V quick(const V& value, APMPScope* scope, Attempt& at);
-
-// Evaluates an expression statement on the fast path.
-V quickStatement(const APMPStatementValue& statement, APMPScope* scope, Attempt& at) {
-  ++at.statements;
-  const auto& args = statement.arguments();
-  int c = statement.command();
-  switch (c) {
-    case 15: {
-      APMPScope::Binding* b = scope->lookup(args[0], statement.nameCache());
-      if (!b) {
-        at.dropped = true;
-        return {};
-      }
-      return b->value;
-    }
-    case 44: return {};
-    case 45: return V::null();
-    case 1:
-    case 30: {
-      V a = quick(args[0], scope, at);
-      if (at.dropped) return {};
-      bool decided = c == 1 ? !a.booleanValue() : a.booleanValue();
-      if (decided) return a;
-      return quick(args[1], scope, at);
-    }
-    default: break;
-  }
-  V a = quick(args[0], scope, at);
-  if (at.dropped) return {};
-  switch (c) {
-    case 27: return V::number(-a.doubleValue());
-    case 34: case 35: return a;
-    case 28: return V::boolean(!a.booleanValue());
-    case 58: return V::number(~APMPToInt32(a.doubleValue()));
-    case 40: return V::string(a.typeName());
-    default: break;
-  }
-  V b = quick(args[1], scope, at);
-  if (at.dropped) return {};
-  switch (c) {
-    case 0:
-      if (a.isNumber() && b.isNumber()) return V::number(a.numberPayload() + b.numberPayload());
-      if (a.isString() && b.isString()) {
-        const std::string& x = a.stringPayload();
-        const std::string& y = b.stringPayload();
-        if (!APMPHeap::canAllocate(x.size() + y.size() + 64)) break;
-        std::string sum;
-        sum.reserve(x.size() + y.size());
-        sum += x;
-        sum += y;
-        return V::string(std::move(sum));
-      }
-      if (a.isString() || a.isObject() || b.isString() || b.isObject()) break;
-      return V::number(a.doubleValue() + b.doubleValue());
-    case 10: return V::number(a.doubleValue() / b.doubleValue());
-    case 25: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
-    case 26: return V::number(a.doubleValue() * b.doubleValue());
-    case 37: return V::number(a.doubleValue() - b.doubleValue());
-    case 32: case 33: return a;
-    case 12: return V::boolean(a.looselyEquals(b));
-    case 29: return V::boolean(!a.looselyEquals(b));
-    case 20: return V::boolean(a.isEqualToRuntimeValue(b));
-    case 21: return V::boolean(!a.isEqualToRuntimeValue(b));
-    case 18: return V::boolean(lessThan(b, a) == 1);
-    case 19: return V::boolean(lessThan(a, b) == 0);
-    case 23: return V::boolean(lessThan(a, b) == 1);
-    case 24: return V::boolean(lessThan(b, a) == 0);
-    case 56: case 57: case 59: case 60: case 61: case 62: {
-      std::int32_t x = APMPToInt32(a.doubleValue());
-      std::uint32_t shift = APMPToUint32(b.doubleValue()) & 31;
-      switch (c) {
-        case 56: return V::number(x & APMPToInt32(b.doubleValue()));
-        case 57: return V::number(static_cast<std::int32_t>(static_cast<std::uint32_t>(x) << shift));
-        case 59: return V::number(x | APMPToInt32(b.doubleValue()));
-        case 60: return V::number(x >> shift);
-        case 61: return V::number(APMPToUint32(a.doubleValue()) >> shift);
-        default: return V::number(x ^ APMPToInt32(b.doubleValue()));
-      }
-    }
-    case 16:
-    case 17: {
-      if (V own; readOwnProperty(a, b, &own)) return own;
-      if (a.isNullish()) break;
-      platform::Error error;
-      V r = a.valueForProperty(b, &error);
-      if (error.code) break;
-      return r;
-    }
-    default: break;
-  }
-  at.dropped = true;
-  return {};
-}
-
-V quick(const V& value, APMPScope* scope, Attempt& at) {
-  if (!value.isStatement()) return value;
-  return quickStatement(*value.asStatement(), scope, at);
-}
-
-}  // namespace
 
 // --- Registrar -----------------------------------------------------------------------------
 
@@ -1094,7 +847,7 @@ APMPEvaluator::~APMPEvaluator() {
 APMPRuntimeValue APMPEvaluator::returnSignal(APMPRuntimeValue data) {
   if (returnCell_ && returnCell_->referenceCount() == 1) {
     returnCell_->setData(std::move(data));
-    return V(returnCell_);
+    return V(returnCell_, APMPValueKind::kControl);
   }
   if (returnCell_) returnCell_->release();
   returnCell_ = new APMPControlValue(APMPControlValue::Type::kReturn, std::move(data));
@@ -1143,7 +896,7 @@ APMPRuntimeValue APMPEvaluator::failEditing(int code, std::string message) {
 
 // One case per command: the small families and the hottest commands are expanded in place
 // with their command number known, the others go to their family's evaluator.
-[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::dispatch(const APMPStatementValue& statement,
+[[gnu::noinline]] APMPRuntimeValue APMPEvaluator::dispatch(const APMPStatementValue& statement,
                                                                        APMPScope* scope) {
   using Math = APMPMathCommandEvaluator;
   using Comparison = APMPComparisonCommandEvaluator;
@@ -1181,31 +934,6 @@ APMPRuntimeValue APMPEvaluator::failEditing(int code, std::string message) {
 bool APMPEvaluator::budgetExceeded() {
   fail(kAPMPErrorCodeBudgetExceeded, "Instruction budget exceeded");
   return false;
-}
-
-APMPRuntimeValue APMPEvaluator::evalStatement(const APMPStatementValue& statement,
-                                              APMPScope* scope) {
-  if (failed_) return {};
-  const_cast<APMPStatementValue&>(statement).internNames(names_);
-  int expressionDepth = statement.expressionDepth();
-  if (expressionDepth < 0) expressionDepth = expressionDepthOf(statement, names_, 0);
-  if (expressionDepth > 0 && depth_ + expressionDepth <= kMaxDepth) {
-    Attempt at;
-    V r = quickStatement(statement, scope, at);
-    if (!at.dropped && instructions_ + at.statements < kInstructionBudget) {
-      instructions_ += at.statements;
-      return r;
-    }
-  }
-  if (!tick()) return {};
-  if (++depth_ > kMaxDepth) {
-    --depth_;
-    return fail(kAPMPErrorCodeBudgetExceeded, "Maximum call depth exceeded");
-  }
-  V r = dispatch(statement, scope);
-  --depth_;
-  if (failed_) return {};
-  return r;
 }
 
 APMPRuntimeValue APMPEvaluator::run(const APMPRuntimeValue& statements, APMPScope* scope) {
@@ -1291,17 +1019,595 @@ APMPRuntimeValue APMPEvaluator::applyMethod(const APMPRuntimeValue& target, cons
 APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
                                          const APMPRuntimeValue* arguments, std::size_t count) {
   if (!evaluator.enter()) return {};
-  APMPScope* callScope = new APMPScope(scope_);
-  callScope->retain();
-  for (std::size_t i = 0; i < parameterNames_.size(); ++i) {
-    callScope->bind(parameterNames_[i], i < count ? arguments[i] : V(), false);
+  const std::size_t n = parameterNames_.size();
+  APMPScope* callScope = spareScope_;
+  if (callScope) {
+    spareScope_ = nullptr;
+    for (std::size_t i = 0; i < n && i < count; ++i) callScope->setBindingValue(i, arguments[i]);
+  } else {
+    callScope = new APMPScope(scope_);
+    callScope->retain();
+    for (std::size_t i = 0; i < n; ++i) {
+      callScope->bind(parameterNames_[i], i < count ? arguments[i] : V(), false);
+    }
   }
-  V body = body_;
-  V r = evaluator.run(body, callScope);
-  callScope->release();
+  // The caller holds this function, and with it the body.
+  V r = evaluator.runCallBody(body_, callScope);
+  // A scope that nothing else holds now is kept for the next call (a recursive call may
+  // have left one already).
+  if (!spareScope_ && callScope->referenceCount() == 1 && callScope->parent() == scope_ &&
+      callScope->recycle(parameterNames_.data(), n)) {
+    spareScope_ = callScope;
+  } else {
+    callScope->release();
+  }
   evaluator.leave();
   if (r.isControl() && r.asControl()->type() == APMPControlValue::Type::kReturn) {
     return evaluator.returnedData(r);
   }
   return {};
+}
+
+// --- Compiled operations --------------------------------------------------------------------
+
+namespace {
+
+// What the evaluator runs a statement as. kGeneric goes to its family's evaluator; the others
+// are the same meaning with the statement's arity and literal names checked at compile time.
+enum Operation : std::uint8_t {
+  kUncompiled = 0,
+  kGeneric,
+  kAdd, kSubtract, kMultiply, kDivide, kRemainder,
+  kLess, kLessOrEqual, kGreater, kGreaterOrEqual,
+  kStrictEqual, kStrictNotEqual, kLooseEqual, kLooseNotEqual,
+  kReadName,      // 15 of a literal name
+  kReadProperty,  // 16, 17
+  kAssign,        // 3 to a literal name
+  kAssignSum,     // 3 of the form `name = name + x`, x a literal or a name read
+  kCall,          // a call of the function bound to the statement's name
+  kReturn,        // 36
+  kIf,            // 22
+  kRun,           // 5, 9
+  kFor,           // 63
+};
+
+// Flags of kAssignSum: what x is.
+enum : std::uint8_t { kSumOfName = 1 };
+
+void pointSlotAt(const APMPStatementValue& statement, const V& name) {
+  APMPSlot& slot = statement.slot();
+  slot.name = name.asString();
+  slot.bit = name.asString()->nameBit();
+  slot.hops = APMPSlot::kUnresolved;
+  slot.index = 0;
+}
+
+// A literal name read `15(name)`, or null.
+const APMPStatementValue* literalRead(const V& v) {
+  if (!v.isStatement()) return nullptr;
+  const APMPStatementValue& s = *v.asStatement();
+  if (s.command() != 15 || s.arguments().size() != 1 || !s.arguments()[0].isString()) return nullptr;
+  return &s;
+}
+
+}  // namespace
+
+std::uint8_t APMPEvaluator::compileOperation(const APMPStatementValue& statement) {
+  const_cast<APMPStatementValue&>(statement).internNames(names_);
+  const auto& args = statement.arguments();
+  const std::size_t n = args.size();
+  std::uint8_t op = kGeneric, flags = 0;
+  switch (statement.command()) {
+    case 0: if (n == 2) op = kAdd; break;
+    case 37: if (n == 2) op = kSubtract; break;
+    case 26: if (n == 2) op = kMultiply; break;
+    case 10: if (n == 2) op = kDivide; break;
+    case 25: if (n == 2) op = kRemainder; break;
+    case 23: if (n == 2) op = kLess; break;
+    case 24: if (n == 2) op = kLessOrEqual; break;
+    case 18: if (n == 2) op = kGreater; break;
+    case 19: if (n == 2) op = kGreaterOrEqual; break;
+    case 20: if (n == 2) op = kStrictEqual; break;
+    case 21: if (n == 2) op = kStrictNotEqual; break;
+    case 12: if (n == 2) op = kLooseEqual; break;
+    case 29: if (n == 2) op = kLooseNotEqual; break;
+    case 15:
+      if (n == 1 && args[0].isString()) {
+        op = kReadName;
+        pointSlotAt(statement, args[0]);
+      }
+      break;
+    case 16:
+    case 17: if (n == 2) op = kReadProperty; break;
+    case 36: if (n <= 1) op = kReturn; break;
+    case 22: if (n == 2 || n == 3) op = kIf; break;
+    case 5:
+    case 9: if (n == 1) op = kRun; break;
+    case 63: if (n == 4) op = kFor; break;
+    case 3: {
+      if (n != 2 || !args[0].isString()) break;
+      op = kAssign;
+      pointSlotAt(statement, args[0]);
+      if (!args[1].isStatement()) break;
+      const APMPStatementValue& sum = *args[1].asStatement();
+      if (sum.command() != 0 || sum.arguments().size() != 2) break;
+      const APMPStatementValue* left = literalRead(sum.arguments()[0]);
+      if (!left || !left->arguments()[0].asString()->equals(args[0].stringPayload())) break;
+      const V& right = sum.arguments()[1];
+      if (const APMPStatementValue* read = literalRead(right)) {
+        if (read->operation() == kUncompiled) compile(*read);
+        flags = kSumOfName;
+      } else if (!right.isString() && !right.isNumber()) {
+        break;
+      }
+      op = kAssignSum;
+      break;
+    }
+    default:
+      if (!registrar_.isKnownCommand(statement.command()) && statement.calleeName().isString()) {
+        op = kCall;
+        pointSlotAt(statement, statement.calleeName());
+      }
+      break;
+  }
+  statement.setOperation(op, flags);
+  return op;
+}
+
+std::uint8_t APMPEvaluator::compile(const APMPStatementValue& statement) {
+  std::uint8_t op = compileOperation(statement);
+  measureExpression(statement, 0);
+  return op;
+}
+
+namespace {
+
+// Commands without side effects that cannot fail but for the reasons quick drops on, with
+// their arity.
+bool isExpressionCommand(int c, std::size_t n) {
+  switch (c) {
+    case 0: case 10: case 25: case 26: case 37: case 32: case 33:
+    case 12: case 29: case 20: case 21: case 18: case 19: case 23: case 24:
+    case 1: case 30:
+    case 56: case 57: case 59: case 60: case 61: case 62:
+    case 16: case 17:
+      return n == 2;
+    case 27: case 34: case 35: case 28: case 58: case 40:
+      return n == 1;
+    case 44: case 45:
+      return n == 0;
+    default: return false;
+  }
+}
+
+}  // namespace
+
+void APMPEvaluator::measureExpression(const APMPStatementValue& statement, int nesting) {
+  const auto& args = statement.arguments();
+  std::uint32_t size = 0;
+  int depth = 0;
+  if (statement.operation() == kReadName) {
+    size = 1;
+    depth = 1;
+  } else if (nesting <= kMaxDepth && isExpressionCommand(statement.command(), args.size())) {
+    size = 1;
+    depth = 1;
+    for (const auto& a : args) {
+      if (!a.isStatement()) continue;
+      const APMPStatementValue& child = *a.asStatement();
+      if (child.operation() == kUncompiled) {
+        compileWithin(child, nesting + 1);
+      }
+      if (child.expressionSize() == 0) {
+        size = 0;
+        depth = 0;
+        break;
+      }
+      size += child.expressionSize();
+      depth = std::max(depth, child.expressionDepth() + 1);
+    }
+  }
+  statement.setExpression(size, depth);
+}
+
+void APMPEvaluator::compileWithin(const APMPStatementValue& statement, int nesting) {
+  // compile() measures from nesting 0; children deeper in an expression measure from theirs.
+  compileOperation(statement);
+  measureExpression(statement, nesting);
+}
+
+[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::quickArgument(
+    const APMPRuntimeValue& argument, APMPScope* scope) {
+  if (!argument.isStatement()) return argument;
+  const APMPStatementValue& s = *argument.asStatement();
+  std::uint8_t op = s.operation();
+  // The leaves of most expressions: a name read, here without a call.
+  if (op == kReadName) {
+    ++instructions_;
+    APMPScope::Binding* b = scope->lookup(s.slot());
+    if (!b) return drop();
+    return b->value;
+  }
+  if (op == kUncompiled) op = compileOperation(s);
+  return quick(s, op, scope);
+}
+
+APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::uint8_t op,
+                                      APMPScope* scope) {
+  ++instructions_;
+  const auto& args = statement.arguments();
+  if (op == kReadName) {
+    APMPScope::Binding* b = scope->lookup(statement.slot());
+    if (!b) return drop();
+    return b->value;
+  }
+  int c = statement.command();
+  switch (c) {
+    case 44: return {};
+    case 45: return V::null();
+    case 1:
+    case 30: {
+      V a = quickArgument(args[0], scope);
+      if (dropped_) return {};
+      bool decided = c == 1 ? !a.booleanValue() : a.booleanValue();
+      if (decided) return a;
+      return quickArgument(args[1], scope);
+    }
+    default: break;
+  }
+  V a = quickArgument(args[0], scope);
+  if (dropped_) return {};
+  switch (c) {
+    case 27: return V::number(-a.doubleValue());
+    case 34: case 35: return a;
+    case 28: return V::boolean(!a.booleanValue());
+    case 58: return V::number(~APMPToInt32(a.doubleValue()));
+    case 40: return V::string(a.typeName());
+    default: break;
+  }
+  V b = quickArgument(args[1], scope);
+  if (dropped_) return {};
+  bool numbers = a.isNumber() && b.isNumber();
+  switch (c) {
+    case 0:
+      if (numbers) return V::number(a.numberPayload() + b.numberPayload());
+      return quickSum(a, b);
+    case 10: return V::number(a.doubleValue() / b.doubleValue());
+    case 25: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
+    case 26: return V::number(a.doubleValue() * b.doubleValue());
+    case 37: return V::number(a.doubleValue() - b.doubleValue());
+    case 32: case 33: return a;
+    case 12: return V::boolean(a.looselyEquals(b));
+    case 29: return V::boolean(!a.looselyEquals(b));
+    case 20: return V::boolean(a.isEqualToRuntimeValue(b));
+    case 21: return V::boolean(!a.isEqualToRuntimeValue(b));
+    case 18:
+      if (numbers) return V::boolean(a.numberPayload() > b.numberPayload());
+      return V::boolean(lessThan(b, a) == 1);
+    case 19:
+      if (numbers) return V::boolean(a.numberPayload() >= b.numberPayload());
+      return V::boolean(lessThan(a, b) == 0);
+    case 23:
+      if (numbers) return V::boolean(a.numberPayload() < b.numberPayload());
+      return V::boolean(lessThan(a, b) == 1);
+    case 24:
+      if (numbers) return V::boolean(a.numberPayload() <= b.numberPayload());
+      return V::boolean(lessThan(b, a) == 0);
+    case 56: case 57: case 59: case 60: case 61: case 62: {
+      std::int32_t x = APMPToInt32(a.doubleValue());
+      std::uint32_t shift = APMPToUint32(b.doubleValue()) & 31;
+      switch (c) {
+        case 56: return V::number(x & APMPToInt32(b.doubleValue()));
+        case 57: return V::number(static_cast<std::int32_t>(static_cast<std::uint32_t>(x) << shift));
+        case 59: return V::number(x | APMPToInt32(b.doubleValue()));
+        case 60: return V::number(x >> shift);
+        case 61: return V::number(APMPToUint32(a.doubleValue()) >> shift);
+        default: return V::number(x ^ APMPToInt32(b.doubleValue()));
+      }
+    }
+    default: {  // 16, 17
+      if (V own; readOwnProperty(a, b, &own)) return own;
+      return quickProperty(a, b);
+    }
+  }
+}
+
+APMPRuntimeValue APMPEvaluator::quickSum(const APMPRuntimeValue& a, const APMPRuntimeValue& b) {
+  if (a.isString() && b.isString()) {
+    const std::string& x = a.stringPayload();
+    const std::string& y = b.stringPayload();
+    if (!APMPHeap::canAllocate(x.size() + y.size() + 64)) return drop();
+    std::string sum;
+    sum.reserve(x.size() + y.size());
+    sum += x;
+    sum += y;
+    return V::string(std::move(sum));
+  }
+  if (a.isString() || a.isObject() || b.isString() || b.isObject()) return drop();
+  return V::number(a.doubleValue() + b.doubleValue());
+}
+
+APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
+                                              const APMPRuntimeValue& key) {
+  if (object.isNullish()) return drop();
+  platform::Error error;
+  V r = object.valueForProperty(key, &error);
+  if (error.code) return drop();
+  return r;
+}
+
+[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::operand(const APMPRuntimeValue& argument,
+                                                                      APMPScope* scope) {
+  if (!argument.isStatement()) return argument;
+  const APMPStatementValue& s = *argument.asStatement();
+  // A name read: its instruction and depth counted as evalStatement counts them.
+  if (s.operation() == kReadName && !failed_ && depth_ < kMaxDepth) {
+    if (!tick()) return {};
+    APMPScope::Binding* b = scope->lookup(s.slot());
+    if (!b) return fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(s.arguments()[0].stringPayload()));
+    return b->value;
+  }
+  // An expression without side effects: straight to its fast path (see evalStatement).
+  if (std::uint32_t most = s.expressionSize()) {
+    if (!failed_ && instructions_ + most < kInstructionBudget &&
+        depth_ + s.expressionDepth() <= kMaxDepth) {
+      std::uint64_t before = instructions_;
+      dropped_ = false;
+      V r = quick(s, s.operation(), scope);
+      if (!dropped_) return r;
+      instructions_ = before;
+    }
+  }
+  return evalStatement(s, scope);
+}
+
+APMPRuntimeValue APMPEvaluator::runCallBody(const APMPRuntimeValue& body, APMPScope* scope) {
+  if (!body.isArray()) return run(body, scope);
+  APMPArrayValue* list = body.asArray();
+  V last;
+  for (std::size_t i = 0; i < list->size(); ++i) {
+    V element = list->at(i);  // held: the program may change the list it runs
+    last = operand(element, scope);
+    if (failed_) return {};
+    if (last.isControl()) return last;
+  }
+  return last;
+}
+
+bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* scope, V* out) {
+  const APMPStatementValue& sum = *statement.arguments()[1].asStatement();
+  const V& rightArgument = sum.arguments()[1];
+  if (depth_ + 2 > kMaxDepth) return false;
+  APMPScope::Binding* b = scope->lookup(statement.slot());
+  if (!b || b->immutable) return false;
+  bool number = b->value.isNumber();
+  if (!number && !(b->value.isString() && b->value.object()->referenceCount() == 1)) return false;
+  // The sum and the read of the name.
+  if (!tick() || !tick()) return true;
+  V r;
+  if (statement.operationFlags() & kSumOfName) {
+    if (!tick()) return true;
+    const APMPStatementValue& read = *rightArgument.asStatement();
+    if (read.operation() == kUncompiled) compile(read);
+    APMPScope::Binding* rb = scope->lookup(read.slot());
+    if (!rb) {
+      fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(read.arguments()[0].stringPayload()));
+      return true;
+    }
+    r = rb->value;
+  } else {
+    r = rightArgument;
+  }
+  if (number && r.isNumber()) {
+    b->value = V::number(b->value.numberPayload() + r.numberPayload());
+  } else if (!number && b->value.object()->referenceCount() == 1 && (r.isString() || r.isNumber())) {
+    bool ok;
+    if (r.isString()) {
+      ok = b->value.asString()->appendInPlace(r.stringPayload());
+    } else {
+      std::string text;
+      APMPAppendNumber(text, r.numberPayload());
+      ok = b->value.asString()->appendInPlace(text);
+    }
+    if (!ok) {
+      fail(kAPMPErrorCodeBudgetExceeded, "Out of memory: string too long");
+      return true;
+    }
+  } else {
+    V sumValue = add(b->value, r, *this);
+    if (failed_) return true;
+    b->value = std::move(sumValue);
+  }
+  *out = b->value;
+  return true;
+}
+
+[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::execute(
+    const APMPStatementValue& statement, std::uint8_t op, APMPScope* scope) {
+  const auto& args = statement.arguments();
+  if (op >= kAdd && op <= kLooseNotEqual) {
+    V a = operand(args[0], scope);
+    if (failed_) return {};
+    V b = operand(args[1], scope);
+    if (failed_) return {};
+    bool numbers = a.isNumber() && b.isNumber();
+    switch (op) {
+      case kAdd:
+        if (numbers) return V::number(a.numberPayload() + b.numberPayload());
+        return add(a, b, *this);
+      case kSubtract: return V::number(a.doubleValue() - b.doubleValue());
+      case kMultiply: return V::number(a.doubleValue() * b.doubleValue());
+      case kDivide: return V::number(a.doubleValue() / b.doubleValue());
+      case kRemainder: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
+      case kLess:
+        if (numbers) return V::boolean(a.numberPayload() < b.numberPayload());
+        return V::boolean(lessThan(a, b) == 1);
+      case kLessOrEqual:
+        if (numbers) return V::boolean(a.numberPayload() <= b.numberPayload());
+        return V::boolean(lessThan(b, a) == 0);
+      case kGreater:
+        if (numbers) return V::boolean(a.numberPayload() > b.numberPayload());
+        return V::boolean(lessThan(b, a) == 1);
+      case kGreaterOrEqual:
+        if (numbers) return V::boolean(a.numberPayload() >= b.numberPayload());
+        return V::boolean(lessThan(a, b) == 0);
+      case kStrictEqual: return V::boolean(a.isEqualToRuntimeValue(b));
+      case kStrictNotEqual: return V::boolean(!a.isEqualToRuntimeValue(b));
+      case kLooseEqual: return V::boolean(a.looselyEquals(b));
+      default: return V::boolean(!a.looselyEquals(b));  // kLooseNotEqual
+    }
+  }
+  switch (op) {
+    case kReadName: {
+      APMPScope::Binding* b = scope->lookup(statement.slot());
+      if (!b) return fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(args[0].stringPayload()));
+      return b->value;
+    }
+    case kReadProperty: {
+      V object = operand(args[0], scope);
+      if (failed_) return {};
+      V key = operand(args[1], scope);
+      if (failed_) return {};
+      if (V own; readOwnProperty(object, key, &own)) return own;
+      return readPropertySlowly(object, key);
+    }
+    case kAssignSum: {
+      V result;
+      if (addInPlace(statement, scope, &result)) return result;
+      if (failed_) return {};
+      [[fallthrough]];
+    }
+    case kAssign: {
+      V value = operand(args[1], scope);
+      if (failed_) return {};
+      APMPScope::Binding* b = scope->lookup(statement.slot());
+      if (!b || b->immutable) return assignmentFailure(args[0], b != nullptr);
+      b->value = value;
+      return value;
+    }
+    case kCall: return executeCall(statement, scope);
+    case kReturn: {
+      V data = args.empty() ? V() : operand(args[0], scope);
+      if (failed_) return {};
+      return returnSignal(std::move(data));
+    }
+    case kIf: {
+      V condition = operand(args[0], scope);
+      if (failed_) return {};
+      if (condition.booleanValue()) return runBody(args[1], scope, *this);
+      if (args.size() == 3) return runBody(args[2], scope, *this);
+      return {};
+    }
+    case kRun: return run(args[0], scope);
+    case kFor: return executeFor(statement, scope);
+    default: return dispatch(statement, scope);
+  }
+}
+
+APMPRuntimeValue APMPEvaluator::readPropertySlowly(const APMPRuntimeValue& object,
+                                                   const APMPRuntimeValue& key) {
+  platform::Error error;
+  V r = object.valueForProperty(key, &error);
+  if (error.code) return fail(error.code, error.localizedDescription);
+  return r;
+}
+
+APMPRuntimeValue APMPEvaluator::assignmentFailure(const APMPRuntimeValue& name, bool bound) {
+  return fail(kAPMPErrorCodeWrongArgumentKind,
+              bound ? "Assignment to constant variable " + name.stringPayload()
+                    : nameFailure(name.stringPayload()));
+}
+
+APMPRuntimeValue APMPEvaluator::executeCall(const APMPStatementValue& statement, APMPScope* scope) {
+  APMPScope::Binding* b = scope->lookup(statement.slot());
+  if (!b) {
+    return fail(kAPMPErrorCodeWrongArgumentKind,
+                statement.command() >= 0 ? "Unknown command " + statement.functionName()
+                                         : nameFailure(statement.functionName()));
+  }
+  if (!b->value.isFunction()) {
+    return fail(kAPMPErrorCodeWrongArgumentKind, statement.functionName() + " is not a function");
+  }
+  V callee = b->value;
+  const auto& args = statement.arguments();
+  if (args.size() <= 3) {
+    V list[3];
+    for (std::size_t i = 0; i < args.size(); ++i) {
+      list[i] = operand(args[i], scope);
+      if (failed_) return {};
+    }
+    return callee.asFunction()->call(*this, list, args.size());
+  }
+  ArgumentList list;
+  for (const auto& a : args) {
+    list.push(operand(a, scope));
+    if (failed_) return {};
+  }
+  return callee.asFunction()->call(*this, list.data(), list.size());
+}
+
+APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, APMPScope* scope) {
+  const auto& args = statement.arguments();
+  APMPScope* loopScope = scope->createChildScope();
+  V result;
+  eval(args[0], loopScope);
+  const V& body = args[3];
+  // A body that declares nothing runs in the loop's scope, statement by statement here.
+  APMPArrayValue* plain = body.isArray() && !body.asArray()->declaresNames() ? body.asArray() : nullptr;
+  while (!failed_) {
+    if (!tick()) break;
+    V condition = operand(args[1], loopScope);
+    if (failed_ || !condition.booleanValue()) break;
+    V r;
+    if (plain) {
+      for (std::size_t i = 0; i < plain->size(); ++i) {
+        V element = plain->at(i);  // held: the program may change the list it runs
+        r = operand(element, loopScope);
+        if (failed_ || r.isControl()) break;
+      }
+    } else {
+      r = runBody(body, loopScope, *this);
+    }
+    if (failed_) break;
+    if (r.isControl()) {
+      APMPControlValue::Type type = r.asControl()->type();
+      if (type == APMPControlValue::Type::kBreak) break;
+      if (type == APMPControlValue::Type::kReturn) {
+        result = std::move(r);
+        break;
+      }
+    }
+    eval(args[2], loopScope);
+  }
+  loopScope->release();
+  if (failed_) return {};
+  return result;
+}
+
+APMPRuntimeValue APMPEvaluator::evalStatement(const APMPStatementValue& statement,
+                                              APMPScope* scope) {
+  if (failed_) return {};
+  std::uint8_t op = statement.operation();
+  if (op == kUncompiled) op = compile(statement);
+  // An expression without side effects runs without per-statement bookkeeping when the
+  // budget and the depth cannot run out inside it; any failure on the way drops the attempt
+  // (nothing observed it) and the statement runs on the exact path.
+  if (std::uint32_t most = statement.expressionSize()) {
+    if (instructions_ + most < kInstructionBudget && depth_ + statement.expressionDepth() <= kMaxDepth) {
+      std::uint64_t before = instructions_;
+      dropped_ = false;
+      V r = quick(statement, op, scope);
+      if (!dropped_) return r;
+      instructions_ = before;
+    }
+  }
+  if (!tick()) return {};
+  if (++depth_ > kMaxDepth) {
+    --depth_;
+    return fail(kAPMPErrorCodeBudgetExceeded, "Maximum call depth exceeded");
+  }
+  V r = execute(statement, op, scope);
+  --depth_;
+  if (failed_) return {};
+  return r;
 }

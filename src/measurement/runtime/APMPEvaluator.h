@@ -36,15 +36,17 @@
 // Any other command name is a call of the function bound to that name in the scope, with the
 // evaluated arguments (APMPFunctionEvaluator).
 //
-// Speed: a program is decoded once into its tree of statements, and each statement keeps
-// what the evaluator learns about it on first sight: its names interned in the evaluator's
-// table (scopes compare names by identity), where its name was last found (valid while no
-// scope on the way gains a name), its method's number, and whether it is an expression
-// without side effects (which then runs without per-statement bookkeeping, falling back to
-// the exact path whenever anything could fail). Numbers, booleans, undefined and null never
-// allocate; strings are shared, and `name = name + x` grows a string nobody else holds in
-// place; scopes and return signals are reused. None of this changes what a program sees,
-// its instruction count or where it fails.
+// Speed: a program is decoded once into its tree of statements, and each statement is
+// compiled on its first evaluation into the operation the evaluator runs it as: its names
+// interned in the evaluator's table, its arity checked once, the hot commands (arithmetic,
+// comparisons, name reads and writes, property reads, calls by name, `name = name + x`) as
+// operations of their own, the rest through its family's evaluator. A name is resolved to a
+// slot (how many scopes up, which binding there) that each lookup checks in a few loads
+// instead of searching the chain by name. Name reads among the operands of a statement run
+// inline. Numbers, booleans, undefined and null never allocate; strings are shared, and
+// `name = name + x` grows a string nobody else holds in place; a call's scope is reused when
+// nothing kept it. None of this changes what a program sees, its instruction count or where
+// it fails.
 //
 // Limits: each evaluation counts one instruction; at kInstructionBudget the run fails with
 // code 18. Evaluations nest at most kMaxDepth deep (a recursion past it fails with code 18,
@@ -140,6 +142,9 @@ class APMPEvaluator {
     return evalStatement(*value.asStatement(), scope);
   }
   APMPRuntimeValue run(const APMPRuntimeValue& statements, APMPScope* scope);
+  // run() for the body of a function value, whose caller holds the function (and so the
+  // body) for the length of the call.
+  APMPRuntimeValue runCallBody(const APMPRuntimeValue& body, APMPScope* scope);
   bool failed() const { return failed_; }
   // Records the first error of the run; returns undefined for `return fail(...)`.
   APMPRuntimeValue fail(int code, std::string message);
@@ -203,6 +208,40 @@ class APMPEvaluator {
 
  private:
   APMPRuntimeValue evalStatement(const APMPStatementValue& statement, APMPScope* scope);
+  // Runs a statement's operation (after its instruction and depth are counted); compiles it
+  // on first sight.
+  APMPRuntimeValue execute(const APMPStatementValue& statement, std::uint8_t operation,
+                           APMPScope* scope);
+  // Chooses the operation of `statement` (see execute) and measures it as an expression;
+  // its slot starts unresolved. Returns the operation.
+  std::uint8_t compile(const APMPStatementValue& statement);
+  std::uint8_t compileOperation(const APMPStatementValue& statement);
+  void compileWithin(const APMPStatementValue& statement, int nesting);
+  // Sets the statement's expression size and depth (0 when it is no expression without
+  // side effects), compiling its arguments; `nesting` is how deep it lies in the expression
+  // being measured.
+  void measureExpression(const APMPStatementValue& statement, int nesting);
+  // The fast path of an expression without side effects: counts each statement it evaluates,
+  // checks nothing else; sets dropped_ where the exact path could fail.
+  APMPRuntimeValue quick(const APMPStatementValue& statement, std::uint8_t operation, APMPScope* scope);
+  APMPRuntimeValue quickArgument(const APMPRuntimeValue& argument, APMPScope* scope);
+  APMPRuntimeValue executeCall(const APMPStatementValue& statement, APMPScope* scope);
+  APMPRuntimeValue executeFor(const APMPStatementValue& statement, APMPScope* scope);
+  [[gnu::noinline]] APMPRuntimeValue readPropertySlowly(const APMPRuntimeValue& object,
+                                                        const APMPRuntimeValue& key);
+  [[gnu::noinline]] APMPRuntimeValue assignmentFailure(const APMPRuntimeValue& name, bool bound);
+  // The cold halves of quick's sum and property read.
+  [[gnu::noinline]] APMPRuntimeValue quickSum(const APMPRuntimeValue& a, const APMPRuntimeValue& b);
+  [[gnu::noinline]] APMPRuntimeValue quickProperty(const APMPRuntimeValue& object,
+                                                   const APMPRuntimeValue& key);
+  APMPRuntimeValue drop() {
+    dropped_ = true;
+    return {};
+  }
+  // Evaluates an argument as eval does, with a name read inline.
+  APMPRuntimeValue operand(const APMPRuntimeValue& argument, APMPScope* scope);
+  // `name = name + x` in the binding itself; false (nothing done) when it does not apply.
+  bool addInPlace(const APMPStatementValue& statement, APMPScope* scope, APMPRuntimeValue* out);
   APMPRuntimeValue dispatch(const APMPStatementValue& statement, APMPScope* scope);
   [[gnu::noinline]] bool budgetExceeded();
 
@@ -212,6 +251,7 @@ class APMPEvaluator {
   std::uint64_t instructions_ = 0;
   int depth_ = 0;
   bool failed_ = false;
+  bool dropped_ = false;
   platform::Error error_;
 };
 

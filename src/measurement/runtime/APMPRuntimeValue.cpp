@@ -1,9 +1,9 @@
 #include "measurement/runtime/APMPRuntimeValue.h"
 
-#include <atomic>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "measurement/runtime/APMPScope.h"
@@ -207,10 +207,7 @@ namespace {
 thread_local APMPHeap* currentHeap = nullptr;
 }
 
-APMPHeap::APMPHeap(std::size_t byteLimit) : byteLimit_(byteLimit) {
-  static std::atomic<std::uint64_t> lastId{0};
-  id_ = lastId.fetch_add(1, std::memory_order_relaxed) + 1;
-}
+APMPHeap::APMPHeap(std::size_t byteLimit) : byteLimit_(byteLimit) {}
 
 APMPHeap::Current::Current(APMPHeap* heap) : previous_(currentHeap) { currentHeap = heap; }
 APMPHeap::Current::~Current() { currentHeap = previous_; }
@@ -463,7 +460,10 @@ void APMPMapValue::clearReferences() {
 const APMPRuntimeValue* APMPMapValue::find(std::string_view name) const {
   // Most names differ in length or first letter: those are told apart without a compare.
   for (const auto& e : entries_) {
-    if (e.first.size() == name.size() && (name.empty() || (e.first[0] == name[0] && e.first == name))) {
+    if (e.first.size() == name.size() &&
+        (name.empty() || (e.first[0] == name[0] &&
+                          (name.size() == 1 ||
+                           std::memcmp(e.first.data() + 1, name.data() + 1, name.size() - 1) == 0)))) {
       return &e.second;
     }
   }
@@ -509,16 +509,22 @@ APMPFunctionValue::APMPFunctionValue(std::string name, std::vector<APMPRuntimeVa
 }
 
 APMPFunctionValue::~APMPFunctionValue() {
+  if (spareScope_) spareScope_->release();
   if (scope_) scope_->release();
 }
 
 void APMPFunctionValue::traverse(void (*visit)(APMPHeapObject*, void*), void* context) {
   if (scope_) visit(scope_, context);
+  if (spareScope_) visit(spareScope_, context);
   if (body_.isHeap()) visit(body_.object(), context);
   for (auto& p : parameterNames_) visit(p.object(), context);
 }
 
 void APMPFunctionValue::clearReferences() {
+  if (APMPScope* spare = spareScope_) {
+    spareScope_ = nullptr;
+    spare->release();
+  }
   body_ = APMPRuntimeValue();
   parameterNames_.clear();
   APMPScope* scope = scope_;
@@ -571,6 +577,11 @@ const APMPRuntimeValue& APMPNameTable::intern(const APMPRuntimeValue& name) {
 
 void APMPStatementValue::internNamesSlowly(APMPNameTable& table) {
   internedIn_ = &table;
+  // The compiled form points at the names it had: compile again.
+  operation_ = 0;
+  slot_ = APMPSlot();
+  expressionSize_ = 0;
+  expressionDepth_ = 0;
   auto intern = [&](std::size_t i) {
     if (i < arguments_.size() && arguments_[i].isString()) arguments_[i] = table.intern(arguments_[i]);
   };
@@ -654,7 +665,7 @@ APMPRuntimeValue::APMPRuntimeValue(APMPHeapObject* object) : kind_(object->kind(
 }
 
 APMPRuntimeValue APMPRuntimeValue::string(std::string s) {
-  return APMPRuntimeValue(new APMPStringValue(std::move(s)));
+  return APMPRuntimeValue(new APMPStringValue(std::move(s)), APMPValueKind::kString);
 }
 
 

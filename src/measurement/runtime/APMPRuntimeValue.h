@@ -112,6 +112,8 @@ class APMPRuntimeValue {
 
   // Takes one reference to `object` (which must not be null).
   explicit APMPRuntimeValue(APMPHeapObject* object);
+  // The same where the caller knows the object's kind (`kind` must be object->kind()).
+  inline APMPRuntimeValue(APMPHeapObject* object, APMPValueKind kind);
 
   static APMPRuntimeValue undefined() { return {}; }
   static APMPRuntimeValue null() {
@@ -276,24 +278,12 @@ class APMPHeap {
   std::size_t countAfterCollection_ = 64;
 
  public:
-  // Changes whenever a scope of this heap that a remembered lookup went through gains a
-  // name: lookups remembered under one version stay right while it holds.
-  std::uint64_t scopeVersion() const { return scopeVersion_; }
-  void scopesChanged() { ++scopeVersion_; }
   // Adds `bytes` (which may be negative) to the live bytes.
   void chargeLive(std::ptrdiff_t bytes) {
     liveBytes_ = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(liveBytes_) + bytes);
   }
-  // A number for a new scope of this heap, never given twice.
-  std::uint64_t newScopeSerial() { return ++scopeSerial_; }
-  // A number for this heap, never given to another heap of the process (a new heap may
-  // take the address of one gone).
-  std::uint64_t id() const { return id_; }
 
  private:
-  std::uint64_t id_;
-  std::uint64_t scopeVersion_ = 1;
-  std::uint64_t scopeSerial_ = 0;
   APMPHeapObject* first_ = nullptr;
 };
 
@@ -457,6 +447,9 @@ class APMPFunctionValue : public APMPHeapObject {
   std::vector<APMPRuntimeValue> parameterNames_;
   APMPRuntimeValue body_;
   APMPScope* scope_ = nullptr;
+  // The scope of a finished call that nothing kept (no closure, no block): the next call
+  // binds its parameters in it instead of making a scope.
+  APMPScope* spareScope_ = nullptr;
 };
 
 // One string value per distinct name: the evaluator's table, into which statements put their
@@ -470,14 +463,16 @@ class APMPNameTable {
   std::unordered_map<std::string_view, APMPRuntimeValue> names_;
 };
 
-// Where a statement last found its name: valid while the lookup starts from the same scope
-// (same address and serial, same heap) and the heap's scope version has not changed.
-struct APMPNameCache {
-  const void* scope = nullptr;
-  std::uint64_t serial = 0;
-  std::uint64_t heap = 0;  // the heap's id
-  std::uint64_t version = 0;
-  void* binding = nullptr;
+// A name resolved to the binding that last held it: `hops` scopes up the chain from where the
+// lookup starts, at `index` among that scope's bindings. A lookup checks that the chain still
+// leads there (no scope on the way binds the name, the binding still carries it) before it
+// takes the binding, so a slot is right from any scope; it only saves the walk.
+struct APMPSlot {
+  static constexpr std::uint32_t kUnresolved = UINT32_MAX;
+  const APMPStringValue* name = nullptr;  // the statement's (interned) name
+  std::uint64_t bit = 0;                  // name->nameBit()
+  std::uint32_t hops = kUnresolved;
+  std::uint32_t index = 0;
 };
 
 // Unevaluated code: a command (its number as text in `functionName`) and its arguments.
@@ -497,12 +492,24 @@ class APMPStatementValue final : public APMPHeapObject {
   // For a method call (command 2) with a literal name: the method's number in the method
   // tables (see APMPMethodOf), made once; -1 otherwise.
   int method() const { return method_; }
-  // The statement's remembered name lookup (for reads, writes and calls by name).
-  APMPNameCache& nameCache() const { return nameCache_; }
-  // For the evaluator: how deep the statement nests when it is an expression without side
-  // effects (0 when it is not one, -1 before the evaluator has looked).
+  // For the evaluator: the operation it runs this statement as (0 before its first
+  // evaluation; see APMPEvaluator::compile), a flag word for that operation, and the slot of
+  // the statement's name.
+  std::uint8_t operation() const { return operation_; }
+  std::uint8_t operationFlags() const { return operationFlags_; }
+  void setOperation(std::uint8_t operation, std::uint8_t flags) const {
+    operation_ = operation;
+    operationFlags_ = flags;
+  }
+  APMPSlot& slot() const { return slot_; }
+  // As an expression without side effects: how many statements it evaluates at most and how
+  // deep they nest (both 0 when it is none).
+  std::uint32_t expressionSize() const { return expressionSize_; }
   int expressionDepth() const { return expressionDepth_; }
-  void setExpressionDepth(int depth) const { expressionDepth_ = static_cast<std::int16_t>(depth); }
+  void setExpression(std::uint32_t size, int depth) const {
+    expressionSize_ = size;
+    expressionDepth_ = static_cast<std::int16_t>(depth);
+  }
   // Replaces the literal names among the arguments (names read, written, declared and
   // looped over) and the callee's name with the equal strings of `table`. Done once per
   // table; the statement means the same afterwards.
@@ -517,8 +524,11 @@ class APMPStatementValue final : public APMPHeapObject {
   int command_;
   int method_ = -1;
   const APMPNameTable* internedIn_ = nullptr;
-  mutable APMPNameCache nameCache_;
-  mutable std::int16_t expressionDepth_ = -1;
+  mutable std::uint8_t operation_ = 0;
+  mutable std::uint8_t operationFlags_ = 0;
+  mutable APMPSlot slot_;
+  mutable std::uint32_t expressionSize_ = 0;
+  mutable std::int16_t expressionDepth_ = 0;
   std::vector<APMPRuntimeValue> arguments_;
   APMPRuntimeValue calleeName_;
 };
@@ -561,6 +571,12 @@ struct APMPBooleanValue {
 struct APMPNumberValue {
   static APMPRuntimeValue valueWithDouble(double d) { return APMPRuntimeValue::number(d); }
 };
+
+inline APMPRuntimeValue::APMPRuntimeValue(APMPHeapObject* object, APMPValueKind kind)
+    : kind_(kind), bits_(0) {
+  object_ = object;
+  object->retain();
+}
 
 inline void APMPRuntimeValue::retain() const {
   if (isHeap()) object_->retain();

@@ -463,3 +463,90 @@ TEST(APMPRuntimeTest, ATreeRunsTheSameInEveryNewRuntime) {
 }
 
 }  // namespace
+
+namespace {
+
+V call(const char* name, std::vector<V> arguments) { return P::call(name, std::move(arguments)); }
+
+// A call's scope is reused by the next call of the same function once nothing holds it: the
+// next call must see none of what the last one left there.
+TEST(APMPRuntimeTest, ACallSeesNothingTheLastCallLeftInItsScope) {
+  Sandbox run;
+  // f(k, extra): logs y, declares y in its own scope when k is 1, logs y again, and logs the
+  // type of `extra`, which the second call does not pass; the parameter k turns constant.
+  V f = P::function("", {"k", "extra"},
+                    {P::method(P::var("log"), "push", {P::var("y")}),
+                     binary("1", binary("12", P::var("k"), P::num(1)), P::let("y", P::str("local"))),
+                     P::method(P::var("log"), "push", {P::var("y"), P::call("40", {P::var("extra")})}),
+                     P::assign("k", binary("0", P::var("k"), P::num(1))),
+                     P::call("52", {P::str("k"), P::num(0)})});
+  V r = run({P::let("y", P::str("global")), P::let("log", P::call("7")), P::let("f", f),
+             call("f", {P::num(1), P::str("given")}), call("f", {P::num(0)}),
+             P::ret(P::method(P::var("log"), "join", {P::str(" ")}))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "global local string global global undefined");
+}
+
+// A closure keeps its call's scope, recursion needs one scope per level: neither may reuse
+// the scope of a call still in use.
+TEST(APMPRuntimeTest, ClosuresAndRecursionKeepTheirOwnCallScopes) {
+  Sandbox run;
+  V keep = P::function("", {"v"}, {P::ret(P::function("", {}, {P::ret(P::var("v"))}))});
+  V fib = P::function("", {"n"},
+                      {P::call("22", {binary("23", P::var("n"), P::num(2)), P::list({P::ret(P::var("n"))})}),
+                       P::ret(binary("0", call("fib", {binary("37", P::var("n"), P::num(1))}),
+                                     call("fib", {binary("37", P::var("n"), P::num(2))})))});
+  V r = run({P::let("keep", keep), P::let("fib", fib), P::let("a", call("keep", {P::num(1)})),
+             P::let("b", call("keep", {P::num(2)})),
+             P::ret(P::call("7", {call("a", {}), call("b", {}), call("fib", {P::num(15)})}))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "1,2,610");
+}
+
+// The count of instructions does not depend on how a statement is run: each statement and
+// each loop turn counts one.
+TEST(APMPRuntimeTest, InstructionsCountOnePerStatementAndLoopTurn) {
+  Sandbox run;
+  // let s = 0; for (let i = 0; i < 3; i = i + 1) { s = s + i; }
+  // 1 (let) + 1 (for) + 1 (let i) + 3 turns of 10 (turn, i < 3 with its read, s = s + i
+  // with its sum and two reads, i = i + 1 with its sum and read) + 3 for the last test.
+  V r = run({P::let("s", P::num(0)),
+             P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(3)),
+                            P::assign("i", binary("0", P::var("i"), P::num(1))),
+                            P::list({P::assign("s", binary("0", P::var("s"), P::var("i")))})})});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(run.runtime.getInstructionCount(), 36u);
+  // The same sum of a name read through a property: the sum is no longer of the
+  // `name = name + x` form, and the expression runs on its own.
+  Sandbox other;
+  other({P::let("o", P::call("8", {P::str("x"), P::num(2)})), P::let("s", P::num(0)),
+         P::assign("s", binary("37", binary("0", P::var("s"), P::num(1)), P::call("16", {P::var("o"), P::str("x")})))});
+  ASSERT_EQ(other.error.code, 0) << other.error.localizedDescription;
+  // 1 (let o) + 1 (the literal) + 1 (let s) + 6 (assign, subtract, add, read, property, read).
+  EXPECT_EQ(other.runtime.getInstructionCount(), 9u);
+}
+
+}  // namespace
+
+namespace {
+
+// One name read, kept as a value and run from scopes at different depths: it finds the
+// nearest binding each time, wherever it last found one.
+TEST(APMPRuntimeTest, AStatementRunFromAnotherScopeFindsTheNearestBinding) {
+  Sandbox run;
+  V reads = P::call("46", {P::list({P::var("x")})});
+  V inner = P::function("", {}, {P::let("x", P::str("inner")),
+                                 P::call("2", {P::var("log"), P::str("push"), P::var("reads")})});
+  V outer = P::function("", {"x"}, {P::call("2", {P::var("log"), P::str("push"), P::var("reads")}),
+                                    P::call("inner", {})});
+  V r = run({P::let("x", P::str("top")), P::let("log", P::call("7")), P::let("reads", reads),
+             P::let("inner", inner), P::let("outer", outer),
+             P::call("2", {P::var("log"), P::str("push"), P::var("reads")}),
+             P::call("outer", {P::str("argument")}),
+             P::call("2", {P::var("log"), P::str("push"), P::var("reads")}),
+             P::ret(P::var("log"))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "top,argument,inner,top");
+}
+
+}  // namespace

@@ -49,7 +49,6 @@ void APMPScope::operator delete(void* p, std::size_t size) {
 APMPScope::APMPScope(APMPScope* parent) : parent_(parent), data_(inline_) {
   if (parent_) parent_->retain();
   charge(sizeof(APMPScope));
-  if (APMPHeap* h = heap()) serial_ = h->newScopeSerial();
 }
 
 APMPScope::~APMPScope() {
@@ -113,20 +112,14 @@ APMPScope::Binding* APMPScope::lookup(const APMPStringValue* name, std::uint64_t
   return nullptr;
 }
 
-APMPScope::Binding* APMPScope::lookupAndRemember(const APMPRuntimeValue& name, APMPNameCache& cache) {
-  const APMPStringValue* text = name.asString();
-  std::uint64_t bit = text->nameBit();
-  APMPHeap* h = heap();
-  bool oneHeap = h != nullptr;
-  for (APMPScope* s = this; s; s = s->parent_) {
-    oneHeap = oneHeap && s->heap() == h;
-    if (Binding* b = s->findHere(text, bit)) {
-      // Only a chain within one heap is remembered: its version sees every change.
-      if (oneHeap) {
-        for (APMPScope* t = this; t != s; t = t->parent_) t->visited_ = true;
-        s->visited_ = true;
-        cache = APMPNameCache{this, serial_, h->id(), h->scopeVersion(), b};
-      }
+bool APMPScope::holds(const APMPSlot& slot) { return findHere(slot.name, slot.bit) != nullptr; }
+
+APMPScope::Binding* APMPScope::resolve(APMPSlot& slot) {
+  std::uint32_t hops = 0;
+  for (APMPScope* s = this; s; s = s->parent_, ++hops) {
+    if (Binding* b = s->findHere(slot.name, slot.bit)) {
+      slot.hops = hops;
+      slot.index = static_cast<std::uint32_t>(b - s->data_);
       return b;
     }
   }
@@ -159,11 +152,6 @@ bool APMPScope::bind(APMPStringValue* name, APMPRuntimeValue value, bool immutab
     if (data_ != inline_) delete[] data_;
     data_ = data;
     capacity_ = capacity;
-  }
-  // A new name here can hide what a remembered lookup found further out, or move the
-  // bindings that one found here.
-  if (visited_) {
-    if (APMPHeap* h = heap()) h->scopesChanged();
   }
   name->retain();
   Binding& b = data_[size_++];
@@ -229,4 +217,29 @@ const APMPRuntimeValue* APMPScope::valueForName(std::string_view name) const {
 void APMPScope::makeImmutable() {
   immutable_ = true;
   for (std::uint32_t i = 0; i < size_; ++i) data_[i].immutable = true;
+}
+
+bool APMPScope::recycle(const APMPRuntimeValue* names, std::size_t count) {
+  if (immutable_ || size_ < count || parent_ == nullptr) return false;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (data_[i].name != names[i].asString()) return false;
+  }
+  // Let go of the values after the table is consistent: a value's release may reach here.
+  std::uint32_t size = size_;
+  size_ = static_cast<std::uint32_t>(count);
+  // Names only ever join a scope: with none past the parameters the summary stands.
+  if (size != count) {
+    mask_ = 0;
+    for (std::size_t i = 0; i < count; ++i) mask_ |= data_[i].name->nameBit();
+  }
+  for (std::size_t i = 0; i < count; ++i) data_[i].immutable = false;
+  for (std::uint32_t i = static_cast<std::uint32_t>(count); i < size; ++i) {
+    charge(-static_cast<std::ptrdiff_t>(sizeof(Binding) + data_[i].name->value().size()));
+    APMPStringValue* name = data_[i].name;
+    data_[i].name = nullptr;
+    data_[i].value = APMPRuntimeValue();
+    name->release();
+  }
+  for (std::size_t i = 0; i < count; ++i) data_[i].value = APMPRuntimeValue();
+  return true;
 }

@@ -5,8 +5,10 @@
 // Layout for speed: a name is held as the string value that spelled it in the program (no
 // copy), and each scope keeps a 64-bit summary of the names it binds (one bit per name, from
 // a hash of its text), so that a lookup skips every scope that cannot hold the name with one
-// test. The first few bindings live inside the scope; scopes are recycled through a free
-// list, so a call or a loop turn costs no allocation.
+// test. A statement resolves its name to a slot (APMPSlot: scopes up, binding there) and
+// checks it on each lookup instead of searching. The first few bindings live inside the
+// scope; scopes are recycled through a free list, and a call's scope that nothing kept is
+// reused by the next call of its function.
 #pragma once
 
 #include <cstdint>
@@ -59,31 +61,37 @@ class APMPScope final : public APMPHeapObject {
   bool bind(const APMPRuntimeValue& name, APMPRuntimeValue value, bool immutable);
   // The nearest binding of `name`, or null.
   Binding* lookup(const APMPRuntimeValue& name);
-  // The same, with what lies beyond this scope remembered in `cache`: this scope's own
-  // names are always looked at (a call's or a loop turn's scope is new each time), the
-  // rest is remembered from the parent on, which stays the same from call to call.
-  Binding* lookup(const APMPRuntimeValue& name, APMPNameCache& cache) {
-    const APMPStringValue* text = name.asString();
-    std::uint64_t bit = text->nameBit();
-    if (mask_ & bit) {
-      for (std::uint32_t i = 0; i < size_; ++i) {
-        if (data_[i].name == text) return &data_[i];
+  // The same through a slot (whose name and bit are set): takes the binding the slot points
+  // at when the chain still leads there, else walks the chain and points the slot at what it
+  // finds. Null when the name is unbound.
+  [[gnu::always_inline]] Binding* lookup(APMPSlot& slot) {
+    APMPScope* s = this;
+    std::uint32_t hops = slot.hops;
+    if (hops != APMPSlot::kUnresolved) {
+      for (; hops > 0; --hops) {
+        if ((s->mask_ & slot.bit) && s->holds(slot)) return resolve(slot);
+        s = s->parent_;
+        if (!s) return resolve(slot);
       }
-      return lookup(text, bit);
+      if (slot.index < s->size_) {
+        Binding& b = s->data_[slot.index];
+        if (b.name == slot.name || b.name->equals(slot.name->value())) return &b;
+      }
     }
-    APMPScope* p = parent_;
-    if (!p) return nullptr;
-    APMPHeap* h = p->heap();
-    if (cache.scope == p && cache.serial == p->serial_ && h && cache.heap == h->id() &&
-        cache.version == h->scopeVersion()) {
-      return static_cast<Binding*>(cache.binding);
-    }
-    return p->lookupAndRemember(name, cache);
+    return resolve(slot);
   }
   const APMPRuntimeValue* valueForName(const APMPRuntimeValue& name) {
     Binding* b = lookup(name);
     return b ? &b->value : nullptr;
   }
+
+  // For a call's scope that only its function holds after the call: whether its first
+  // bindings are exactly `names` (parameter names, as string values) and it can be made
+  // ready for the next call, which recycle() then does: the bindings past them go, and
+  // theirs become undefined and mutable. Slots stay right: they check what they find.
+  bool recycle(const APMPRuntimeValue* names, std::size_t count);
+  // Sets the value of this scope's binding `i` (a recycled call scope's parameter).
+  void setBindingValue(std::size_t i, const APMPRuntimeValue& value) { data_[i].value = value; }
 
   // This scope's own bindings, in order.
   std::size_t bindingCount() const { return size_; }
@@ -93,14 +101,14 @@ class APMPScope final : public APMPHeapObject {
   static constexpr std::uint32_t kInline = 4;
   Binding* findHere(const APMPStringValue* name, std::uint64_t bit);
   Binding* lookup(const APMPStringValue* name, std::uint64_t bit);
-  Binding* lookupAndRemember(const APMPRuntimeValue& name, APMPNameCache& cache);
+  // Whether this scope binds the slot's name; the slow half of lookup(slot).
+  bool holds(const APMPSlot& slot);
+  Binding* resolve(APMPSlot& slot);
   bool bind(APMPStringValue* name, APMPRuntimeValue value, bool immutable);
   void clearBindings();
 
   APMPScope* parent_;
   std::uint64_t mask_ = 0;
-  std::uint64_t serial_ = 0;  // from the heap; 0 without one
-  bool visited_ = false;      // a remembered lookup went through this scope
   Binding* data_;
   std::uint32_t size_ = 0;
   std::uint32_t capacity_ = kInline;
