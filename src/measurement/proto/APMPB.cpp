@@ -1,11 +1,13 @@
 #include "measurement/proto/APMPB.h"
 
+#include <pb_common.h>
 #include <pb_decode.h>
 #include <pb_encode.h>
 
 #include <cstddef>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #include "measurement/APMError.h"
 #include "measurement/APMMonitor.h"
@@ -62,6 +64,71 @@ bool APMPBEncode(const pb_msgdesc_t* fields, const void* message, kit::Data* out
                        std::string("Unable to encode proto message: ") + PB_GET_ERROR(&stream));
   }
   return true;
+}
+
+bool APMPBWithinStreamLimit(std::size_t size, std::size_t limit, platform::Error* error) {
+  return size <= limit || refuseTooBig(size, limit, error);
+}
+
+void APMPBAppendLengthDelimited(kit::Data* out, std::uint32_t tag,
+                                std::span<const std::uint8_t> bytes) {
+  auto varint = [out](std::uint64_t value) {
+    while (value >= 0x80) {
+      out->push_back(static_cast<std::uint8_t>(value | 0x80));
+      value >>= 7;
+    }
+    out->push_back(static_cast<std::uint8_t>(value));
+  };
+  varint((static_cast<std::uint64_t>(tag) << 3) | PB_WT_STRING);
+  varint(bytes.size());
+  out->insert(out->end(), bytes.begin(), bytes.end());
+}
+
+std::optional<std::size_t> APMPBEncodedSizeAfterFieldRaw(const pb_msgdesc_t* fields,
+                                                         const void* message,
+                                                         std::size_t messageSize, pb_size_t tag) {
+  // A shallow copy whose fields up to `tag` are absent: it shares the pointers of `message`
+  // and is only sized, never released.
+  thread_local std::vector<std::uint8_t> copy;
+  copy.assign(static_cast<const std::uint8_t*>(message),
+              static_cast<const std::uint8_t*>(message) + messageSize);
+  pb_field_iter_t it;
+  if (!pb_field_iter_begin(&it, fields, copy.data())) return std::nullopt;
+  bool passed = false;
+  do {
+    if (passed) {
+      if (PB_ATYPE(it.type) == PB_ATYPE_CALLBACK || PB_HTYPE(it.type) == PB_HTYPE_ONEOF) {
+        return std::nullopt;
+      }
+      continue;
+    }
+    switch (PB_HTYPE(it.type)) {
+      case PB_HTYPE_OPTIONAL:
+      case PB_HTYPE_REPEATED:
+        break;
+      default:
+        return std::nullopt;  // required, singular and oneof fields cannot simply be absent
+    }
+    if (PB_ATYPE(it.type) == PB_ATYPE_POINTER) {
+      *static_cast<void**>(it.pField) = nullptr;
+      if (PB_HTYPE(it.type) == PB_HTYPE_REPEATED) *static_cast<pb_size_t*>(it.pSize) = 0;
+    } else if (PB_ATYPE(it.type) == PB_ATYPE_STATIC) {
+      if (PB_HTYPE(it.type) == PB_HTYPE_REPEATED) {
+        *static_cast<pb_size_t*>(it.pSize) = 0;
+      } else if (it.pSize) {
+        *static_cast<bool*>(it.pSize) = false;
+      } else {
+        return std::nullopt;
+      }
+    } else {
+      return std::nullopt;
+    }
+    passed = it.tag == tag;
+  } while (pb_field_iter_next(&it));
+  if (!passed) return std::nullopt;
+  std::size_t size = 0;
+  if (!pb_get_encoded_size(&size, fields, copy.data())) return std::nullopt;
+  return size;
 }
 
 bool APMPBDecode(const pb_msgdesc_t* fields, const std::uint8_t* data, std::size_t size,

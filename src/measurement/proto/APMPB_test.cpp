@@ -291,3 +291,30 @@ TEST(APMPBTest, FlagHoldsOneOfFourKinds) {
 }
 
 }  // namespace
+
+TEST(APMPBTest, ABatchFramedFromItsBundlesIsTheBatchWrittenWhole) {
+  APMPBMessage<APMPBMeasurementBatch> batch;
+  kit::Data framed;
+  for (const char* id : {"com.example.a", "com.example.b"}) {
+    APMPBMeasurementBundle& b = APMPBAppend(&batch->bundles, &batch->bundles_count);
+    APMPBSetString(&b.app_id, id);
+    APMPBSetString(&b.monitoring_data, std::string(200, 'm'));  // a length over one varint byte
+    APMPBSetString(&b.consent_signals, "G111");
+    kit::Data bytes;
+    ASSERT_TRUE(APMPBEncode(APMPBMessage<APMPBMeasurementBundle>::fields(), &b, &bytes, nullptr));
+    APMPBAppendLengthDelimited(&framed, 1, bytes);
+  }
+  EXPECT_EQ(framed, *batch.protoBuffer());
+
+  // What follows a field: here the consent signals (tag 52, two key bytes, one length byte).
+  const APMPBMeasurementBundle& b = batch->bundles[0];
+  EXPECT_EQ(APMPBEncodedSizeAfterField(b, 47), 2u + 1u + 4u);
+  EXPECT_EQ(APMPBEncodedSizeAfterField(b, 65), 0u);
+  // After tag 1 (absent): the whole bundle, its frame (a key byte, two length bytes) aside.
+  EXPECT_EQ(APMPBEncodedSizeAfterField(b, 1), framed.size() / 2 - 3);
+  EXPECT_FALSE(APMPBEncodedSizeAfterField(b, 99));  // not a field
+  EXPECT_TRUE(APMPBWithinStreamLimit(10, 10, nullptr));
+  platform::Error error;
+  EXPECT_FALSE(APMPBWithinStreamLimit(11, 10, &error));
+  EXPECT_EQ(error.localizedDescription, "Unable to process proto stream. Buffer is too big. 11 > 10");
+}
