@@ -105,6 +105,12 @@ std::optional<std::size_t> APMPBEncodedSizeAfterField(const T& message, pb_size_
                                        sizeof(T), tag);
 }
 
+// Serialises `bundle` byte for byte as APMPBEncode does, with the same refusal over `limit`,
+// but writes its events (the bulk of a bundle) directly in one pass instead of sizing each
+// nested message by writing it first.
+bool APMPBEncodeBundle(const APMPBMeasurementBundle& bundle, kit::Data* out,
+                       platform::Error* error, std::size_t limit = kAPMPBStreamLimit);
+
 // Parses `size` bytes into `message`, which must hold no allocations; on failure `message`
 // holds none either. Refuses input larger than `limit` with the same text as APMPBEncode.
 bool APMPBDecode(const pb_msgdesc_t* fields, const std::uint8_t* data, std::size_t size,

@@ -859,9 +859,7 @@ std::optional<bool> APMDatabase::isQueuedBundleTableEmpty(platform::Error* error
 std::optional<std::int64_t> APMDatabase::insertBundle(const APMPBMeasurementBundle& bundle,
                                                       bool isRealtime, platform::Error* error) {
   kit::Data bytes;
-  if (!APMPBEncode(APMPBMessage<APMPBMeasurementBundle>::fields(), &bundle, &bytes, error)) {
-    return std::nullopt;
-  }
+  if (!APMPBEncodeBundle(bundle, &bytes, error)) return std::nullopt;
   if (bytes.empty()) {
     fail(error, kAPMErrorCodeInvalidArgument, kCodeNilBundle, "Failed to insert nil bundle");
     return std::nullopt;

@@ -120,7 +120,7 @@ bool APMEncodeBundleForUpload(APMPBMeasurementBundle& bundle, bool checksum, kit
                               platform::Error* error) {
   const pb_msgdesc_t* fields = APMPBMessage<APMPBMeasurementBundle>::fields();
   if (checksum) bundle.has_checksum = false;
-  if (!APMPBEncode(fields, &bundle, out, error, SIZE_MAX)) return false;
+  if (!APMPBEncodeBundle(bundle, out, error, SIZE_MAX)) return false;
   if (!checksum) return true;
   if (!APMPBWithinStreamLimit(out->size(), kAPMPBStreamLimit, nullptr)) return true;
   bundle.has_checksum = true;
@@ -133,7 +133,7 @@ bool APMEncodeBundleForUpload(APMPBMeasurementBundle& bundle, bool checksum, kit
   only.checksum = bundle.checksum;
   kit::Data field;
   if (!tail || *tail > out->size() || !APMPBEncode(fields, &only, &field, nullptr)) {
-    return APMPBEncode(fields, &bundle, out, error, SIZE_MAX);
+    return APMPBEncodeBundle(bundle, out, error, SIZE_MAX);
   }
   out->insert(out->end() - static_cast<std::ptrdiff_t>(*tail), field.begin(), field.end());
   return true;
