@@ -194,17 +194,48 @@ kit::Value JsonPreferenceStore::objectForKey(const std::string& key) {
   return it == values_.end() ? kit::Value() : it->second;
 }
 
+namespace {
+
+// Whether storing `value` over `stored` leaves the file's text as it is. Only plain values are
+// compared; reals by their bits, so that 0.0 and -0.0 stay apart.
+bool sameText(const kit::Value& stored, const kit::Value& value) {
+  return std::visit(
+      [](const auto& a, const auto& b) -> bool {
+        using A = std::decay_t<decltype(a)>;
+        using B = std::decay_t<decltype(b)>;
+        if constexpr (!std::is_same_v<A, B>) {
+          return false;
+        } else if constexpr (std::is_same_v<A, double>) {
+          return std::memcmp(&a, &b, sizeof a) == 0;
+        } else if constexpr (std::is_same_v<A, bool> || std::is_same_v<A, std::int64_t> ||
+                             std::is_same_v<A, std::string>) {
+          return a == b;
+        } else {
+          return false;
+        }
+      },
+      stored.storage(), value.storage());
+}
+
+}  // namespace
+
 void JsonPreferenceStore::setObject(kit::Value value, const std::string& key) {
   std::lock_guard lock(mu_);
+  // Storing what is already stored, once the file holds it, leaves the file alone.
+  if (fileCurrent_) {
+    auto it = values_.find(key);
+    if (value.isNull() ? it == values_.end() : it != values_.end() && sameText(it->second, value)) {
+      return;
+    }
+  }
   if (value.isNull()) {
     values_.erase(key);
   } else {
     values_[key] = std::move(value);
   }
   std::string error;
-  if (!writeFileAtomically(path_, encodeValues(values_), 0600, &error)) {
-    diagnose("preferences: " + error);
-  }
+  fileCurrent_ = writeFileAtomically(path_, encodeValues(values_), 0600, &error);
+  if (!fileCurrent_) diagnose("preferences: " + error);
 }
 
 }  // namespace desktop

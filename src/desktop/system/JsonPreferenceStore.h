@@ -29,7 +29,8 @@ class JsonPreferenceStore : public platform::PreferenceStore {
   kit::Value objectForKey(const std::string& key) override;
   // Any thread. Changes the value in memory and rewrites the file atomically before
   // returning; a failed write is reported through desktop::diagnose and the value stays set
-  // in memory for this run.
+  // in memory for this run. Storing the value a key already holds (or removing an absent
+  // key) writes nothing while the file is known to match memory.
   void setObject(kit::Value value, const std::string& key) override;
 
   const std::string& path() const { return path_; }
@@ -38,6 +39,9 @@ class JsonPreferenceStore : public platform::PreferenceStore {
   std::string path_;
   std::mutex mu_;
   std::map<std::string, kit::Value> values_;
+  // The file holds exactly `values_`: false until the first write succeeds (a file read at
+  // start may be absent or damaged) and after any failed write.
+  bool fileCurrent_ = false;
 };
 
 // The JSON text of `values` (one object), and back. Exposed for tests and other stores.

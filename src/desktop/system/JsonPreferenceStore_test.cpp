@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cmath>
+#include <filesystem>
 #include <limits>
 #include <thread>
 
@@ -92,6 +93,33 @@ TEST_F(PreferencesTest, AFailedWriteKeepsTheValueForThisRun) {
   EXPECT_EQ(store.integerForKey("FULLSERVICECOUNT"), 5);
   ASSERT_EQ(diagnostics.size(), 1u);
   EXPECT_NE(diagnostics[0].find("cannot"), std::string::npos);
+}
+
+TEST_F(PreferencesTest, StoringWhatIsStoredLeavesTheFileAloneUntilAWriteFails) {
+  JsonPreferenceStore store(path);
+  store.setObject(kit::Value(0.0), "last_backoff");
+  store.setObject(kit::Value("x"), "text");
+  // A marker in place of the file shows whether the next calls write it.
+  testing::writeBytes(path, {'m'});
+  store.setObject(kit::Value(0.0), "last_backoff");
+  store.setObject(kit::Value("x"), "text");
+  store.removeObjectForKey("never_set");
+  EXPECT_EQ(readWholeFile(path), std::string("m"));
+  // Same number, other kind or other bits: written.
+  store.setObject(kit::Value(-0.0), "last_backoff");
+  EXPECT_TRUE(std::signbit(*JsonPreferenceStore(path).objectForKey("last_backoff").asReal()));
+  testing::writeBytes(path, {'m'});
+  store.setInteger(0, "last_backoff");
+  EXPECT_TRUE(JsonPreferenceStore(path).objectForKey("last_backoff").isInteger());
+
+  // After a failed write the same value is written again, and lands once the folder exists.
+  std::string later = dir / "later/preferences.json";
+  JsonPreferenceStore pending(later);
+  pending.setInteger(5, "FULLSERVICECOUNT");
+  ASSERT_FALSE(readWholeFile(later));
+  ASSERT_TRUE(std::filesystem::create_directories(dir / "later"));
+  pending.setInteger(5, "FULLSERVICECOUNT");
+  EXPECT_EQ(JsonPreferenceStore(later).integerForKey("FULLSERVICECOUNT"), 5);
 }
 
 TEST_F(PreferencesTest, WritersOnManyThreadsLoseNothing) {

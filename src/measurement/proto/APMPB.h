@@ -81,6 +81,36 @@ inline constexpr std::size_t kAPMPBStreamLimit = 32 * 1024 * 1024;
 bool APMPBEncode(const pb_msgdesc_t* fields, const void* message, kit::Data* out,
                  platform::Error* error, std::size_t limit = kAPMPBStreamLimit);
 
+// Whether a message of `size` serialised bytes is within `limit`. When it is not, refuses it
+// the way APMPBEncode does: logs and fills `error` with "Unable to process proto stream.
+// Buffer is too big. <size> > <limit>".
+bool APMPBWithinStreamLimit(std::size_t size, std::size_t limit, platform::Error* error);
+
+// Appends to `out` field `tag` with wire type "length-delimited" holding `bytes`: how a parent
+// message carries one element of a repeated message field, so that a batch can be written
+// from its bundles' own serialisations, byte for byte as a whole-message write gives it.
+void APMPBAppendLengthDelimited(kit::Data* out, std::uint32_t tag,
+                                std::span<const std::uint8_t> bytes);
+
+// The serialised size of the fields of `message` that are written after field `tag` (in
+// declaration order) or nothing when one of them has a kind this cannot set aside (required,
+// callback or oneof fields) or `tag` is not a field. `messageSize` is sizeof the struct.
+std::optional<std::size_t> APMPBEncodedSizeAfterFieldRaw(const pb_msgdesc_t* fields,
+                                                         const void* message,
+                                                         std::size_t messageSize, pb_size_t tag);
+
+template <class T>
+std::optional<std::size_t> APMPBEncodedSizeAfterField(const T& message, pb_size_t tag) {
+  return APMPBEncodedSizeAfterFieldRaw(nanopb::MessageDescriptor<T>::fields(), &message,
+                                       sizeof(T), tag);
+}
+
+// Serialises `bundle` byte for byte as APMPBEncode does, with the same refusal over `limit`,
+// but writes its events (the bulk of a bundle) directly in one pass instead of sizing each
+// nested message by writing it first.
+bool APMPBEncodeBundle(const APMPBMeasurementBundle& bundle, kit::Data* out,
+                       platform::Error* error, std::size_t limit = kAPMPBStreamLimit);
+
 // Parses `size` bytes into `message`, which must hold no allocations; on failure `message`
 // holds none either. Refuses input larger than `limit` with the same text as APMPBEncode.
 bool APMPBDecode(const pb_msgdesc_t* fields, const std::uint8_t* data, std::size_t size,

@@ -291,3 +291,89 @@ TEST(APMPBTest, FlagHoldsOneOfFourKinds) {
 }
 
 }  // namespace
+
+TEST(APMPBTest, ABatchFramedFromItsBundlesIsTheBatchWrittenWhole) {
+  APMPBMessage<APMPBMeasurementBatch> batch;
+  kit::Data framed;
+  for (const char* id : {"com.example.a", "com.example.b"}) {
+    APMPBMeasurementBundle& b = APMPBAppend(&batch->bundles, &batch->bundles_count);
+    APMPBSetString(&b.app_id, id);
+    APMPBSetString(&b.monitoring_data, std::string(200, 'm'));  // a length over one varint byte
+    APMPBSetString(&b.consent_signals, "G111");
+    kit::Data bytes;
+    ASSERT_TRUE(APMPBEncode(APMPBMessage<APMPBMeasurementBundle>::fields(), &b, &bytes, nullptr));
+    APMPBAppendLengthDelimited(&framed, 1, bytes);
+  }
+  EXPECT_EQ(framed, *batch.protoBuffer());
+
+  // What follows a field: here the consent signals (tag 52, two key bytes, one length byte).
+  const APMPBMeasurementBundle& b = batch->bundles[0];
+  EXPECT_EQ(APMPBEncodedSizeAfterField(b, 47), 2u + 1u + 4u);
+  EXPECT_EQ(APMPBEncodedSizeAfterField(b, 65), 0u);
+  // After tag 1 (absent): the whole bundle, its frame (a key byte, two length bytes) aside.
+  EXPECT_EQ(APMPBEncodedSizeAfterField(b, 1), framed.size() / 2 - 3);
+  EXPECT_FALSE(APMPBEncodedSizeAfterField(b, 99));  // not a field
+  EXPECT_TRUE(APMPBWithinStreamLimit(10, 10, nullptr));
+  platform::Error error;
+  EXPECT_FALSE(APMPBWithinStreamLimit(11, 10, &error));
+  EXPECT_EQ(error.localizedDescription, "Unable to process proto stream. Buffer is too big. 11 > 10");
+}
+
+TEST(APMPBTest, TheDirectBundleWriterWritesWhatTheSerialiserWrites) {
+  auto param = [](APMPBEventParam& p, const char* name) { APMPBSetString(&p.name, name); };
+  for (int shape = 0; shape < 4; ++shape) {
+    APMPBMessage<APMPBMeasurementBundle> b;
+    APMPBSetString(&b->app_id, "com.example.app");
+    b->has_protocol_version = shape != 1;
+    b->protocol_version = 1;
+    APMPBUserAttribute& u = APMPBAppend(&b->user_properties, &b->user_properties_count);
+    APMPBSetString(&u.name, "_id");
+    APMPBSetString(&u.string_value, "");
+    for (int i = 0; shape != 2 && i < 40; ++i) {
+      APMPBEvent& e = APMPBAppend(&b->events, &b->events_count);
+      if (i % 7 != 3) APMPBSetString(&e.name, i % 5 ? "bench_event" : "");
+      e.has_timestamp_millis = i % 4 != 0;
+      e.timestamp_millis = 1735689600000 + i * 977;
+      e.has_previous_timestamp_millis = i % 3 == 0;
+      e.previous_timestamp_millis = -i;  // ten bytes on the wire
+      e.has_count = i % 6 == 0;
+      e.count = i % 12 ? -5 : 300;
+      APMPBEventParam& s = APMPBAppend(&e.params, &e.params_count);
+      param(s, "item");
+      APMPBSetString(&s.string_value, std::string(static_cast<std::size_t>(i * 7), 's'));
+      APMPBEventParam& n = APMPBAppend(&e.params, &e.params_count);
+      param(n, "level");
+      n.has_int_value = true;
+      n.int_value = i % 2 ? i : -i;
+      n.has_float_value = i % 5 == 1;
+      n.float_value = 0.25f;
+      n.has_double_value = i % 2 == 0;
+      n.double_value = -1.5e300;
+      APMPBEventParam& items = APMPBAppend(&e.params, &e.params_count);
+      param(items, "items");
+      for (int k = 0; k < i % 3; ++k) {
+        APMPBEventParam& item = APMPBAppend(&items.param_value, &items.param_value_count);
+        APMPBEventParam& inner = APMPBAppend(&item.param_value, &item.param_value_count);
+        param(inner, "item_id");
+        APMPBSetString(&inner.string_value, "x");
+      }
+    }
+    if (shape == 3) {
+      APMPBSetString(&b->consent_signals, "G111");
+      APMPBAppendString(&b->redacted_fields, &b->redacted_fields_count, "os_version");
+      b->has_checksum = true;
+      b->checksum = -42;
+    }
+    kit::Data expected;
+    ASSERT_TRUE(APMPBEncode(APMPBMessage<APMPBMeasurementBundle>::fields(), b.get(), &expected, nullptr));
+    kit::Data direct;
+    ASSERT_TRUE(APMPBEncodeBundle(*b, &direct, nullptr)) << shape;
+    EXPECT_EQ(direct, expected) << shape;
+    // The same refusal over the limit.
+    platform::Error error;
+    EXPECT_FALSE(APMPBEncodeBundle(*b, &direct, &error, expected.size() - 1));
+    EXPECT_EQ(error.localizedDescription, "Unable to process proto stream. Buffer is too big. " +
+                                              std::to_string(expected.size()) + " > " +
+                                              std::to_string(expected.size() - 1));
+  }
+}

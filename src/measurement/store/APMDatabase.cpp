@@ -859,9 +859,7 @@ std::optional<bool> APMDatabase::isQueuedBundleTableEmpty(platform::Error* error
 std::optional<std::int64_t> APMDatabase::insertBundle(const APMPBMeasurementBundle& bundle,
                                                       bool isRealtime, platform::Error* error) {
   kit::Data bytes;
-  if (!APMPBEncode(APMPBMessage<APMPBMeasurementBundle>::fields(), &bundle, &bytes, error)) {
-    return std::nullopt;
-  }
+  if (!APMPBEncodeBundle(bundle, &bytes, error)) return std::nullopt;
   if (bytes.empty()) {
     fail(error, kAPMErrorCodeInvalidArgument, kCodeNilBundle, "Failed to insert nil bundle");
     return std::nullopt;
@@ -927,30 +925,52 @@ std::optional<std::vector<APMQueuedBundle>> APMDatabase::readBundles(const std::
                                                                      const Parameters& values,
                                                                      std::int64_t sizeLimit,
                                                                      platform::Error* error) {
-  auto rows = store_->recordsForQuery(sql, values, error);
-  if (!rows) return std::nullopt;
+  // Rows are stepped one at a time and kept by nobody: reading stops at the first bundle
+  // that does not fit, so the rows behind it are never copied out of the file.
   std::vector<APMQueuedBundle> bundles;
   std::int64_t totalSize = 0;
-  for (const Record& r : *rows) {
-    kit::Data zipped = readData(r, "data").value_or(kit::Data());
-    auto bytes = zipped.empty() ? std::nullopt : APMGunzipData(zipped, nullptr);
-    if (!bytes || bytes->empty()) {
-      APMMonitor::log(kAPMMonitorLevelError, kCodeDecompressBundle,
-                      "Cannot decompress an empty bundle data", readInteger(r, "rowid"));
-      continue;
-    }
-    auto bundle = APMPBMessage<APMPBMeasurementBundle>::parseFromData(*bytes);
-    if (!bundle) {
-      APMMonitor::log(kAPMMonitorLevelError, kCodeParseBundle,
-                      "Unable to parse bundle from decompressed data", readInteger(r, "rowid"));
-      continue;
+  std::optional<ParsedBundle> held = std::move(heldBundle_);
+  heldBundle_.reset();
+  platform::Error readError;
+  auto rows = store_->recordsForQuery(sql, values, &readError, [&](const Record& r, bool* stop) {
+    std::int64_t rowID = readInteger(r, "rowid");
+    auto it = r.find("data");
+    const kit::Data* zipped = it == r.end() ? nullptr : it->second.asData();
+    ParsedBundle parsed;
+    if (held && held->rowID == rowID && zipped && held->zipped == *zipped) {
+      parsed = std::move(*held);
+      held.reset();
+    } else {
+      auto bytes = !zipped || zipped->empty() ? std::nullopt : APMGunzipData(*zipped, nullptr);
+      if (!bytes || bytes->empty()) {
+        APMMonitor::log(kAPMMonitorLevelError, kCodeDecompressBundle,
+                        "Cannot decompress an empty bundle data", rowID);
+        return false;
+      }
+      auto bundle = APMPBMessage<APMPBMeasurementBundle>::parseFromData(*bytes);
+      if (!bundle) {
+        APMMonitor::log(kAPMMonitorLevelError, kCodeParseBundle,
+                        "Unable to parse bundle from decompressed data", rowID);
+        return false;
+      }
+      parsed = ParsedBundle{rowID, *zipped, std::move(*bundle), bytes->size()};
     }
     // The first bundle is taken whatever its size, so that one cannot block the queue.
-    auto size = static_cast<std::int64_t>(bytes->size());
-    if (!bundles.empty() && totalSize + size > sizeLimit) break;
+    auto size = static_cast<std::int64_t>(parsed.serializedSize);
+    if (!bundles.empty() && totalSize + size > sizeLimit) {
+      // The next read most likely starts with this row: its parse is kept for it.
+      heldBundle_ = std::move(parsed);
+      *stop = true;
+      return false;
+    }
     totalSize += size;
-    bundles.push_back(APMQueuedBundle{readInteger(r, "rowid"), std::move(*bundle),
-                                      readInteger(r, "retry_count"), bytes->size()});
+    bundles.push_back(APMQueuedBundle{rowID, std::move(parsed.bundle),
+                                      readInteger(r, "retry_count"), parsed.serializedSize});
+    return false;
+  });
+  if (!rows) {
+    if (error) *error = readError;
+    return std::nullopt;
   }
   return bundles;
 }

@@ -336,9 +336,20 @@ class APMDatabase {
   // Drops the copies of what queue holds (before rows leave it).
   void forgetQueueFacts();
 
+  // A row of queue that a read inflated and parsed but left out because the batch was full.
+  // The next read takes it as it is when the row still holds the same compressed bytes, so
+  // that each waiting bundle is inflated and parsed once however many reads pass over it.
+  struct ParsedBundle {
+    std::int64_t rowID = 0;
+    kit::Data zipped;
+    APMPBMessage<APMPBMeasurementBundle> bundle;
+    std::size_t serializedSize = 0;
+  };
+
   std::string path_;
   std::shared_ptr<APMPersistedConfig> persistedConfig_;
   std::unique_ptr<APMSqliteStore> store_;
   APMDatabaseLimits limits_;
   RowCache rowCache_;
+  std::optional<ParsedBundle> heldBundle_;
 };

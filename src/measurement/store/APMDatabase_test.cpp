@@ -289,6 +289,39 @@ TEST_F(APMDatabaseTest, BundleQueriesHonourCountAndSizeAndAlwaysTakeTheFirst) {
   EXPECT_EQ(database_->queryBundlesWithCountLimit(1, limit + 1000, nullptr)->size(), 1u);
 }
 
+TEST_F(APMDatabaseTest, ABundleLeftOutOfAFullBatchIsReadAgainAsTheRowNowHoldsIt) {
+  double end = std::floor(now());
+  ASSERT_TRUE(database_->insertBundle(*makeBundle(end - 3, 100), false, nullptr));  // row 1
+  ASSERT_TRUE(database_->insertBundle(*makeBundle(end - 2, 100), false, nullptr));  // row 2
+  auto first = database_->queryBundlesWithCountLimit(10, 1, nullptr);
+  ASSERT_TRUE(first);
+  ASSERT_EQ(first->size(), 1u);  // row 2 was read, left out, and is held
+
+  // Row 2 gets other contents under the same row id.
+  ASSERT_TRUE(database_->deleteBundlesWithRowIDs({2}, nullptr));
+  auto replacement = makeBundle(end - 1, 300);
+  ASSERT_EQ(database_->insertBundle(*replacement, false, nullptr), 2);
+  ASSERT_TRUE(database_->deleteBundlesWithRowIDs({1}, nullptr));
+  auto second = database_->queryBundlesWithCountLimit(10, 1, nullptr);
+  ASSERT_TRUE(second);
+  ASSERT_EQ(second->size(), 1u);
+  EXPECT_EQ((*second)[0].rowID, 2);
+  EXPECT_EQ((*second)[0].bundle->bundle_end_timestamp_millis, static_cast<std::int64_t>((end - 1) * 1000));
+  EXPECT_EQ((*second)[0].serializedSize, replacement.protoBuffer()->size());
+
+  // Unchanged rows come back as a fresh read gives them, retry counts read anew.
+  ASSERT_TRUE(database_->insertBundle(*makeBundle(end, 100), false, nullptr));  // row 3
+  ASSERT_EQ(database_->queryBundlesWithCountLimit(10, 1, nullptr)->size(), 1u);
+  ASSERT_TRUE(database_->incrementRetryCounterForBundlesWithIDs({3}, nullptr));
+  ASSERT_TRUE(database_->deleteBundlesWithRowIDs({2}, nullptr));
+  auto third = database_->queryBundlesWithCountLimit(10, 1 << 20, nullptr);
+  ASSERT_TRUE(third);
+  ASSERT_EQ(third->size(), 1u);
+  EXPECT_EQ((*third)[0].rowID, 3);
+  EXPECT_EQ((*third)[0].retryCount, 1);
+  EXPECT_EQ(*(*third)[0].bundle.protoBuffer(), *makeBundle(end, 100).protoBuffer());
+}
+
 TEST_F(APMDatabaseTest, BundlesThatDoNotInflateOrParseAreLeftOut) {
   ASSERT_TRUE(database_->insertBundle(*makeBundle(now()), false, nullptr));
   ASSERT_TRUE(store().upsertRecord({{"data", kit::Data{1, 2, 3}}, {"bundle_end_timestamp", 1.0}},

@@ -13,6 +13,7 @@
 #include "measurement/events/APMIdentity.h"
 #include "measurement/events/APMMeasurement.h"
 #include "measurement/experiments/APMEManager.h"
+#include "measurement/upload/APMUploadBatch.h"
 #include "measurement/upload/APMUploadSchedule.h"
 #include "platform/Platform.h"
 
@@ -114,6 +115,29 @@ void applyDataControls(APMPBMeasurementBundle& b, const std::vector<std::string>
 }
 
 }  // namespace
+
+bool APMEncodeBundleForUpload(APMPBMeasurementBundle& bundle, bool checksum, kit::Data* out,
+                              platform::Error* error) {
+  const pb_msgdesc_t* fields = APMPBMessage<APMPBMeasurementBundle>::fields();
+  if (checksum) bundle.has_checksum = false;
+  if (!APMPBEncodeBundle(bundle, out, error, SIZE_MAX)) return false;
+  if (!checksum) return true;
+  if (!APMPBWithinStreamLimit(out->size(), kAPMPBStreamLimit, nullptr)) return true;
+  bundle.has_checksum = true;
+  bundle.checksum = apm_64LSBMD5(*out);
+  // Fields are written in declaration order, so the checksum's bytes go in right before
+  // those of the fields declared after it.
+  auto tail = APMPBEncodedSizeAfterField(bundle, apm_MeasurementBundle_checksum_tag);
+  APMPBMeasurementBundle only{};
+  only.has_checksum = true;
+  only.checksum = bundle.checksum;
+  kit::Data field;
+  if (!tail || *tail > out->size() || !APMPBEncode(fields, &only, &field, nullptr)) {
+    return APMPBEncodeBundle(bundle, out, error, SIZE_MAX);
+  }
+  out->insert(out->end() - static_cast<std::ptrdiff_t>(*tail), field.begin(), field.end());
+  return true;
+}
 
 APMRemoteConfig& APMMeasurement::remoteConfig() {
   return remoteConfig_ ? *remoteConfig_ : APMRemoteConfig::defaultInstance();
@@ -471,7 +495,9 @@ void APMMeasurement::uploadData() {
   static const std::string ephemeralID = APMRandomIdentifier();
   std::vector<std::string> controls = config.dataControls();
   bool checksum = config.checksumEnabled();
-  APMPBMessage<APMPBMeasurementBatch> batch;
+  // The batch is written from each bundle's own serialisation, framed as its repeated field:
+  // the same bytes as writing the whole batch, with every bundle written once.
+  kit::Data payload;
   std::vector<std::int64_t> ids;
   auto nowMillis = static_cast<std::int64_t>(std::llround(current * 1000));
   for (APMQueuedBundle& queued : kept) {
@@ -481,21 +507,16 @@ void APMMeasurement::uploadData() {
     b.has_upload_timestamp_millis = true;
     b.upload_timestamp_millis = nowMillis;
     applyDataControls(b, controls, ephemeralID);
-    if (checksum) {
-      kit::Data bytes;
-      b.has_checksum = false;
-      if (APMPBEncode(APMPBMessage<APMPBMeasurementBundle>::fields(), &b, &bytes, nullptr)) {
-        b.has_checksum = true;
-        b.checksum = apm_64LSBMD5(bytes);
-      }
+    kit::Data bytes;
+    if (!APMEncodeBundleForUpload(b, checksum, &bytes, &error)) {
+      APMMonitor::log(kAPMMonitorLevelError, kCodeQueryFailed, "Failed to query bundles. Error",
+                      error.localizedDescription);
+      return;
     }
-    APMPBMeasurementBundle& slot = APMPBAppend(&batch->bundles, &batch->bundles_count);
-    slot = b;
-    b = APMPBMeasurementBundle{};  // the batch owns its allocations now
+    APMPBAppendLengthDelimited(&payload, 1, bytes);
     ids.push_back(queued.rowID);
   }
-  auto payload = batch.protoBuffer(&error);
-  if (!payload) {
+  if (!APMPBWithinStreamLimit(payload.size(), kAPMPBStreamLimit, &error)) {
     APMMonitor::log(kAPMMonitorLevelError, kCodeQueryFailed, "Failed to query bundles. Error",
                     error.localizedDescription);
     return;
@@ -507,7 +528,7 @@ void APMMeasurement::uploadData() {
   persistedConfig_->setLastFailedUploadTimestamp(current);
   network->setTimeoutInterval(config.networkTimeout());
   bool background = false;  // no background task runs on this platform
-  if (!network->postURL(config.uploadURL(host), *payload, scheduler_.queue(), background,
+  if (!network->postURL(config.uploadURL(host), payload, scheduler_.queue(), background,
                         workerCompletion(&APMMeasurement::networkUploadCompletionHandlerWithResponse))) {
     APMMonitor::log(kAPMMonitorLevelError, kCodeNoSession, "Unable to create network session.");
     networkRequestPending_ = false;

@@ -4,6 +4,7 @@
 #include "measurement/events/APMEventsTestSupport.h"
 #include "measurement/events/APMMeasurement.h"
 #include "measurement/experiments/APMEExperimentsTestSupport.h"
+#include "measurement/upload/APMUploadBatch.h"
 
 #include <filesystem>
 
@@ -373,12 +374,56 @@ TEST_F(APMUploadTest, DataControlsAndChecksumShapeTheSentBundle) {
   EXPECT_EQ(APMPBString(b.redacted_fields[0]), "app_instance_id");
   EXPECT_EQ(b.sent_library_version, kAPMLibraryVersion);
   EXPECT_EQ(b.upload_timestamp_millis, static_cast<std::int64_t>(env_.now() * 1000));
+  // The payload is exactly what writing the whole batch gives.
+  EXPECT_EQ(*batch->protoBuffer(), posts()[0].payload);
   ASSERT_TRUE(b.has_checksum);
   std::int64_t sent = b.checksum;
   b.has_checksum = false;
   kit::Data bytes;
   ASSERT_TRUE(APMPBEncode(APMPBMessage<APMPBMeasurementBundle>::fields(), &b, &bytes, nullptr));
   EXPECT_EQ(sent, apm_64LSBMD5(bytes));
+}
+
+TEST(APMUploadBatchTest, TheChecksumGoesWhereAWholeWriteWouldPutIt) {
+  auto filled = [](bool trailing) {
+    APMPBMessage<APMPBMeasurementBundle> b;
+    APMPBSetString(&b->app_id, "com.example.app");
+    for (int i = 0; i < 3; ++i) {
+      APMPBEvent& e = APMPBAppend(&b->events, &b->events_count);
+      APMPBSetString(&e.name, "e" + std::to_string(i));
+      APMPBEventParam& p = APMPBAppend(&e.params, &e.params_count);
+      APMPBSetString(&p.name, "level");
+      p.has_int_value = true;
+      p.int_value = -i;
+    }
+    b->has_config_version = true;
+    b->config_version = 7;
+    if (trailing) {  // every field declared after the checksum
+      APMPBSetString(&b->unused_50, "u");
+      APMPBSetString(&b->consent_signals, "G111");
+      b->has_tracking_authorization_status = true;
+      b->tracking_authorization_status = 3;
+      b->has_unused_55 = true;
+      APMPBSetString(&b->unused_63, "v");
+      APMPBAppendString(&b->redacted_fields, &b->redacted_fields_count, "user_id");
+      APMPBSetString(&b->ephemeral_app_instance_id, "eph");
+    }
+    return b;
+  };
+  for (bool trailing : {false, true}) {
+    auto b = filled(trailing);
+    kit::Data without;
+    ASSERT_TRUE(APMPBEncode(APMPBMessage<APMPBMeasurementBundle>::fields(), b.get(), &without, nullptr));
+    kit::Data sent;
+    ASSERT_TRUE(APMEncodeBundleForUpload(*b, true, &sent, nullptr));
+    ASSERT_TRUE(b->has_checksum);
+    EXPECT_EQ(b->checksum, apm_64LSBMD5(without));
+    EXPECT_EQ(sent, *b.protoBuffer()) << trailing;
+    // Without the checksum the bundle goes as it stands, a checksum it holds included.
+    kit::Data plain;
+    ASSERT_TRUE(APMEncodeBundleForUpload(*b, false, &plain, nullptr));
+    EXPECT_EQ(plain, sent);
+  }
 }
 
 // The measurement client with its experiment client: a fetched snapshot waits until no data
