@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 #include "ads/ADNetAdaptiveBannerAd.h"
 #include "kit/AlertController.h"
@@ -55,13 +56,21 @@ void ImagePreviewVC::loadView() {
   registerOutlet("adsViewHeightConstraint", std::make_shared<kit::LayoutConstraint>(0.0));
 }
 
-void ImagePreviewVC::viewDidLoad() {
+namespace {
+
+// The path of `imageUrl` and the picture in that file; a missing URL or a file that is no
+// image ends the process.
+std::pair<std::string, kit::ImagePtr> imageOfFile(const std::optional<std::string>& imageUrl) {
   if (!imageUrl) kit::fatal("Unexpectedly found nil while unwrapping imageUrl");
   auto path = platform::pathOfFileURL(*imageUrl).value_or(*imageUrl);
   auto image = platform::imageCodec().imageWithContentsOfFile(path);
   if (!image) kit::fatal("Unexpectedly found nil while unwrapping the image of " + path);
-  imageView->setImage(image);
+  return {path, image};
 }
+
+}  // namespace
+
+void ImagePreviewVC::viewDidLoad() { imageView->setImage(imageOfFile(imageUrl).second); }
 
 void ImagePreviewVC::viewWillAppear(bool) {
   ads::ADNetAdaptiveBannerAd::shared()->loadBanner(sharedAs<ImagePreviewVC>(), adsView.shared(),
@@ -119,10 +128,7 @@ void PreviewVC::loadView() {
 }
 
 void PreviewVC::viewDidLoad() {
-  if (!imageUrl) kit::fatal("Unexpectedly found nil while unwrapping imageUrl");
-  auto path = platform::pathOfFileURL(*imageUrl).value_or(*imageUrl);
-  auto image = platform::imageCodec().imageWithContentsOfFile(path);
-  if (!image) kit::fatal("Unexpectedly found nil while unwrapping the image of " + path);
+  auto [path, image] = imageOfFile(imageUrl);
   imageView->setImage(image);
   if (!imageLabel->text()) kit::fatal("Unexpectedly found nil while unwrapping imageLabel.text");
   // The last component of the path, as the URL names it.
