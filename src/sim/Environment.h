@@ -118,7 +118,6 @@ class Environment : public kit::Environment {
   bool inBackground_ = false;
   bool eagerMain_ = false;
   bool drainingEagerly_ = false;
-  bool running_ = false;
   SimQueue* runningQueue_ = nullptr;
 };
 
