@@ -1,5 +1,7 @@
 #include "measurement/events/APMScheduler.h"
 
+#include <algorithm>
+#include <cmath>
 #include <exception>
 
 #include "kit/Date.h"
@@ -96,4 +98,13 @@ bool APMAlarm::hasActiveTimer() const {
 double APMAlarm::scheduledTimestamp() const {
   std::lock_guard lock(state_->mu);
   return state_->due;
+}
+
+std::optional<double> APMAlarm::delayUntil(double next, double now, double backoff, double backoffInterval) const {
+  if (backoff > 0 && std::fabs(now - backoff) < backoffInterval) next = std::max(next, backoff + backoffInterval);
+  if (hasActiveTimer() && scheduledTimestamp() <= next) return std::nullopt;
+  double delay = next - now;
+  constexpr double kMinimumDelay = 0.001;
+  if (delay < kMinimumDelay) delay = kMinimumDelay;
+  return delay;
 }

@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "kit/Dispatch.h"
@@ -50,6 +51,10 @@ class APMAlarm {
   bool hasActiveTimer() const;
   // When the pending block is due, seconds since 1970; 0 when none.
   double scheduledTimestamp() const;
+  // For a scheduler that backs off: the delay from `now` until `next`, pushed to
+  // `backoffInterval` after `backoff` (the last back-off, 0 for none) while that has not passed,
+  // and at least a millisecond. Nothing when the pending block is due no later.
+  std::optional<double> delayUntil(double next, double now, double backoff, double backoffInterval) const;
   const std::string& name() const { return name_; }
 
  private:

@@ -34,7 +34,6 @@ enum : int {
 constexpr const char* kSuccessKey = "APMExperimentSuiteName/APMExperimentFetchSuccessTimestamp";
 constexpr const char* kFailureKey = "APMExperimentSuiteName/APMExperimentFetchFailureTimestamp";
 constexpr const char* kBackoffKey = "APMExperimentSuiteName/APMExperimentFetchBackoffTimestamp";
-constexpr double kMinimumDelay = 0.001;
 
 double now() { return kit::Date::now().timeIntervalSince1970; }
 
@@ -185,20 +184,15 @@ void APMETaskManager::scheduleFetchOnWorkerQueue() {
     return;
   }
   double current = now();
-  double backoff = lastBackoffTimestamp();
-  if (backoff > 0 && std::fabs(current - backoff) < kBackoffInterval) {
-    next = std::max(next, backoff + kBackoffInterval);
-  }
-  if (alarm_.hasActiveTimer() && alarm_.scheduledTimestamp() <= next) {
+  std::optional<double> delay = alarm_.delayUntil(next, current, lastBackoffTimestamp(), kBackoffInterval);
+  if (!delay) {
     APMMonitor::log(kAPMMonitorLevelDebug, kCodeTaskExists,
                     "Do not schedule a fetch task. Task already exists. Will be executed in seconds",
                     alarm_.scheduledTimestamp() - current);
     return;
   }
-  double delay = next - current;
-  if (delay < kMinimumDelay) delay = kMinimumDelay;
-  APMMonitor::log(kAPMMonitorLevelDebug, kCodeScheduled, "Experiment fetch scheduled. Seconds", delay);
-  alarm_.runAfterDelay(delay, [weak = weak_from_this()] {
+  APMMonitor::log(kAPMMonitorLevelDebug, kCodeScheduled, "Experiment fetch scheduled. Seconds", *delay);
+  alarm_.runAfterDelay(*delay, [weak = weak_from_this()] {
     if (auto self = weak.lock()) {
       self->later([](APMETaskManager& tasks) { tasks.fetchExperimentsOnWorkerQueue(); });
     }

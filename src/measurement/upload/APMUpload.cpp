@@ -59,7 +59,6 @@ enum : int {
 // How long a failed delete or timestamp write holds uploads, seconds of uptime.
 constexpr double kSuspendInterval = 3600;
 // The smallest delay the alarm is armed with.
-constexpr double kMinimumDelay = 0.001;
 constexpr double kEpsilon = 2.220446049250313e-16;
 // The script runtime's version as the configuration request passes it; 0 while the client
 // carries no runtime.
@@ -338,22 +337,17 @@ void APMMeasurement::updateSchedule() {
     return;
   }
   double current = now();
-  double backoff = persistedConfig_->lastBackoffTimestamp();
-  double backoffInterval = remoteConfig().uploadingBackoffInterval();
-  if (backoff > 0 && std::fabs(current - backoff) < backoffInterval) {
-    next = std::max(next, backoff + backoffInterval);
-  }
-  if (alarm_.hasActiveTimer() && alarm_.scheduledTimestamp() <= next) {
+  std::optional<double> delay = alarm_.delayUntil(next, current, persistedConfig_->lastBackoffTimestamp(),
+                                                  remoteConfig().uploadingBackoffInterval());
+  if (!delay) {
     APMMonitor::log(kAPMMonitorLevelDebug, kCodeTaskExists,
                     "Do not schedule an upload task. Task already exists. Will be executed in seconds",
                     alarm_.scheduledTimestamp() - current);
     return;
   }
-  double delay = next - current;
-  if (delay < kMinimumDelay) delay = kMinimumDelay;
-  APMMonitor::log(kAPMMonitorLevelDebug, kCodeScheduled, "Upload task scheduled. Seconds", delay);
+  APMMonitor::log(kAPMMonitorLevelDebug, kCodeScheduled, "Upload task scheduled. Seconds", *delay);
   std::weak_ptr<int> alive = alive_;
-  alarm_.runAfterDelay(delay, [this, alive] {
+  alarm_.runAfterDelay(*delay, [this, alive] {
     if (!alive.lock()) return;
     scheduler_.scheduleOnWorkerQueueBlockID("APMMeasurement:alarm", [this, alive] {
       if (alive.lock()) uploadDataOrRegisterAlarm();
