@@ -1,7 +1,6 @@
 #include "measurement/audiences/APMAudience.h"
 
 #include <algorithm>
-#include <functional>
 
 #include "measurement/APMMonitor.h"
 #include "measurement/audiences/APMAudienceComparison.h"
@@ -47,17 +46,17 @@ bool hasFloatText(const char* text) {
 
 // A value against one parameter or property filter. `strictStrings`: a string value needs a
 // string filter (event parameters); otherwise a numeric text may meet a number filter.
-std::optional<bool> evaluateValue(const APMPBFilter& filter, const APMValue& value,
-                                  bool strictStrings, const std::function<std::string()>& describe) {
-  if (!filter.has_string_filter && !filter.has_number_filter) {
+// `describe` makes the filter's description, only when a message needs it.
+template <class Describe>
+std::optional<bool> evaluateValue(const APMPreparedFilter& filter, const APMValue& value,
+                                  bool strictStrings, const Describe& describe) {
+  if (!filter.string && !filter.number) {
     APMMonitor::log(kAPMMonitorLevelWarning, kCodeNoFilter,
                     notEvaluated("Filter has neither a number nor string filter"));
     return std::nullopt;
   }
   if (value.isString()) {
-    if (filter.has_string_filter) {
-      return APMEvaluateStringFilter(filter.string_filter, &value.stringValue());
-    }
+    if (filter.string) return filter.string->evaluate(&value.stringValue());
     if (strictStrings) {
       APMMonitor::log(kAPMMonitorLevelWarning, kCodeStringParamNoStringFilter,
                       notEvaluated("Event param is a string and the filter does not have a "
@@ -72,19 +71,17 @@ std::optional<bool> evaluateValue(const APMPBFilter& filter, const APMValue& val
                       value.stringValue(), describe());
       return std::nullopt;
     }
-    return APMEvaluateNumberFilter(filter.number_filter, *decimal);
+    return filter.number->evaluate(*decimal);
   }
   if (value.isInt64() || value.isDouble()) {
-    if (!filter.has_number_filter) {
+    if (!filter.number) {
       APMMonitor::log(kAPMMonitorLevelWarning, kCodeUnsupportedValue,
                       notEvaluated("Number value and the filter does not have a number filter"),
                       describe());
       return std::nullopt;
     }
-    if (value.isInt64()) {
-      return APMEvaluateNumberFilter(filter.number_filter, APMDecimal::fromInt64(value.int64Value()));
-    }
-    return APMEvaluateNumberFilterWithDouble(filter.number_filter, value.doubleValue());
+    if (value.isInt64()) return filter.number->evaluateInteger(value.int64Value());
+    return filter.number->evaluateWithDouble(value.doubleValue());
   }
   APMMonitor::log(kAPMMonitorLevelWarning, kCodeUnsupportedValue,
                   notEvaluated("Value of unsupported type"), describe());
@@ -328,15 +325,60 @@ bool APMAudience::maybeDeleteStaleFilterResults(std::int64_t maxFilterResultCoun
 
 // --- evaluation of one filter ---
 
+APMPreparedFilter::APMPreparedFilter(const APMPBFilter& filter) {
+  if (filter.has_number_filter) number.emplace(filter.number_filter);
+  if (filter.has_string_filter) string.emplace(filter.string_filter);
+}
+
+APMPreparedEventFilter::APMPreparedEventFilter(const APMPBEventFilter& filter,
+                                               std::vector<std::string>* parameterNames)
+    : eventName(APMPBString(filter.event_name)) {
+  if (filter.has_event_count_filter) count.emplace(filter.event_count_filter);
+  for (const APMPBFilter& p : APMPBItems(filter.filters, filter.filters_count)) {
+    parameters.emplace_back(p);
+    std::string_view name = APMPBString(p.param_name);
+    auto known = std::find(parameterNames->begin(), parameterNames->end(), name);
+    parameterSlots.push_back(static_cast<std::size_t>(known - parameterNames->begin()));
+    if (known == parameterNames->end()) parameterNames->emplace_back(name);
+  }
+}
+
+namespace {
+
+// The event's value of each name in `names`, null where the event has none.
+void lookUpParameters(const std::vector<std::string>& names, const APMParameters& parameters,
+                      std::vector<const APMValue*>* values) {
+  values->clear();
+  for (const std::string& name : names) {
+    auto found = parameters.find(name);
+    values->push_back(found == parameters.end() ? nullptr : &found->second);
+  }
+}
+
+}  // namespace
+
 std::optional<bool> APMAudience::evaluateEventFilter(const APMPBEventFilter& filter,
                                                      const std::string& eventName,
                                                      const APMParameters& parameters,
+                                                     const APMEventAggregates* aggregates) {
+  std::vector<std::string> names;
+  APMPreparedEventFilter prepared(filter, &names);
+  std::vector<const APMValue*> values;
+  lookUpParameters(names, parameters, &values);
+  return evaluateEventFilter(filter, prepared, eventName, parameters, values, aggregates);
+}
+
+std::optional<bool> APMAudience::evaluateEventFilter(const APMPBEventFilter& filter,
+                                                     const APMPreparedEventFilter& prepared,
+                                                     const std::string& eventName,
+                                                     const APMParameters& parameters,
+                                                     std::span<const APMValue* const> values,
                                                      const APMEventAggregates* aggregates) {
   if (eventName.empty()) {
     APMMonitor::log(kAPMMonitorLevelWarning, kCodeEventFilterNil, notEvaluated("Event name is nil"));
     return std::nullopt;
   }
-  if (APMPBString(filter.event_name) != eventName) {
+  if (prepared.eventName != eventName) {
     APMMonitor::log(kAPMMonitorLevelWarning, kCodeNameMismatch,
                     notEvaluated("Event filter name does not match event name"));
     return std::nullopt;
@@ -349,23 +391,24 @@ std::optional<bool> APMAudience::evaluateEventFilter(const APMPBEventFilter& fil
     }
     std::int64_t count =
         filter.session_scoped ? aggregates->currentSessionCount : aggregates->lifetimeCount;
-    auto counted = APMEvaluateNumberFilter(filter.event_count_filter, APMDecimal::fromInt64(count));
+    auto counted = prepared.count->evaluateInteger(count);
     if (!counted || !*counted) return counted;
   }
-  for (const APMPBFilter& p : APMPBItems(filter.filters, filter.filters_count)) {
-    if (APMPBString(p.param_name).empty()) {
+  for (std::size_t i = 0; i < filter.filters_count; ++i) {
+    const APMPBFilter& p = filter.filters[i];
+    if (!p.param_name || !*p.param_name) {
       APMMonitor::log(kAPMMonitorLevelWarning, kCodeNoParamName,
                       notEvaluated("Event filter does not have parameter name"));
       return std::nullopt;
     }
-    auto found = parameters.find(p.param_name);
-    if (found == parameters.end()) {
+    const APMValue* found = values[prepared.parameterSlots[i]];
+    if (!found) {
       APMMonitor::log(kAPMMonitorLevelDebug, kCodeMissingParam,
                       notEvaluated("Event does not have parameter required by filter"));
       return std::nullopt;
     }
     // The description is made only when a message needs it.
-    auto result = evaluateValue(p, found->second, true, [&] {
+    auto result = evaluateValue(prepared.parameters[i], *found, true, [&] {
       return eventName + ", " + APMDescribeParameters(parameters) + ", " +
              std::string(APMPBString(p.param_name));
     });
@@ -377,6 +420,12 @@ std::optional<bool> APMAudience::evaluateEventFilter(const APMPBEventFilter& fil
 }
 
 std::optional<bool> APMAudience::evaluatePropertyFilter(const APMPBPropertyFilter& filter,
+                                                        const APMUserAttribute& property) {
+  return evaluatePropertyFilter(filter, APMPreparedFilter(filter.filter), property);
+}
+
+std::optional<bool> APMAudience::evaluatePropertyFilter(const APMPBPropertyFilter& filter,
+                                                        const APMPreparedFilter& prepared,
                                                         const APMUserAttribute& property) {
   if (APMPBString(filter.property_name) != property.name) {
     APMMonitor::log(kAPMMonitorLevelWarning, kCodePropertyFilter,
@@ -393,7 +442,7 @@ std::optional<bool> APMAudience::evaluatePropertyFilter(const APMPBPropertyFilte
                     notEvaluated("Unknown user property type") + ". Property Name", property.name);
     return std::nullopt;
   }
-  auto result = evaluateValue(filter.filter, property.value, false, [&] { return property.name; });
+  auto result = evaluateValue(prepared, property.value, false, [&] { return property.name; });
   if (!result) return std::nullopt;
   return filter.filter.complement ? !*result : *result;
 }
@@ -504,19 +553,24 @@ void APMAudience::evaluateFiltersForEvent(const APMEvent& event,
                       name, error.localizedDescription);
       return;
     }
-    std::vector<APMAudienceTimestampsCache::Row<APMPBEventFilter>> rows;
+    APMAudienceTimestampsCache::EventFilters made;
+    made.rows.reserve(filters->size());
     for (APMAudienceFilterRecord& record : *filters) {
       auto parsed = record.data.empty()
                         ? std::nullopt
                         : APMPBMessage<APMPBEventFilter>::parseFromData(record.data);
-      rows.push_back({std::move(record), std::move(parsed)});
+      std::optional<APMPreparedEventFilter> prepared;
+      if (parsed) prepared.emplace(**parsed, &made.parameterNames);
+      made.rows.push_back({std::move(record), std::move(parsed), std::move(prepared)});
     }
-    cached = cache.eventFilters_.emplace(name, std::move(rows)).first;
+    cached = cache.eventFilters_.emplace(name, std::move(made)).first;
   }
-  if (cached->second.empty()) return;
+  if (cached->second.rows.empty()) return;
   if (!loadResults(cache, name)) return;
   std::int64_t millis = APMMilliseconds(event.timestamp());
-  for (const auto& row : cached->second) {
+  std::vector<const APMValue*> values;
+  lookUpParameters(cached->second.parameterNames, event.parameters(), &values);
+  for (const auto& row : cached->second.rows) {
     std::int64_t audienceID = row.record.audienceID;
     if (cache.corrupt_.count(audienceID)) continue;
     if (!row.filter) {
@@ -533,7 +587,7 @@ void APMAudience::evaluateFiltersForEvent(const APMEvent& event,
         !f.session_scoped) {
       continue;
     }
-    auto value = evaluateEventFilter(f, name, event.parameters(), &aggregates);
+    auto value = evaluateEventFilter(f, *row.prepared, name, event.parameters(), values, &aggregates);
     if (!value) continue;
     if (applyEvaluation(entry.current, id, *value, f.dynamic, f.sequence, false, millis)) {
       cache.dirty_.insert(audienceID);
@@ -559,12 +613,15 @@ void APMAudience::evaluateFiltersForUserProperty(const APMUserAttribute& propert
                       property.name, error.localizedDescription);
       return;
     }
-    std::vector<APMAudienceTimestampsCache::Row<APMPBPropertyFilter>> rows;
+    std::vector<APMAudienceTimestampsCache::Row<APMPBPropertyFilter, APMPreparedFilter>> rows;
+    rows.reserve(filters->size());
     for (APMAudienceFilterRecord& record : *filters) {
       auto parsed = record.data.empty()
                         ? std::nullopt
                         : APMPBMessage<APMPBPropertyFilter>::parseFromData(record.data);
-      rows.push_back({std::move(record), std::move(parsed)});
+      std::optional<APMPreparedFilter> prepared;
+      if (parsed) prepared.emplace((*parsed)->filter);
+      rows.push_back({std::move(record), std::move(parsed), std::move(prepared)});
     }
     cached = cache.propertyFilters_.emplace(property.name, std::move(rows)).first;
   }
@@ -587,7 +644,7 @@ void APMAudience::evaluateFiltersForUserProperty(const APMUserAttribute& propert
         !f.session_scoped) {
       continue;
     }
-    auto value = evaluatePropertyFilter(f, property);
+    auto value = evaluatePropertyFilter(f, *row.prepared, property);
     if (!value) continue;
     if (applyEvaluation(entry.current, id, *value, f.dynamic, f.sequence, true, millis)) {
       cache.dirty_.insert(audienceID);

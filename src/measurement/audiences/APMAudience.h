@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "measurement/audiences/APMAudienceComparison.h"
 #include "measurement/events/APMEvent.h"
 #include "measurement/proto/APMPB.h"
 #include "measurement/store/APMDatabase.h"
@@ -54,6 +55,25 @@ struct APMAudienceResultData {
   bool isEmpty() const;
 };
 
+// A parameter or property filter with its number or string filter made ready.
+struct APMPreparedFilter {
+  explicit APMPreparedFilter(const APMPBFilter& filter);
+  std::optional<APMPreparedNumberFilter> number;  // when the filter has a number filter
+  std::optional<APMPreparedStringFilter> string;  // when it has a string filter
+};
+
+// An event filter made ready: its name, its count filter and each parameter filter, in
+// order. The parameter names go into a table that the filters on one event name share, so
+// that each event looks each name up once, not once per filter.
+struct APMPreparedEventFilter {
+  // Adds the names `filter` needs to `parameterNames` (once each).
+  APMPreparedEventFilter(const APMPBEventFilter& filter, std::vector<std::string>* parameterNames);
+  std::string eventName;
+  std::optional<APMPreparedNumberFilter> count;
+  std::vector<APMPreparedFilter> parameters;
+  std::vector<std::size_t> parameterSlots;  // each parameter filter's place in the name table
+};
+
 // The state of one bundling pass: the results read and changed in it (a changed result is
 // used in preference to the stored one for the rest of the pass), and the filter rows read
 // per name. Make one per pass; it is thrown away with the pass.
@@ -67,11 +87,13 @@ class APMAudienceTimestampsCache {
     APMAudienceResultData current;
     std::optional<kit::Data> previous;
   };
-  // A stored filter row and its parsed definition (nothing when the blob does not parse).
-  template <class T>
+  // A stored filter row, its parsed definition (nothing when the blob does not parse) and
+  // the definition made ready, so that its comparison values are read once a pass.
+  template <class T, class Prepared>
   struct Row {
     APMAudienceFilterRecord record;
     std::optional<APMPBMessage<T>> filter;
+    std::optional<Prepared> prepared;
   };
   bool loaded_ = false;
   std::map<std::int64_t, Entry> results_;
@@ -79,8 +101,13 @@ class APMAudienceTimestampsCache {
   std::set<std::int64_t> dirty_;
   // Audiences whose stored result blob did not parse: left alone for the pass.
   std::set<std::int64_t> corrupt_;
-  std::map<std::string, std::vector<Row<APMPBEventFilter>>> eventFilters_;
-  std::map<std::string, std::vector<Row<APMPBPropertyFilter>>> propertyFilters_;
+  // The filters on one event name and the parameter names they read.
+  struct EventFilters {
+    std::vector<Row<APMPBEventFilter, APMPreparedEventFilter>> rows;
+    std::vector<std::string> parameterNames;
+  };
+  std::map<std::string, EventFilters> eventFilters_;
+  std::map<std::string, std::vector<Row<APMPBPropertyFilter, APMPreparedFilter>>> propertyFilters_;
 };
 
 class APMAudience {
@@ -146,6 +173,17 @@ class APMAudience {
                                                     std::set<std::int64_t>& seenAudienceIDs);
 
  private:
+  // The evaluations above with the filter made ready beforehand. `values` holds the event's
+  // value of each name of the filter's name table (null for an absent one).
+  static std::optional<bool> evaluateEventFilter(const APMPBEventFilter& filter,
+                                                 const APMPreparedEventFilter& prepared,
+                                                 const std::string& eventName,
+                                                 const APMParameters& parameters,
+                                                 std::span<const APMValue* const> values,
+                                                 const APMEventAggregates* aggregates);
+  static std::optional<bool> evaluatePropertyFilter(const APMPBPropertyFilter& filter,
+                                                    const APMPreparedFilter& prepared,
+                                                    const APMUserAttribute& property);
   // Reads every stored result into the pass, once.
   bool loadResults(APMAudienceTimestampsCache& cache, const std::string& subject);
   // Applies a new evaluation of (audience, filter) to the pass's result; true when it changed

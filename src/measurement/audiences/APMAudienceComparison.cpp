@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <iterator>
 #include <list>
 #include <memory>
 #include <unordered_map>
@@ -187,8 +188,39 @@ std::optional<APMDecimal> APMDecimal::parse(std::string_view text) {
 }
 
 APMDecimal APMDecimal::fromInt64(std::int64_t value) {
-  std::string text = std::to_string(value);
-  return *parse(text);
+  APMDecimal d;
+  if (value == 0) return d;
+  d.negative_ = value < 0;
+  // The magnitude in unsigned arithmetic, so that the smallest value has one too.
+  std::uint64_t magnitude = d.negative_ ? 0 - static_cast<std::uint64_t>(value)
+                                        : static_cast<std::uint64_t>(value);
+  char buffer[20];
+  int length = 0;
+  while (magnitude) {
+    buffer[length++] = static_cast<char>('0' + magnitude % 10);
+    magnitude /= 10;
+  }
+  d.exponent_ = length;
+  int last = 0;  // trailing zeros are the first digits out
+  while (buffer[last] == '0') ++last;
+  d.digits_.assign(std::make_reverse_iterator(buffer + length), std::make_reverse_iterator(buffer + last));
+  return d;
+}
+
+std::optional<std::int64_t> APMDecimal::asInt64() const {
+  if (digits_.empty()) return 0;
+  auto size = static_cast<std::int64_t>(digits_.size());
+  if (exponent_ < size || exponent_ > 19) return std::nullopt;
+  // 0.digits * 10^exponent with every digit before the point.
+  std::uint64_t magnitude = 0;
+  for (std::int64_t i = 0; i < exponent_; ++i) {
+    std::uint64_t digit = i < size ? static_cast<std::uint64_t>(digits_[i] - '0') : 0;
+    if (magnitude > (UINT64_MAX - digit) / 10) return std::nullopt;
+    magnitude = magnitude * 10 + digit;
+  }
+  std::uint64_t limit = negative_ ? std::uint64_t{1} << 63 : (std::uint64_t{1} << 63) - 1;
+  if (magnitude > limit) return std::nullopt;
+  return negative_ ? static_cast<std::int64_t>(0 - magnitude) : static_cast<std::int64_t>(magnitude);
 }
 
 int APMDecimal::compare(const APMDecimal& other) const {
@@ -254,48 +286,44 @@ bool APMIsValidNumberFilter(const APMPBNumberFilter& filter) {
   return true;
 }
 
-bool APMIsValidStringFilter(const APMPBStringFilter& filter) {
-  if (!filter.has_match_type) {
-    APMMonitor::log(kAPMMonitorLevelWarning, kCodeNoMatchType, "String filter has no match type");
-    return false;
-  }
+void APMPreparedStringFilter::Problem::log() const {
+  if (!APMMonitor::isLoggable(kAPMMonitorLevelWarning)) return;
+  APMMonitorEntry entry{kAPMMonitorLevelWarning, code, message, {}};
+  if (detail) entry.context.push_back(*detail);
+  APMMonitor::write(std::move(entry));
+}
+
+std::optional<APMPreparedStringFilter::Problem> APMPreparedStringFilter::problemOf(
+    const APMPBStringFilter& filter) {
+  if (!filter.has_match_type) return Problem{kCodeNoMatchType, "String filter has no match type", {}};
   std::uint32_t type = filter.match_type;
   if (type == 0 || type > 6) {
-    APMMonitor::log(kAPMMonitorLevelWarning, kCodeUnknownMatchType,
-                    "String filter has unknown match type", type);
-    return false;
+    return Problem{kCodeUnknownMatchType, "String filter has unknown match type", kit::describe(type)};
   }
   if (type <= 5 && !filter.expression) {
-    APMMonitor::log(kAPMMonitorLevelWarning, kCodeNoExpression, "String filter has no expression");
-    return false;
+    return Problem{kCodeNoExpression, "String filter has no expression", {}};
   }
   if (type == 1 && !regexCache().pattern(filter.expression, filter.case_sensitive)) {
-    APMMonitor::log(kAPMMonitorLevelWarning, kCodeBadRegex, "Unable to parse regular expression",
-                    std::string(filter.expression));
-    return false;
+    return Problem{kCodeBadRegex, "Unable to parse regular expression",
+                   kit::describe(std::string(filter.expression))};
   }
   if (type == 6 && filter.expression_list_count == 0) {
-    APMMonitor::log(kAPMMonitorLevelWarning, kCodeNoExpressionList,
-                    "String filter has no expression list");
-    return false;
+    return Problem{kCodeNoExpressionList, "String filter has no expression list", {}};
   }
-  return true;
+  return std::nullopt;
 }
 
-std::optional<bool> APMEvaluateNumberFilter(const APMPBNumberFilter& filter,
-                                            const APMDecimal& value) {
-  APMAudienceComparisonValues values = APMAudienceComparisonValues::fromNumberFilter(filter);
-  if (!values.isValid) return std::nullopt;
-  int vsValue = values.comparisonValue ? value.compare(*values.comparisonValue) : 0;
-  int vsMin = values.minComparisonValue ? value.compare(*values.minComparisonValue) : 0;
-  int vsMax = values.maxComparisonValue ? value.compare(*values.maxComparisonValue) : 0;
-  return compareWithType(filter.comparison_type, vsValue, vsMin, vsMax);
+bool APMIsValidStringFilter(const APMPBStringFilter& filter) {
+  auto problem = APMPreparedStringFilter::problemOf(filter);
+  if (!problem) return true;
+  problem->log();
+  return false;
 }
 
-std::optional<bool> APMEvaluateNumberFilterWithDouble(const APMPBNumberFilter& filter,
-                                                      double value) {
-  APMAudienceComparisonValues values = APMAudienceComparisonValues::fromNumberFilter(filter);
-  if (!values.isValid) return std::nullopt;
+// --- prepared filters ---
+
+APMPreparedNumberFilter::APMPreparedNumberFilter(const APMPBNumberFilter& filter)
+    : type_(filter.comparison_type), values_(APMAudienceComparisonValues::fromNumberFilter(filter)) {
   // Comparison values as doubles, read the same way in every locale.
   auto asDouble = [](const char* text) -> std::optional<double> {
     if (!text) return std::nullopt;
@@ -303,63 +331,98 @@ std::optional<bool> APMEvaluateNumberFilterWithDouble(const APMPBNumberFilter& f
     if (!std::isfinite(d)) return std::nullopt;
     return d;
   };
-  auto cmp = [](double a, double b) { return a < b ? -1 : (a > b ? 1 : 0); };
-  if (!std::isfinite(value)) {
-    APMMonitor::log(kAPMMonitorLevelWarning, kCodeNotDoubleRange,
-                    "Value is not within double range. Audience filter will not be evaluated");
-    return std::nullopt;
-  }
-  int vsValue = 0, vsMin = 0, vsMax = 0;
-  if (needsSingleValue(filter.comparison_type)) {
-    auto c = asDouble(filter.comparison_value);
-    if (!c) {
-      APMMonitor::log(kAPMMonitorLevelWarning, kCodeNotDoubleRange,
-                      "Value is not within double range. Audience filter will not be evaluated");
-      return std::nullopt;
-    }
-    vsValue = cmp(value, *c);
-  } else {
-    auto lo = asDouble(filter.min_comparison_value);
-    auto hi = asDouble(filter.max_comparison_value);
-    if (!lo || !hi) {
-      APMMonitor::log(kAPMMonitorLevelWarning, kCodeNotDoubleRange,
-                      "Value is not within double range. Audience filter will not be evaluated");
-      return std::nullopt;
-    }
-    vsMin = cmp(value, *lo);
-    vsMax = cmp(value, *hi);
-  }
-  return compareWithType(filter.comparison_type, vsValue, vsMin, vsMax);
+  auto asInteger = [](const std::optional<APMDecimal>& d) -> std::optional<std::int64_t> {
+    return d ? d->asInt64() : std::nullopt;
+  };
+  integerValue_ = asInteger(values_.comparisonValue);
+  integerMin_ = asInteger(values_.minComparisonValue);
+  integerMax_ = asInteger(values_.maxComparisonValue);
+  doubleValue_ = asDouble(filter.comparison_value);
+  doubleMin_ = asDouble(filter.min_comparison_value);
+  doubleMax_ = asDouble(filter.max_comparison_value);
 }
 
-std::optional<bool> APMEvaluateStringFilter(const APMPBStringFilter& filter,
-                                            const std::string* subject) {
+std::optional<bool> APMPreparedNumberFilter::evaluate(const APMDecimal& value) const {
+  if (!values_.isValid) return std::nullopt;
+  int vsValue = values_.comparisonValue ? value.compare(*values_.comparisonValue) : 0;
+  int vsMin = values_.minComparisonValue ? value.compare(*values_.minComparisonValue) : 0;
+  int vsMax = values_.maxComparisonValue ? value.compare(*values_.maxComparisonValue) : 0;
+  return compareWithType(type_, vsValue, vsMin, vsMax);
+}
+
+std::optional<bool> APMPreparedNumberFilter::evaluateInteger(std::int64_t value) const {
+  if (!values_.isValid) return std::nullopt;
+  // Integers compare exactly with whole comparison values; any other needs decimals.
+  if (values_.comparisonValue.has_value() != integerValue_.has_value() ||
+      values_.minComparisonValue.has_value() != integerMin_.has_value() ||
+      values_.maxComparisonValue.has_value() != integerMax_.has_value()) {
+    return evaluate(APMDecimal::fromInt64(value));
+  }
+  auto cmp = [](std::int64_t a, std::int64_t b) { return a < b ? -1 : (a > b ? 1 : 0); };
+  int vsValue = integerValue_ ? cmp(value, *integerValue_) : 0;
+  int vsMin = integerMin_ ? cmp(value, *integerMin_) : 0;
+  int vsMax = integerMax_ ? cmp(value, *integerMax_) : 0;
+  return compareWithType(type_, vsValue, vsMin, vsMax);
+}
+
+std::optional<bool> APMPreparedNumberFilter::evaluateWithDouble(double value) const {
+  if (!values_.isValid) return std::nullopt;
+  auto outOfRange = [] {
+    APMMonitor::log(kAPMMonitorLevelWarning, kCodeNotDoubleRange,
+                    "Value is not within double range. Audience filter will not be evaluated");
+    return std::optional<bool>();
+  };
+  auto cmp = [](double a, double b) { return a < b ? -1 : (a > b ? 1 : 0); };
+  if (!std::isfinite(value)) return outOfRange();
+  int vsValue = 0, vsMin = 0, vsMax = 0;
+  if (needsSingleValue(type_)) {
+    if (!doubleValue_) return outOfRange();
+    vsValue = cmp(value, *doubleValue_);
+  } else {
+    if (!doubleMin_ || !doubleMax_) return outOfRange();
+    vsMin = cmp(value, *doubleMin_);
+    vsMax = cmp(value, *doubleMax_);
+  }
+  return compareWithType(type_, vsValue, vsMin, vsMax);
+}
+
+APMPreparedStringFilter::APMPreparedStringFilter(const APMPBStringFilter& filter)
+    : problem_(problemOf(filter)), type_(filter.match_type), caseSensitive_(filter.case_sensitive) {
+  if (problem_) return;
+  auto side = [&](const char* text) {
+    std::string s = text ? text : "";
+    return caseSensitive_ ? s : oneCase(s);
+  };
+  expression_ = type_ == 1 ? std::string(filter.expression) : side(filter.expression);
+  for (const char* item : APMPBItems(filter.expression_list, filter.expression_list_count)) {
+    list_.push_back(side(item));
+  }
+}
+
+std::optional<bool> APMPreparedStringFilter::evaluate(const std::string* subject) const {
   if (!subject) {
     APMMonitor::log(kAPMMonitorLevelWarning, kCodeNilSubject,
                     "Evaluation string is nil. Audience filter will not be evaluated");
     return std::nullopt;
   }
-  if (!APMIsValidStringFilter(filter)) {
+  if (problem_) {
+    problem_->log();
     APMMonitor::log(kAPMMonitorLevelWarning, kCodeInvalidStringFilter,
                     "String filter is invalid. Audience filter will not be evaluated");
     return std::nullopt;
   }
-  bool caseSensitive = filter.case_sensitive;
-  std::uint32_t type = filter.match_type;
-  if (type == 1) return regexFinds(filter.expression, caseSensitive, *subject);
-  std::string value = caseSensitive ? *subject : oneCase(*subject);
-  auto side = [&](const char* text) {
-    std::string s = text ? text : "";
-    return caseSensitive ? s : oneCase(s);
-  };
-  switch (type) {
-    case 2: return std::string_view(value).starts_with(side(filter.expression));
-    case 3: return std::string_view(value).ends_with(side(filter.expression));
-    case 4: return value.find(side(filter.expression)) != std::string::npos;
-    case 5: return value == side(filter.expression);
+  if (type_ == 1) return regexFinds(expression_, caseSensitive_, *subject);
+  std::string lowered;
+  if (!caseSensitive_) lowered = oneCase(*subject);
+  std::string_view value = caseSensitive_ ? std::string_view(*subject) : std::string_view(lowered);
+  switch (type_) {
+    case 2: return value.starts_with(expression_);
+    case 3: return value.ends_with(expression_);
+    case 4: return value.find(expression_) != std::string_view::npos;
+    case 5: return value == expression_;
     case 6:
-      for (const char* item : APMPBItems(filter.expression_list, filter.expression_list_count)) {
-        if (value == side(item)) return true;
+      for (const std::string& item : list_) {
+        if (value == item) return true;
       }
       return false;
     default:
@@ -368,4 +431,21 @@ std::optional<bool> APMEvaluateStringFilter(const APMPBStringFilter& filter,
                       "not be evaluated");
       return std::nullopt;
   }
+}
+
+// --- one-off evaluations ---
+
+std::optional<bool> APMEvaluateNumberFilter(const APMPBNumberFilter& filter,
+                                            const APMDecimal& value) {
+  return APMPreparedNumberFilter(filter).evaluate(value);
+}
+
+std::optional<bool> APMEvaluateNumberFilterWithDouble(const APMPBNumberFilter& filter,
+                                                      double value) {
+  return APMPreparedNumberFilter(filter).evaluateWithDouble(value);
+}
+
+std::optional<bool> APMEvaluateStringFilter(const APMPBStringFilter& filter,
+                                            const std::string* subject) {
+  return APMPreparedStringFilter(filter).evaluate(subject);
 }

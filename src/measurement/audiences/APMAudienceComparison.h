@@ -16,6 +16,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "measurement/proto/APMPB.h"
 
@@ -25,6 +26,9 @@ class APMDecimal {
   // The number a text stands for, when the text passes the decimal expression; else nothing.
   static std::optional<APMDecimal> parse(std::string_view text);
   static APMDecimal fromInt64(std::int64_t value);
+
+  // The value as a 64-bit integer when it is a whole number in range; else nothing.
+  std::optional<std::int64_t> asInt64() const;
 
   // -1, 0 or 1.
   int compare(const APMDecimal& other) const;
@@ -55,8 +59,64 @@ struct APMAudienceComparisonValues {
 bool APMIsValidNumberFilter(const APMPBNumberFilter& filter);
 bool APMIsValidStringFilter(const APMPBStringFilter& filter);
 
+// A number filter made ready for many evaluations: its comparison values parsed once, as
+// decimals and as doubles. Each evaluation gives what APMEvaluateNumberFilter(WithDouble)
+// gives for the same filter, messages included.
+class APMPreparedNumberFilter {
+ public:
+  explicit APMPreparedNumberFilter(const APMPBNumberFilter& filter);
+
+  // True or false, or nothing when the filter's values are not valid for its type.
+  std::optional<bool> evaluate(const APMDecimal& value) const;
+  // The same for an integer, which is a decimal with no fraction.
+  std::optional<bool> evaluateInteger(std::int64_t value) const;
+  // The same for a double, compared as a double; nothing (logged) also when the value or a
+  // comparison value is out of the double range.
+  std::optional<bool> evaluateWithDouble(double value) const;
+
+ private:
+  std::uint32_t type_;
+  APMAudienceComparisonValues values_;
+  // The comparison values that are whole numbers within 64 bits, for comparing integers
+  // without decimals; nothing for the others.
+  std::optional<std::int64_t> integerValue_;
+  std::optional<std::int64_t> integerMin_;
+  std::optional<std::int64_t> integerMax_;
+  // The comparison values read as doubles; nothing when absent or not finite.
+  std::optional<double> doubleValue_;
+  std::optional<double> doubleMin_;
+  std::optional<double> doubleMax_;
+};
+
+// A string filter made ready for many evaluations: validated once, and its expressions put
+// in one case once when it is not case-sensitive. Each evaluation gives what
+// APMEvaluateStringFilter gives for the same filter, messages included.
+class APMPreparedStringFilter {
+ public:
+  explicit APMPreparedStringFilter(const APMPBStringFilter& filter);
+
+  std::optional<bool> evaluate(const std::string* subject) const;
+
+ private:
+  // Why the filter is invalid, logged again at every evaluation as validation logs it.
+  struct Problem {
+    int code;
+    std::string message;
+    std::optional<std::string> detail;  // the context, already described
+    void log() const;
+  };
+  std::optional<Problem> problem_;
+  std::uint32_t type_;
+  bool caseSensitive_;
+  std::string expression_;  // the regular expression as given; other expressions in one case
+  std::vector<std::string> list_;  // in one case
+
+  friend bool APMIsValidStringFilter(const APMPBStringFilter& filter);
+  static std::optional<Problem> problemOf(const APMPBStringFilter& filter);
+};
+
 // Evaluations: true or false, or nothing when the filter cannot be evaluated (the reason is
-// logged). Comparison values are parsed on each call.
+// logged). Comparison values are parsed on each call; the prepared filters above parse once.
 std::optional<bool> APMEvaluateNumberFilter(const APMPBNumberFilter& filter, const APMDecimal& value);
 std::optional<bool> APMEvaluateNumberFilterWithDouble(const APMPBNumberFilter& filter, double value);
 std::optional<bool> APMEvaluateStringFilter(const APMPBStringFilter& filter,

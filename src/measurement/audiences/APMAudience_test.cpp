@@ -120,6 +120,36 @@ TEST(APMAudienceComparisonTest, NumberFilterTypesAndBounds) {
   EXPECT_TRUE(capture.find("Number filter has no comparison type"));
 }
 
+// A prepared filter compares integers without decimals where it can; it must agree with the
+// exact decimal comparison everywhere, at the ends of the integer range too.
+TEST(APMAudienceComparisonTest, PreparedIntegerComparisonAgreesWithDecimals) {
+  std::string over = "9223372036854775808";  // one past INT64_MAX
+  std::vector<APMPBMessage<APMPBNumberFilter>> filters;
+  filters.push_back(numberFilter(1, "5.0"));
+  filters.push_back(numberFilter(2, "-7.5"));
+  filters.push_back(numberFilter(3, "100"));
+  filters.push_back(numberFilter(3, "-9223372036854775808"));
+  filters.push_back(numberFilter(1, over.c_str()));
+  filters.push_back(numberFilter(4, nullptr, "-10", "1000"));
+  filters.push_back(numberFilter(4, nullptr, "0.5", "12"));
+  filters.push_back(numberFilter(4, nullptr, "1", "10"));
+  filters.back()->comparison_type = 1;  // its values do not suit the type: not evaluated
+  for (std::int64_t v : {std::int64_t{0}, std::int64_t{5}, std::int64_t{-8}, std::int64_t{-7},
+                         std::int64_t{100}, std::int64_t{1000}, std::int64_t{1001}, INT64_MAX,
+                         INT64_MIN, std::int64_t{-10}}) {
+    for (auto& f : filters) {
+      EXPECT_EQ(APMPreparedNumberFilter(*f).evaluateInteger(v),
+                APMEvaluateNumberFilter(*f, APMDecimal::fromInt64(v)))
+          << v << " against type " << f->comparison_type;
+    }
+    EXPECT_EQ(APMDecimal::fromInt64(v).compare(*APMDecimal::parse(std::to_string(v))), 0) << v;
+    EXPECT_EQ(APMDecimal::fromInt64(v).asInt64(), v);
+  }
+  EXPECT_FALSE(APMDecimal::parse(over)->asInt64().has_value());
+  EXPECT_FALSE(APMDecimal::parse("2.5")->asInt64().has_value());
+  EXPECT_EQ(APMDecimal::parse("-1200.00")->asInt64(), -1200);
+}
+
 TEST(APMAudienceComparisonTest, StringMatchTypesAndCase) {
   std::string subject = "Summer Sale";
   auto eval = [&](APMPBMessage<APMPBStringFilter>& f) { return APMEvaluateStringFilter(*f, &subject); };
@@ -528,6 +558,45 @@ TEST_F(APMAudienceBundlingTest, ResultsTravelInBundlesAndTrueNeverGoesFalse) {
   ASSERT_EQ(third.size(), 1u);
   EXPECT_EQ(third[0][0].current.filterResult(1), true);
   EXPECT_FALSE(third[0][0].previousPresent);
+}
+
+// The filters on one event name share one look-up of each parameter per event; each must
+// still read its own parameter, whatever the order the names first appear in.
+TEST_F(APMAudienceBundlingTest, FiltersOnOneEventReadTheirOwnParameters) {
+  Audience a(1), b(2);
+  auto& both = a.event(1, "purchase");
+  auto& value = param(both, "value");
+  value.has_number_filter = true;
+  value.number_filter = take(numberFilter(2, "100"));
+  auto& currency = param(both, "currency");
+  currency.has_string_filter = true;
+  currency.string_filter = take(stringFilter(5, "usd"));
+  auto& reversed = b.event(1, "purchase");
+  auto& coupon = param(reversed, "coupon");
+  coupon.has_string_filter = true;
+  coupon.string_filter = take(stringFilter(2, "SPRING", true));
+  auto& small = param(reversed, "value");
+  small.has_number_filter = true;
+  small.number_filter = take(numberFilter(1, "10"));
+  auto& noCoupon = b.event(2, "purchase");
+  auto& absent = param(noCoupon, "coupon");
+  absent.has_string_filter = true;
+  absent.string_filter = take(stringFilter(4, "x"));
+  ASSERT_TRUE(save({&a, &b}));
+
+  logAndBundle({event("purchase", {{"value", APMValue::fromInt64(5)},
+                                   {"currency", APMValue::fromString("EUR")},
+                                   {"coupon", APMValue::fromString("SPRING-24")}}),
+                event("purchase", {{"value", APMValue::fromDouble(250.5)},
+                                   {"currency", APMValue::fromString("USD")}})});
+  auto bundles = results();
+  ASSERT_FALSE(bundles.empty());
+  const auto& last = bundles.back();  // results carry over: the last bundle has both events'
+  ASSERT_EQ(last.size(), 2u);
+  EXPECT_EQ(last[0].current.filterResult(1), true);  // the second purchase
+  EXPECT_EQ(last[1].current.filterResult(1), true);  // the first purchase
+  // The first purchase's coupon has no "x"; the second has no coupon, so it is not evaluated.
+  EXPECT_EQ(last[1].current.filterResult(2), false);
 }
 
 TEST_F(APMAudienceBundlingTest, SessionScopedFiltersClearAtSessionStart) {
