@@ -100,7 +100,50 @@ TEST_F(APMCampaignClientTest, URLBeforeTheClientStartsWaitsForIt) {
   EXPECT_TRUE(std::any_of(rows.begin(), rows.end(), [](const auto& r) {
     return r.event.name() == "_cmp" && r.event.parameters().at("campaign").stringValue() == "spring";
   }));
+  // It came before the first open was reported, so it goes with it as it is.
+  EXPECT_FALSE(std::any_of(rows.begin(), rows.end(), [](const auto& r) {
+    return r.event.name() == "_cmp" && r.event.parameters().count("_cmpx");
+  }));
   EXPECT_FALSE(platform::preferences().stringForKey("/stuvop/measurement/deep_link").has_value());
+}
+
+TEST_F(APMCampaignClientTest, CampaignsAfterTheFirstOpenAreMarkedLateWithinTheWindow) {
+  onWorker([&] { ASSERT_TRUE(m().startMeasurementOnWorkerQueue()); });
+  auto lastCampaign = [&]() -> std::optional<APMParameters> {
+    auto rows = rawRows();
+    for (auto r = rows.rbegin(); r != rows.rend(); ++r) {
+      if (r->event.name() == "_cmp") return r->event.parameters();
+    }
+    return std::nullopt;
+  };
+  APMAnalytics::handleOpenURL("solvanta://open?utm_source=soon");
+  env_.runUntilIdle();
+  auto soon = lastCampaign();
+  ASSERT_TRUE(soon);
+  EXPECT_EQ(soon->at("_cmpx").int64Value(), 1);
+  // Past the attribution window (a week by default) a campaign is the user's own again.
+  env_.advance(8 * 86400);
+  APMAnalytics::handleOpenURL("solvanta://open?utm_source=later");
+  env_.runUntilIdle();
+  auto later = lastCampaign();
+  ASSERT_TRUE(later);
+  EXPECT_EQ(later->at("source").stringValue(), "later");
+  EXPECT_FALSE(later->count("_cmpx"));
+}
+
+TEST_F(APMCampaignClientTest, ClickIDIsKeptOnlyWhereTheLinkAllowsIt) {
+  onWorker([&] {
+    ASSERT_TRUE(m().startMeasurementOnWorkerQueue());
+    double now = APMMeasurement::now();
+    m().handleOpenURLOnWorkerQueue("solvanta://open?utm_source=s&sbraid=first", 0, now, {});
+    EXPECT_FALSE(*m().database()->containsUserAttributeWithName("_sbraid", nullptr));
+    m().handleOpenURLOnWorkerQueue("solvanta://open?utm_source=s&sbraid=second", 0, now,
+                                   {{"_cc", APMValue::fromInt64(2)}});
+    EXPECT_FALSE(*m().database()->containsUserAttributeWithName("_sbraid", nullptr));
+    m().handleOpenURLOnWorkerQueue("solvanta://open?utm_source=s", 0, now,
+                                   {{"_cc", APMValue::fromInt64(1)}});
+    EXPECT_FALSE(*m().database()->containsUserAttributeWithName("_sbraid", nullptr));
+  });
 }
 
 class APMDeferredDeepLinkTest : public APMCampaignClientTest {
@@ -127,7 +170,8 @@ TEST_F(APMDeferredDeepLinkTest, TheLinkIsAskedOnceReportedAndHandedToTheApp) {
   std::string handed;
   APMAnalytics::setDeferredDeepLinkHandler([&](const std::string& url) { handed = url; });
   sim::NetworkAnswer answer;
-  std::string body = R"({"deeplink": "solvanta://open?utm_campaign=later&utm_source=ads", "timestamp": 1735689000})";
+  std::string body = R"({"deeplink": "solvanta://open?utm_campaign=later&utm_source=ads&sbraid=B7",)"
+                     R"( "timestamp": 1735689000, "ddp": {"_cc": 1, "gclsrc": "aw.ds", "bad": [1]}})";
   answer.body.assign(body.begin(), body.end());
   platform_.network().setDefaultAnswer(answer);
   start();
@@ -138,11 +182,22 @@ TEST_F(APMDeferredDeepLinkTest, TheLinkIsAskedOnceReportedAndHandedToTheApp) {
   EXPECT_NE(asked[0].url.find("&rdid=AAAA-1111&id_type=idfa&bundleid=com.stuvop.solvanta&retry=0"),
             std::string::npos);
   EXPECT_TRUE(monitor_.find("Successfully retrieved Deferred Deep Link"));
-  EXPECT_EQ(handed, "solvanta://open?utm_campaign=later&utm_source=ads");
+  EXPECT_EQ(handed, "solvanta://open?utm_campaign=later&utm_source=ads&sbraid=B7");
   auto rows = rawRows();
-  EXPECT_TRUE(std::any_of(rows.begin(), rows.end(), [](const auto& r) {
+  auto cmp = std::find_if(rows.begin(), rows.end(), [](const auto& r) {
     return r.event.name() == "_cmp" && r.event.parameters().at("campaign").stringValue() == "later";
-  }));
+  });
+  ASSERT_NE(cmp, rows.end());
+  // The answer's own parameters go with the event; it came after the first open.
+  const APMParameters& p = cmp->event.parameters();
+  EXPECT_EQ(p.at("gclsrc").stringValue(), "aw.ds");
+  EXPECT_FALSE(p.count("bad"));
+  EXPECT_EQ(p.at("_cmpx").int64Value(), 1);
+  onWorker([&] {
+    auto kept = m().database()->queryUserAttributeWithName("_sbraid", nullptr);
+    ASSERT_TRUE(kept && *kept);
+    EXPECT_EQ((*kept)->value.stringValue(), "B7");
+  });
   start();  // retrieved: never asked again
   EXPECT_EQ(deepLinkRequests().size(), 1u);
   EXPECT_TRUE(monitor_.find("Already retrieved Deferred Deep Link. Skipping"));

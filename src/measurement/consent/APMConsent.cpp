@@ -64,6 +64,18 @@ void APMMeasurement::applyConsentAtStartOnWorkerQueue() {
           APMConsentSettingsUtil::consentSettingsFromPlist(APMLaunchContext::infoDictionary()));
     }
   }
+  // Each start keeps the settings it begins with. While only the information dictionary's
+  // defaults are in force, a switch granted at the last start and denied at this one was
+  // withdrawn by an update of the app, and the data gathered under the grant goes as at any
+  // withdrawal. (A setting the app or another party made went through setConsent, which has
+  // dealt with its own withdrawal.)
+  APMConsentSettings atStart = util.consentSettings();
+  std::optional<APMConsentSettings> lastStart = util.settingsOnStart();
+  if (util.consentSource() == kAPMConsentSourceUnset && lastStart &&
+      APMConsentSettingsUtil::withdraws(*lastStart, atStart)) {
+    util.setDeferredConsentReset(true);
+  }
+  util.setSettingsOnStart(atStart);
   if (util.deferredConsentReset()) {
     APMMonitor::log(kAPMMonitorLevelNotice, kCodeDeferredReset,
                     "Resetting analytics data after consent was withdrawn");
@@ -115,6 +127,13 @@ enum : int {
   kCodeURLOnWorkerQueue = 22303,
 };
 
+// A parameter that says yes: the integer 1, or the text "1".
+bool isOne(const APMValue& value) {
+  if (value.isInt64()) return value.int64Value() == 1;
+  if (value.isDouble()) return value.doubleValue() == 1.0;
+  return value.isString() && value.stringValue() == "1";
+}
+
 }  // namespace
 
 void APMAnalytics::handleOpenURL(const std::string& url) {
@@ -161,11 +180,30 @@ void APMMeasurement::handleOpenURLOnWorkerQueue(const std::string& url,
   APMParameters parameters = extraParameters;
   for (const auto& [key, value] : campaign) parameters.insert_or_assign(key, APMValue::fromString(value));
   parameters.insert_or_assign("click_timestamp", APMValue::fromInt64(clickTimestampInMs));
+  if (cameTooLateForFirstOpenOnWorkerQueue(eventTimestampInSeconds)) {
+    parameters.insert_or_assign("_cmpx", APMValue::fromInt64(1));
+  }
+  // The privacy-preserving click id is kept for later events only where the link allows it.
+  auto allowed = parameters.find("_cc");
+  bool keepsClickID = allowed != parameters.end() && isOne(allowed->second) && campaign.count("sbraid");
   auto event = APMEvent::create("auto", "_cmp", eventTimestampInSeconds, 0, std::move(parameters));
   if (!event) return;
   APMMonitor::log(kAPMMonitorLevelDebug, kCodeCampaign, "Logging campaign event. URL", url);
   handleInternalEventOnWorkerQueue(*event);
   setUserAttributeOnWorkerQueue("_ldl", APMValue::fromString(url), "auto", eventTimestampInSeconds);
+  if (keepsClickID) {
+    setUserAttributeOnWorkerQueue("_sbraid", APMValue::fromString(campaign.at("sbraid")), "auto",
+                                  eventTimestampInSeconds);
+  }
+}
+
+bool APMMeasurement::cameTooLateForFirstOpenOnWorkerQueue(double eventTimestampInSeconds) {
+  platform::Error error;
+  auto firstOpen = database_ ? database_->queryUserAttributeWithName("_fot", &error) : std::nullopt;
+  if (!firstOpen || !*firstOpen || !(*firstOpen)->value.isInt64()) return false;
+  // The first open's time is rounded up to the hour, so a campaign may carry an earlier one.
+  double sinceFirstOpen = eventTimestampInSeconds - (*firstOpen)->value.int64Value() / 1000.0;
+  return sinceFirstOpen <= remoteConfig().attributionCacheTTLInterval();
 }
 
 // A URL that arrived before the client ran.

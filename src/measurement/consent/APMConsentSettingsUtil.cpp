@@ -113,10 +113,15 @@ APMConsentSettings APMConsentSettingsUtil::consentSettingsFromPlist(
 
 bool APMConsentSettingsUtil::didWithdrawPreviousConsent(const APMConsentSettings& newSettings) const {
   std::lock_guard lock(mu_);
-  for (const auto& [key, value] : newSettings) {
+  return withdraws(settings_, newSettings);
+}
+
+bool APMConsentSettingsUtil::withdraws(const APMConsentSettings& before,
+                                       const APMConsentSettings& after) {
+  for (const auto& [key, value] : after) {
     if (value != kAPMConsentDenied) continue;
-    auto old = settings_.find(key);
-    if (old == settings_.end() || old->second != kAPMConsentDenied) return true;
+    auto old = before.find(key);
+    if (old == before.end() || old->second != kAPMConsentDenied) return true;
   }
   return false;
 }
@@ -219,9 +224,19 @@ void APMConsentSettingsUtil::clearConsent() {
   std::lock_guard lock(mu_);
   settings_.clear();
   source_ = kAPMConsentSourceUnset;
-  for (const char* key : {kAPMConsentSettingsKey, kAPMConsentSettings3PKey, kAPMConsentSourceKey}) {
+  for (const char* key : {kAPMConsentSettingsKey, kAPMConsentSettings3PKey, kAPMConsentSourceKey,
+                          kAPMConsentSettingsOnStartKey}) {
     defaults_->setObject(kit::Value(), key);
   }
+}
+
+std::optional<APMConsentSettings> APMConsentSettingsUtil::settingsOnStart() const {
+  if (defaults_->objectForKey(kAPMConsentSettingsOnStartKey).isNull()) return std::nullopt;
+  return storedSettings(*defaults_, kAPMConsentSettingsOnStartKey);
+}
+
+void APMConsentSettingsUtil::setSettingsOnStart(const APMConsentSettings& settings) {
+  defaults_->setObject(toDictionary(settings), kAPMConsentSettingsOnStartKey);
 }
 
 void APMConsentSettingsUtil::setDeferredConsentReset(bool pending) {

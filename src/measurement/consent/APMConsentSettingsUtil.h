@@ -82,6 +82,8 @@ class APMConsentSettingsUtil {
   static APMConsentSettings consentSettingsFromPlist(const kit::Dictionary& infoDictionary);
   // Whether `newSettings` denies a switch the current settings do not deny.
   bool didWithdrawPreviousConsent(const APMConsentSettings& newSettings) const;
+  // Whether `after` denies a switch that `before` does not deny (an unset one included).
+  static bool withdraws(const APMConsentSettings& before, const APMConsentSettings& after);
   // Whether a setting from `source` may replace the current one (current >= source).
   bool isConsentSourceHigherPriority(std::int64_t source) const;
   // Merges `settings` over the current ones.
@@ -109,6 +111,11 @@ class APMConsentSettingsUtil {
 
   // The process's settings, kept in the standard preference store of the installed platform.
   static APMConsentSettingsUtil& sharedInstance();
+
+  // The settings in force when the client last started ("consent_settings_on_start"); nothing
+  // before the first start.
+  std::optional<APMConsentSettings> settingsOnStart() const;
+  void setSettingsOnStart(const APMConsentSettings& settings);
 
   // A withdrawal seen while the client could not reset: the next start resets.
   void setDeferredConsentReset(bool pending);

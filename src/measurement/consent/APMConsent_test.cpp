@@ -183,6 +183,36 @@ TEST_F(APMConsentClientTest, WithdrawalBeforeTheClientRunsResetsAtItsStart) {
   EXPECT_FALSE(APMConsentSettingsUtil::sharedInstance().deferredConsentReset());
 }
 
+// Each start keeps the settings it begins with; with only the defaults in force, an update
+// whose defaults deny what the last start granted withdraws consent.
+TEST_F(APMConsentClientTest, AnUpdateWhoseDefaultsDenyWithdrawsAtStart) {
+  APMConsentSettingsUtil& util = APMConsentSettingsUtil::sharedInstance();
+  util.clearConsent();
+  EXPECT_FALSE(util.settingsOnStart().has_value());
+  auto startWithDefaults = [&](bool allowAnalytics) {
+    util.setConsentSettings({});  // what a new process holds before its start
+    APMLaunchContext::setInfoDictionary(
+        {{"STUVOP_ANALYTICS_DEFAULT_ALLOW_ANALYTICS_STORAGE", allowAnalytics}});
+    monitor_.clear();
+    onWorker([&] { m().startMeasurementOnWorkerQueue(); });
+  };
+  startWithDefaults(true);
+  EXPECT_FALSE(monitor_.find("Analytics data has been reset"));
+  EXPECT_EQ(util.settingsOnStart(), (APMConsentSettings{{"analytics_storage", "granted"}}));
+  startWithDefaults(false);
+  EXPECT_TRUE(monitor_.find("Analytics data has been reset"));
+  EXPECT_EQ(util.settingsOnStart(), (APMConsentSettings{{"analytics_storage", "denied"}}));
+  startWithDefaults(false);  // denied before and now: nothing withdrawn
+  EXPECT_FALSE(monitor_.find("Analytics data has been reset"));
+  // Settings the app made are its own: an update of the defaults does not touch them.
+  APMAnalytics::setConsent(consent(nullptr, "granted"));
+  env_.runUntilIdle();
+  util.setConsentSource(kAPMConsentSourceUnset);
+  startWithDefaults(false);
+  EXPECT_FALSE(monitor_.find("Analytics data has been reset"));
+  EXPECT_EQ(util.consentSettings().at("analytics_storage"), "granted");
+}
+
 TEST_F(APMConsentClientTest, InfoDictionaryDefaultsAndDebugArguments) {
   APMConsentSettingsUtil::sharedInstance().clearConsent();
   APMLaunchContext::setInfoDictionary({{"STUVOP_ANALYTICS_DEFAULT_ALLOW_AD_STORAGE", false}});

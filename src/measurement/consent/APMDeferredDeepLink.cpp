@@ -52,9 +52,11 @@ std::string percentEncoded(const std::string& text) {
 struct DeepLinkInfo {
   std::string deeplink;
   double timestamp = 0;
+  // The entries of "ddp" with a text or number value, as parameters of the campaign event.
+  APMParameters parameters;
 };
 
-// The link of a response body: {"deeplink": "...", "timestamp": seconds, "ddp": ...}.
+// The link of a response body: {"deeplink": "...", "timestamp": seconds, "ddp": {...}}.
 std::optional<DeepLinkInfo> deepLinkInfoFromResponseData(const kit::Data& body) {
   auto json = nlohmann::json::parse(body.begin(), body.end(), nullptr, false);
   if (json.is_discarded() || !json.is_object() || !json.contains("deeplink") ||
@@ -68,6 +70,17 @@ std::optional<DeepLinkInfo> deepLinkInfoFromResponseData(const kit::Data& body) 
   info.deeplink = json["deeplink"].get<std::string>();
   if (json.contains("timestamp") && json["timestamp"].is_number()) {
     info.timestamp = json["timestamp"].get<double>();
+  }
+  if (json.contains("ddp") && json["ddp"].is_object()) {
+    for (const auto& [key, value] : json["ddp"].items()) {
+      if (value.is_string()) {
+        info.parameters.insert_or_assign(key, APMValue::fromString(value.get<std::string>()));
+      } else if (value.is_number_integer()) {
+        info.parameters.insert_or_assign(key, APMValue::fromInt64(value.get<std::int64_t>()));
+      } else if (value.is_number()) {
+        info.parameters.insert_or_assign(key, APMValue::fromDouble(value.get<double>()));
+      }
+    }
   }
   return info;
 }
@@ -150,7 +163,8 @@ void APMMeasurement::handleDeferredDeepLinkResponse(const platform::NetworkRespo
   // handleDeferredDeepLinkInfo: reported as the URL that opened the app, then handed over.
   double now = APMMeasurement::now();
   handleOpenURLOnWorkerQueue(info->deeplink,
-                             APMMilliseconds(info->timestamp > 0 ? info->timestamp : now), now, {});
+                             APMMilliseconds(info->timestamp > 0 ? info->timestamp : now), now,
+                             info->parameters);
   std::function<void(const std::string&)> handler;
   {
     std::lock_guard lock(gHandlerMu);

@@ -219,10 +219,15 @@ class APMMeasurement {
   void handleNonFirstOpenEventURL(const std::string& url, double eventTimestampInSeconds);
   // Reports the campaign parameters of `url` as `_cmp` (with `click_timestamp` and
   // `extraParameters`) and keeps the URL in the user property `_ldl`. A URL without campaign
-  // parameters reports nothing.
+  // parameters reports nothing. A campaign inside the attribution window of a first open
+  // already reported came too late to travel with it: its event carries `_cmpx` = 1. With
+  // `_cc` = 1 among the parameters, the URL's `sbraid` is kept in the user property `_sbraid`.
   void handleOpenURLOnWorkerQueue(const std::string& url, std::int64_t clickTimestampInMs,
                                   double eventTimestampInSeconds,
                                   const APMParameters& extraParameters);
+  // Whether the first open has been reported (`_fot` is set) and `eventTimestampInSeconds` is
+  // within attributionCacheTTLInterval after it.
+  bool cameTooLateForFirstOpenOnWorkerQueue(double eventTimestampInSeconds);
   // Click identifiers need a device identifier and tracking not refused.
   bool shouldAllowClickID();
 
