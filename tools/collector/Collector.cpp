@@ -219,8 +219,11 @@ bool Collector::start(std::string* error) {
       if (options_.deferredDeepLink.empty()) return;
       double now = std::chrono::duration<double>(
                        std::chrono::system_clock::now().time_since_epoch()).count();
-      res.set_content(Json{{"deeplink", options_.deferredDeepLink}, {"timestamp", now}}.dump(),
-                      "application/json");
+      Json body{{"deeplink", options_.deferredDeepLink}, {"timestamp", now}};
+      if (!options_.deferredDeepLinkParameters.empty()) {
+        body["ddp"] = Json::parse(options_.deferredDeepLinkParameters, nullptr, false);
+      }
+      res.set_content(body.dump(), "application/json");
     };
     if (faulted(res, answer)) return;
     answer();

@@ -73,6 +73,8 @@ struct CollectorOptions {
   std::uint64_t seed = 1;
   // The link the deferred deep-link request answers with; empty: an empty answer.
   std::string deferredDeepLink;
+  // A JSON object the answer carries as "ddp" beside the link, e.g. {"_cc": 1}; empty: none.
+  std::string deferredDeepLinkParameters;
   // The experiment snapshots served, as protobuf text of the experiment response
   // (`snapshots { sdk_name: "app_measurement" experiments { experiment_id: 7 flags { name:
   // "f" bool_value: true } } }`); empty: none.

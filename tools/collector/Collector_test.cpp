@@ -356,7 +356,8 @@ TEST_F(CollectorTest, EachConsentSourceReachesTheServer) {
 
 TEST_F(CollectorTest, TheDeferredDeepLinkComesFromTheCollectorAndIsReported) {
   CollectorOptions options;
-  options.deferredDeepLink = "solvanta://open?utm_source=ddl&utm_medium=install";
+  options.deferredDeepLink = "solvanta://open?utm_source=ddl&utm_medium=install&sbraid=Z9";
+  options.deferredDeepLinkParameters = R"({"_cc": 1, "creative": "banner-3"})";
   startCollector(options);
   APMLaunchContext::setInfoDictionary({{"STUVOP_ANALYTICS_DEFERRED_DEEP_LINK_ENABLED", true}});
   platform_.advertisingIdentity().set("AAAA-2222", std::nullopt, 3);
@@ -373,6 +374,9 @@ TEST_F(CollectorTest, TheDeferredDeepLinkComesFromTheCollectorAndIsReported) {
   ASSERT_TRUE(campaign);
   EXPECT_EQ((*campaign)["params"]["source"], "ddl");
   EXPECT_EQ((*campaign)["params"]["medium"], "install");
+  EXPECT_EQ((*campaign)["params"]["creative"], "banner-3");
+  // Asked after the first open was reported: too late to travel with it.
+  EXPECT_EQ((*campaign)["params"]["_cmpx"], 1);
   EXPECT_EQ(collector_->stats().deepLinkRequests, 1);
   // A later start does not ask again.
   c.reset();

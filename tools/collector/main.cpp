@@ -11,6 +11,8 @@
 #include <string>
 #include <thread>
 
+#include <nlohmann/json.hpp>
+
 #include "collector/Collector.h"
 
 namespace {
@@ -20,7 +22,7 @@ volatile std::sig_atomic_t gStop = 0;
 const char* kUsage =
     "Usage: solvanta-collector [--port N] [--config FILE] [--experiments FILE] [--log FILE]\n"
     "                          [--fail STATUS[:COUNT]] [--slow SECONDS[:COUNT]] [--drop COUNT]\n"
-    "                          [--deep-link URL]\n"
+    "                          [--deep-link URL [--deep-link-parameters JSON]]\n"
     "Serves the measurement configuration in FILE (protobuf text) and the experiment snapshots\n"
     "of the experiments FILE (protobuf text of an experiment response), and appends one JSON\n"
     "line per uploaded event to the log. Binds to 127.0.0.1 only; port 0 picks a free one.\n";
@@ -49,6 +51,14 @@ int main(int argc, char** argv) {
       options.experimentsPath = value();
     } else if (arg == "--deep-link") {
       options.deferredDeepLink = value();
+    } else if (arg == "--deep-link-parameters") {
+      options.deferredDeepLinkParameters = value();
+      auto parsed = nlohmann::json::parse(options.deferredDeepLinkParameters, nullptr, false);
+      if (!parsed.is_object()) {
+        std::fprintf(stderr, "solvanta-collector: --deep-link-parameters needs a JSON object, "
+                             "like '{\"_cc\": 1}'\n");
+        return 2;
+      }
     } else if (arg == "--log") {
       options.logPath = value();
     } else if (arg == "--fail") {
