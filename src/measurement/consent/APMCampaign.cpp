@@ -1,5 +1,7 @@
 #include "measurement/consent/APMCampaign.h"
 
+#include <nlohmann/json.hpp>
+
 #include <set>
 
 #include "measurement/APMMonitor.h"
@@ -11,6 +13,7 @@ enum : int {
   kCodeMissingRequired = 22202,
   kCodeNotURL = 22203,
   kCodeTooManyPairs = 22204,
+  kCodeDeepLinkParse = 22410,
 };
 
 int hexValue(char c) {
@@ -155,4 +158,32 @@ bool APMIsValidCampaignURLParamDictionary(const std::map<std::string, std::strin
   APMMonitor::log(kAPMMonitorLevelDebug, kCodeMissingRequired,
                   "Deep Link does not contain valid required params. URL params", described);
   return false;
+}
+
+std::optional<APMDeepLinkInfo> APMDeepLinkInfoFromResponseData(const kit::Data& body) {
+  auto json = nlohmann::json::parse(body.begin(), body.end(), nullptr, false);
+  if (json.is_discarded() || !json.is_object() || !json.contains("deeplink") ||
+      !json["deeplink"].is_string()) {
+    APMMonitor::log(kAPMMonitorLevelError, kCodeDeepLinkParse,
+                    "Failed to parse Deferred Deep Link from JSON. Error",
+                    std::string(json.is_discarded() ? "not JSON" : "no deeplink"));
+    return std::nullopt;
+  }
+  APMDeepLinkInfo info;
+  info.deeplink = json["deeplink"].get<std::string>();
+  if (json.contains("timestamp") && json["timestamp"].is_number()) {
+    info.timestamp = json["timestamp"].get<double>();
+  }
+  if (json.contains("ddp") && json["ddp"].is_object()) {
+    for (const auto& [key, value] : json["ddp"].items()) {
+      if (value.is_string()) {
+        info.parameters.insert_or_assign(key, APMValue::fromString(value.get<std::string>()));
+      } else if (value.is_number_integer()) {
+        info.parameters.insert_or_assign(key, APMValue::fromInt64(value.get<std::int64_t>()));
+      } else if (value.is_number()) {
+        info.parameters.insert_or_assign(key, APMValue::fromDouble(value.get<double>()));
+      }
+    }
+  }
+  return info;
 }

@@ -11,6 +11,9 @@
 #include <string>
 #include <string_view>
 
+#include "kit/Value.h"
+#include "measurement/events/APMValue.h"
+
 // The query keys that are read, public key to event parameter.
 const std::map<std::string, std::string>& APMCampaignQueryKeys();
 
@@ -36,3 +39,16 @@ std::map<std::string, std::string> APMCampaignParametersOfURL(std::string_view u
 // creative_format, marketing_tactic and source_platform). Otherwise logs "Deep Link does not
 // contain valid required params. URL params".
 bool APMIsValidCampaignURLParamDictionary(const std::map<std::string, std::string>& parameters);
+
+// The answer to the deferred deep-link request: {"deeplink": "...", "timestamp": seconds,
+// "ddp": {...}}.
+struct APMDeepLinkInfo {
+  std::string deeplink;
+  double timestamp = 0;  // 0 when absent
+  // The entries of "ddp" with a text or number value, as parameters of the campaign event.
+  APMParameters parameters;
+};
+
+// The link of an answer's body, or nothing (logged: "Failed to parse Deferred Deep Link from
+// JSON. Error") when the body is not a JSON object with a text "deeplink".
+std::optional<APMDeepLinkInfo> APMDeepLinkInfoFromResponseData(const kit::Data& body);

@@ -56,6 +56,28 @@ TEST(APMCampaignTest, KeysMapAndClickIDsNeedTracking) {
   EXPECT_TRUE(APMIsValidCampaignURLParamDictionary({{"content", "c"}, {"source", "s"}}));
 }
 
+TEST(APMCampaignTest, DeferredLinkAnswers) {
+  auto info = [](std::string_view body) {
+    return APMDeepLinkInfoFromResponseData(kit::Data(body.begin(), body.end()));
+  };
+  APMMonitorCapture capture;
+  for (std::string_view bad : {"", "not json", "[]", R"({"timestamp": 5})", R"({"deeplink": 7})"}) {
+    EXPECT_FALSE(info(bad).has_value()) << bad;
+  }
+  EXPECT_EQ(capture.count("Failed to parse Deferred Deep Link from JSON. Error"), 5);
+  auto plain = info(R"({"deeplink": "x://y", "ddp": [1, 2]})");
+  ASSERT_TRUE(plain);
+  EXPECT_EQ(plain->timestamp, 0);
+  EXPECT_TRUE(plain->parameters.empty());
+  auto full = info(R"({"deeplink": "x://y", "timestamp": 12.5, "ddp": {"i": 3, "d": 0.5, "s": "t", "o": {}}})");
+  ASSERT_TRUE(full);
+  EXPECT_EQ(full->timestamp, 12.5);
+  EXPECT_EQ(full->parameters.at("i").int64Value(), 3);
+  EXPECT_EQ(full->parameters.at("d").doubleValue(), 0.5);
+  EXPECT_EQ(full->parameters.at("s").stringValue(), "t");
+  EXPECT_FALSE(full->parameters.count("o"));
+}
+
 class APMCampaignClientTest : public APMEventsTest {
  protected:
   void SetUp() override { APMMeasurement::setSharedInstance(measurement_); }

@@ -1,11 +1,10 @@
 // The deferred deep link: asked of the collection host once after install, its answer reported
 // through the URL path and handed to the application.
-#include <nlohmann/json.hpp>
-
 #include <mutex>
 
 #include "kit/Dispatch.h"
 #include "measurement/APMMonitor.h"
+#include "measurement/consent/APMCampaign.h"
 #include "measurement/consent/APMLaunchContext.h"
 #include "measurement/events/APMAnalytics.h"
 #include "measurement/events/APMMeasurement.h"
@@ -23,7 +22,6 @@ enum : int {
   kCodeFailed = 22407,
   kCodeSucceeded = 22408,
   kCodeEmpty = 22409,
-  kCodeParse = 22410,
   kCodeDelegate = 22411,
 };
 
@@ -47,42 +45,6 @@ std::string percentEncoded(const std::string& text) {
     }
   }
   return out;
-}
-
-struct DeepLinkInfo {
-  std::string deeplink;
-  double timestamp = 0;
-  // The entries of "ddp" with a text or number value, as parameters of the campaign event.
-  APMParameters parameters;
-};
-
-// The link of a response body: {"deeplink": "...", "timestamp": seconds, "ddp": {...}}.
-std::optional<DeepLinkInfo> deepLinkInfoFromResponseData(const kit::Data& body) {
-  auto json = nlohmann::json::parse(body.begin(), body.end(), nullptr, false);
-  if (json.is_discarded() || !json.is_object() || !json.contains("deeplink") ||
-      !json["deeplink"].is_string()) {
-    APMMonitor::log(kAPMMonitorLevelError, kCodeParse,
-                    "Failed to parse Deferred Deep Link from JSON. Error",
-                    std::string(json.is_discarded() ? "not JSON" : "no deeplink"));
-    return std::nullopt;
-  }
-  DeepLinkInfo info;
-  info.deeplink = json["deeplink"].get<std::string>();
-  if (json.contains("timestamp") && json["timestamp"].is_number()) {
-    info.timestamp = json["timestamp"].get<double>();
-  }
-  if (json.contains("ddp") && json["ddp"].is_object()) {
-    for (const auto& [key, value] : json["ddp"].items()) {
-      if (value.is_string()) {
-        info.parameters.insert_or_assign(key, APMValue::fromString(value.get<std::string>()));
-      } else if (value.is_number_integer()) {
-        info.parameters.insert_or_assign(key, APMValue::fromInt64(value.get<std::int64_t>()));
-      } else if (value.is_number()) {
-        info.parameters.insert_or_assign(key, APMValue::fromDouble(value.get<double>()));
-      }
-    }
-  }
-  return info;
 }
 
 }  // namespace
@@ -158,7 +120,7 @@ void APMMeasurement::handleDeferredDeepLinkResponse(const platform::NetworkRespo
     APMMonitor::log(kAPMMonitorLevelDebug, kCodeEmpty, "Deferred Deep Link response is empty");
     return;
   }
-  std::optional<DeepLinkInfo> info = deepLinkInfoFromResponseData(response.body);
+  std::optional<APMDeepLinkInfo> info = APMDeepLinkInfoFromResponseData(response.body);
   if (!info || info->deeplink.empty()) return;
   // handleDeferredDeepLinkInfo: reported as the URL that opened the app, then handed over.
   double now = APMMeasurement::now();
