@@ -492,9 +492,7 @@ bool APMAudience::flushResults(APMAudienceTimestampsCache& cache, const std::str
                       "evaluated. Event name, error",
                       subject, error.localizedDescription);
       // What is cached no longer matches the table: read it again next time.
-      cache.results_.clear();
-      cache.dirty_.clear();
-      cache.loaded_ = false;
+      cache.dropResults();
       return false;
     }
   }
@@ -556,12 +554,12 @@ void APMAudience::evaluateFiltersForEvent(const APMEvent& event,
     APMAudienceTimestampsCache::EventFilters made;
     made.rows.reserve(filters->size());
     for (APMAudienceFilterRecord& record : *filters) {
-      auto parsed = record.data.empty()
-                        ? std::nullopt
-                        : APMPBMessage<APMPBEventFilter>::parseFromData(record.data);
-      std::optional<APMPreparedEventFilter> prepared;
-      if (parsed) prepared.emplace(**parsed, &made.parameterNames);
-      made.rows.push_back({std::move(record), std::move(parsed), std::move(prepared)});
+      auto& row = made.rows.emplace_back();
+      row.record = std::move(record);
+      if (!row.record.data.empty()) {
+        row.filter = APMPBMessage<APMPBEventFilter>::parseFromData(row.record.data);
+      }
+      if (row.filter) row.prepared.emplace(**row.filter, &made.parameterNames);
     }
     cached = cache.eventFilters_.emplace(name, std::move(made)).first;
   }
@@ -570,7 +568,7 @@ void APMAudience::evaluateFiltersForEvent(const APMEvent& event,
   std::int64_t millis = APMMilliseconds(event.timestamp());
   std::vector<const APMValue*> values;
   lookUpParameters(cached->second.parameterNames, event.parameters(), &values);
-  for (const auto& row : cached->second.rows) {
+  for (auto& row : cached->second.rows) {
     std::int64_t audienceID = row.record.audienceID;
     if (cache.corrupt_.count(audienceID)) continue;
     if (!row.filter) {
@@ -581,14 +579,15 @@ void APMAudience::evaluateFiltersForEvent(const APMEvent& event,
       continue;
     }
     const APMPBEventFilter& f = **row.filter;
-    auto& entry = cache.results_[audienceID];
+    auto& entry = cache.entryOf(row);
     std::int32_t id = static_cast<std::int32_t>(row.record.filterID);
-    if (entry.current.filterResult(id).value_or(false) && !f.dynamic && !f.sequence &&
-        !f.session_scoped) {
-      continue;
-    }
+    std::optional<bool> known = entry.current.filterResult(id);
+    if (known.value_or(false) && !f.dynamic && !f.sequence && !f.session_scoped) continue;
     auto value = evaluateEventFilter(f, *row.prepared, name, event.parameters(), values, &aggregates);
     if (!value) continue;
+    // A false where a result is known changes nothing: a true stays true, and only a true
+    // moves timestamps.
+    if (!*value && known) continue;
     if (applyEvaluation(entry.current, id, *value, f.dynamic, f.sequence, false, millis)) {
       cache.dirty_.insert(audienceID);
     }
@@ -616,19 +615,19 @@ void APMAudience::evaluateFiltersForUserProperty(const APMUserAttribute& propert
     std::vector<APMAudienceTimestampsCache::Row<APMPBPropertyFilter, APMPreparedFilter>> rows;
     rows.reserve(filters->size());
     for (APMAudienceFilterRecord& record : *filters) {
-      auto parsed = record.data.empty()
-                        ? std::nullopt
-                        : APMPBMessage<APMPBPropertyFilter>::parseFromData(record.data);
-      std::optional<APMPreparedFilter> prepared;
-      if (parsed) prepared.emplace((*parsed)->filter);
-      rows.push_back({std::move(record), std::move(parsed), std::move(prepared)});
+      auto& row = rows.emplace_back();
+      row.record = std::move(record);
+      if (!row.record.data.empty()) {
+        row.filter = APMPBMessage<APMPBPropertyFilter>::parseFromData(row.record.data);
+      }
+      if (row.filter) row.prepared.emplace((*row.filter)->filter);
     }
     cached = cache.propertyFilters_.emplace(property.name, std::move(rows)).first;
   }
   if (cached->second.empty()) return;
   if (!loadResults(cache, property.name)) return;
   std::int64_t millis = APMMilliseconds(evaluationTimestamp);
-  for (const auto& row : cached->second) {
+  for (auto& row : cached->second) {
     std::int64_t audienceID = row.record.audienceID;
     if (cache.corrupt_.count(audienceID)) continue;
     if (!row.filter) {
@@ -638,14 +637,13 @@ void APMAudience::evaluateFiltersForUserProperty(const APMUserAttribute& propert
       continue;
     }
     const APMPBPropertyFilter& f = **row.filter;
-    auto& entry = cache.results_[audienceID];
+    auto& entry = cache.entryOf(row);
     std::int32_t id = static_cast<std::int32_t>(row.record.filterID);
-    if (entry.current.filterResult(id).value_or(false) && !f.dynamic && !f.sequence &&
-        !f.session_scoped) {
-      continue;
-    }
+    std::optional<bool> known = entry.current.filterResult(id);
+    if (known.value_or(false) && !f.dynamic && !f.sequence && !f.session_scoped) continue;
     auto value = evaluatePropertyFilter(f, *row.prepared, property);
     if (!value) continue;
+    if (!*value && known) continue;  // changes nothing, as for events
     if (applyEvaluation(entry.current, id, *value, f.dynamic, f.sequence, true, millis)) {
       cache.dirty_.insert(audienceID);
     }
@@ -742,8 +740,7 @@ bool APMAudience::resultsForBundling(APMPBMeasurementBundle& bundle,
                       "Unable to save updated Audience filter results. Audience results will not "
                       "be bundled. Error",
                       error.localizedDescription);
-      cache.results_.clear();
-      cache.loaded_ = false;
+      cache.dropResults();
       return false;
     }
   }
@@ -819,9 +816,7 @@ bool APMAudience::clearEvaluationResultsForSessionScopedFilters(APMAudienceTimes
       return false;
     }
   }
-  cache.results_.clear();
+  cache.dropResults();
   cache.corrupt_.clear();
-  cache.dirty_.clear();
-  cache.loaded_ = false;
   return true;
 }

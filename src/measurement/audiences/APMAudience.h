@@ -94,9 +94,30 @@ class APMAudienceTimestampsCache {
     APMAudienceFilterRecord record;
     std::optional<APMPBMessage<T>> filter;
     std::optional<Prepared> prepared;
+    // The audience's result in results_, found once for as long as results_ keeps its
+    // entries (while resultsGeneration_ stays what it was then).
+    Entry* entry = nullptr;
+    std::uint64_t entryGeneration = 0;
   };
+  // The result of `row`'s audience, made empty when the audience has none yet.
+  template <class R>
+  Entry& entryOf(R& row) {
+    if (!row.entry || row.entryGeneration != resultsGeneration_) {
+      row.entry = &results_[row.record.audienceID];
+      row.entryGeneration = resultsGeneration_;
+    }
+    return *row.entry;
+  }
+  // Forgets every result read or changed in the pass, so that the next use reads the table.
+  void dropResults() {
+    results_.clear();
+    dirty_.clear();
+    loaded_ = false;
+    ++resultsGeneration_;
+  }
   bool loaded_ = false;
   std::map<std::int64_t, Entry> results_;
+  std::uint64_t resultsGeneration_ = 0;
   // Results changed in the pass and not yet written.
   std::set<std::int64_t> dirty_;
   // Audiences whose stored result blob did not parse: left alone for the pass.

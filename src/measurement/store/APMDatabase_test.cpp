@@ -79,6 +79,21 @@ TEST_F(APMDatabaseTest, ANewDatabaseHoldsEveryTableAndOneMetadataRow) {
                                    "ESCAPE '!'",
                                    {}, nullptr),
             kit::Value(0));
+  // Audience filters are read by name through an index, not by a scan of every filter.
+  for (const char* table : {"event_filters", "property_filters"}) {
+    std::string column = std::string(table) == "event_filters" ? "event_name" : "property_name";
+    auto plan = store().recordsForQuery("EXPLAIN QUERY PLAN SELECT * FROM " + std::string(table) +
+                                            " WHERE " + column + " = ? ORDER BY audience_id, filter_id",
+                                        {"x"}, nullptr);
+    ASSERT_TRUE(plan);
+    bool indexed = false;
+    for (const auto& row : *plan) {
+      const std::string* detail = row.at("detail").asString();
+      indexed = indexed || (detail && detail->find("USING INDEX " + std::string(table) + "_by_" +
+                                                   column) != std::string::npos);
+    }
+    EXPECT_TRUE(indexed) << table;
+  }
   auto info = store().recordsForQuery(
       "SELECT type FROM pragma_table_info('raw_events') WHERE name = ?", {"timestamp"}, nullptr);
   ASSERT_TRUE(info);
