@@ -112,9 +112,15 @@ class APMPCommandRegistrar {
   std::array<Family, kCommandCount> families_{};
 };
 
+// Long fuzz runs may build with a smaller budget (-DAPMP_INSTRUCTION_BUDGET=N), so that
+// programs that loop end sooner; every other build uses the default.
+#ifndef APMP_INSTRUCTION_BUDGET
+#define APMP_INSTRUCTION_BUDGET 1000000
+#endif
+
 class APMPEvaluator {
  public:
-  static constexpr std::uint64_t kInstructionBudget = 1000000;
+  static constexpr std::uint64_t kInstructionBudget = APMP_INSTRUCTION_BUDGET;
   static constexpr int kMaxDepth = 800;
 
   APMPEvaluator();
