@@ -60,7 +60,7 @@ bool APMIsValidNumberFilter(const APMPBNumberFilter& filter);
 bool APMIsValidStringFilter(const APMPBStringFilter& filter);
 
 // A number filter made ready for many evaluations: its comparison values parsed once, as
-// decimals and as doubles. Each evaluation gives what APMEvaluateNumberFilter(WithDouble)
+// decimals, as doubles and, where whole, as 64-bit integers. Each evaluation gives what APMEvaluateNumberFilter(WithDouble)
 // gives for the same filter, messages included.
 class APMPreparedNumberFilter {
  public:
