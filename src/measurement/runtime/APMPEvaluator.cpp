@@ -133,6 +133,20 @@ V add(const V& a, const V& b, APMPEvaluator& ev) {
   return V::string(std::move(s));
 }
 
+// fmod(x, y), with whole numbers (the common case) by integer division: the same result,
+// the sign of a zero remainder the dividend's.
+inline double remainderOf(double x, double y) {
+  constexpr double kWhole = 9007199254740992.0;  // 2^53
+  if (x >= -kWhole && x <= kWhole && y >= -kWhole && y <= kWhole) {
+    auto a = static_cast<std::int64_t>(x), b = static_cast<std::int64_t>(y);
+    if (static_cast<double>(a) == x && static_cast<double>(b) == y && b != 0) {
+      std::int64_t r = a % b;
+      return r == 0 ? std::copysign(0.0, x) : static_cast<double>(r);
+    }
+  }
+  return std::fmod(x, y);
+}
+
 // a < b by ECMAScript's abstract relational comparison: 1 true, 0 false, -1 undefined (NaN).
 int lessThan(const V& a, const V& b) {
   if (a.isNumber() && b.isNumber()) {
@@ -180,7 +194,7 @@ class APMPMathCommandEvaluator final : public APMPCommandEvaluator {
     switch (c) {
       case 0: return add(a, b, ev);
       case 10: return V::number(a.doubleValue() / b.doubleValue());
-      case 25: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
+      case 25: return V::number(remainderOf(a.doubleValue(), b.doubleValue()));
       case 26: return V::number(a.doubleValue() * b.doubleValue());
       case 37: return V::number(a.doubleValue() - b.doubleValue());
       default: return a;  // 32, 33
@@ -1032,7 +1046,8 @@ APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
     }
   }
   // The caller holds this function, and with it the body.
-  V r = evaluator.runCallBody(body_, callScope);
+  bool returned = false;
+  V r = evaluator.runCallBody(body_, callScope, &returned);
   // A scope that nothing else holds now is kept for the next call (a recursive call may
   // have left one already).
   if (!spareScope_ && callScope->referenceCount() == 1 && callScope->parent() == scope_ &&
@@ -1042,6 +1057,7 @@ APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
     callScope->release();
   }
   evaluator.leave();
+  if (returned) return r;
   if (r.isControl() && r.asControl()->type() == APMPControlValue::Type::kReturn) {
     return evaluator.returnedData(r);
   }
@@ -1073,6 +1089,9 @@ enum Operation : std::uint8_t {
 
 // Flags of kAssignSum: what x is.
 enum : std::uint8_t { kSumOfName = 1 };
+// Flag of the arithmetic and comparison operations: an operand was once no number, so the
+// fast path does not try doubles first.
+enum : std::uint8_t { kNotNumeric = 2 };
 
 void pointSlotAt(const APMPStatementValue& statement, const V& name) {
   APMPSlot& slot = statement.slot();
@@ -1216,6 +1235,16 @@ void APMPEvaluator::compileWithin(const APMPStatementValue& statement, int nesti
   measureExpression(statement, nesting);
 }
 
+[[gnu::always_inline]] inline bool APMPEvaluator::quickNumberArgument(const APMPRuntimeValue& argument,
+                                                                   APMPScope* scope, double* out) {
+  if (!argument.isStatement()) {
+    if (!argument.isNumber()) return false;
+    *out = argument.numberPayload();
+    return true;
+  }
+  return quickNumber(*argument.asStatement(), scope, out);
+}
+
 [[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::quickArgument(
     const APMPRuntimeValue& argument, APMPScope* scope) {
   if (!argument.isStatement()) return argument;
@@ -1240,6 +1269,30 @@ APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::
     APMPScope::Binding* b = scope->lookup(statement.slot());
     if (!b) return drop();
     return b->value;
+  }
+  // Arithmetic and comparisons on numbers: the operands as doubles, no values made on the way.
+  if (op >= kAdd && op <= kLooseNotEqual && !(statement.operationFlags() & kNotNumeric)) {
+    std::uint64_t mark = instructions_;
+    double x, y;
+    if (quickNumberArgument(args[0], scope, &x) && quickNumberArgument(args[1], scope, &y)) {
+      switch (op) {
+        case kAdd: return V::number(x + y);
+        case kSubtract: return V::number(x - y);
+        case kMultiply: return V::number(x * y);
+        case kDivide: return V::number(x / y);
+        case kRemainder: return V::number(remainderOf(x, y));
+        case kLess: return V::boolean(x < y);
+        case kLessOrEqual: return V::boolean(x <= y);
+        case kGreater: return V::boolean(x > y);
+        case kGreaterOrEqual: return V::boolean(x >= y);
+        case kStrictEqual: case kLooseEqual: return V::boolean(x == y);
+        default: return V::boolean(x != y);  // kStrictNotEqual, kLooseNotEqual
+      }
+    }
+    // Some operand is no number: this statement takes the general path from now on.
+    instructions_ = mark;
+    dropped_ = false;
+    statement.addOperationFlags(kNotNumeric);
   }
   int c = statement.command();
   switch (c) {
@@ -1273,7 +1326,7 @@ APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::
       if (numbers) return V::number(a.numberPayload() + b.numberPayload());
       return quickSum(a, b);
     case 10: return V::number(a.doubleValue() / b.doubleValue());
-    case 25: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
+    case 25: return V::number(remainderOf(a.doubleValue(), b.doubleValue()));
     case 26: return V::number(a.doubleValue() * b.doubleValue());
     case 37: return V::number(a.doubleValue() - b.doubleValue());
     case 32: case 33: return a;
@@ -1309,6 +1362,79 @@ APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::
       if (V own; readOwnProperty(a, b, &own)) return own;
       return quickProperty(a, b);
     }
+  }
+}
+
+bool APMPEvaluator::quickNumber(const APMPStatementValue& statement, APMPScope* scope,
+                                double* out) {
+  ++instructions_;
+  const auto& args = statement.arguments();
+  switch (statement.operation()) {
+    case kReadName: {
+      APMPScope::Binding* b = scope->lookup(statement.slot());
+      if (!b || !b->value.isNumber()) return false;
+      *out = b->value.numberPayload();
+      return true;
+    }
+    case kAdd: case kSubtract: case kMultiply: case kDivide: case kRemainder: {
+      double x, y;
+      if (!quickNumberArgument(args[0], scope, &x) || !quickNumberArgument(args[1], scope, &y)) {
+        return false;
+      }
+      switch (statement.operation()) {
+        case kAdd: *out = x + y; break;
+        case kSubtract: *out = x - y; break;
+        case kMultiply: *out = x * y; break;
+        case kDivide: *out = x / y; break;
+        default: *out = remainderOf(x, y); break;
+      }
+      return true;
+    }
+    case kReadProperty: {
+      // The object: a name's value read where it is bound, or any other expression's value.
+      const V* object = &args[0];
+      V held;
+      if (args[0].isStatement()) {
+        const APMPStatementValue& read = *args[0].asStatement();
+        if (read.operation() == kReadName) {
+          ++instructions_;
+          APMPScope::Binding* b = scope->lookup(read.slot());
+          if (!b) return false;
+          object = &b->value;
+        } else {
+          held = quickArgument(args[0], scope);
+          if (dropped_) return false;
+          object = &held;
+        }
+      }
+      const V& key = args[1];
+      if (key.isString()) {
+        if (object->isMap()) {
+          const V* v = object->asMap()->find(key.stringPayload());
+          if (!v || !v->isNumber()) return false;
+          *out = v->numberPayload();
+          return true;
+        }
+        if (object->isString() && key.asString()->equals("length")) {
+          *out = static_cast<double>(object->stringPayload().size());
+          return true;
+        }
+        return false;
+      }
+      if (!object->isArray()) return false;
+      double d;
+      if (!quickNumberArgument(key, scope, &d)) return false;
+      APMPArrayValue* a = object->asArray();
+      if (!(d >= 0 && d < static_cast<double>(a->size()) &&
+            d == static_cast<double>(static_cast<std::size_t>(d)))) {
+        return false;
+      }
+      const V& element = a->at(static_cast<std::size_t>(d));
+      if (!element.isNumber()) return false;
+      *out = element.numberPayload();
+      return true;
+    }
+    default: return false;
   }
 }
 
@@ -1361,12 +1487,28 @@ APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
   return evalStatement(s, scope);
 }
 
-APMPRuntimeValue APMPEvaluator::runCallBody(const APMPRuntimeValue& body, APMPScope* scope) {
+APMPRuntimeValue APMPEvaluator::runCallBody(const APMPRuntimeValue& body, APMPScope* scope,
+                                            bool* returned) {
   if (!body.isArray()) return run(body, scope);
   APMPArrayValue* list = body.asArray();
   V last;
   for (std::size_t i = 0; i < list->size(); ++i) {
     V element = list->at(i);  // held: the program may change the list it runs
+    if (element.isStatement() && element.asStatement()->operation() == kReturn) {
+      // A `return` in the body itself: counted as evalStatement counts it, its data handed
+      // straight to the call instead of travelling up in a signal.
+      const auto& args = element.asStatement()->arguments();
+      if (failed_ || !tick()) return {};
+      if (++depth_ > kMaxDepth) {
+        --depth_;
+        return fail(kAPMPErrorCodeBudgetExceeded, "Maximum call depth exceeded");
+      }
+      V data = args.empty() ? V() : operand(args[0], scope);
+      --depth_;
+      if (failed_) return {};
+      *returned = true;
+      return data;
+    }
     last = operand(element, scope);
     if (failed_) return {};
     if (last.isControl()) return last;
@@ -1438,7 +1580,7 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
       case kSubtract: return V::number(a.doubleValue() - b.doubleValue());
       case kMultiply: return V::number(a.doubleValue() * b.doubleValue());
       case kDivide: return V::number(a.doubleValue() / b.doubleValue());
-      case kRemainder: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
+      case kRemainder: return V::number(remainderOf(a.doubleValue(), b.doubleValue()));
       case kLess:
         if (numbers) return V::boolean(a.numberPayload() < b.numberPayload());
         return V::boolean(lessThan(a, b) == 1);

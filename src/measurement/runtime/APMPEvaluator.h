@@ -143,8 +143,9 @@ class APMPEvaluator {
   }
   APMPRuntimeValue run(const APMPRuntimeValue& statements, APMPScope* scope);
   // run() for the body of a function value, whose caller holds the function (and so the
-  // body) for the length of the call.
-  APMPRuntimeValue runCallBody(const APMPRuntimeValue& body, APMPScope* scope);
+  // body) for the length of the call. A `return` among the body's own statements yields its
+  // data directly and sets `*returned`; one deeper comes back as a return signal.
+  APMPRuntimeValue runCallBody(const APMPRuntimeValue& body, APMPScope* scope, bool* returned);
   bool failed() const { return failed_; }
   // Records the first error of the run; returns undefined for `return fail(...)`.
   APMPRuntimeValue fail(int code, std::string message);
@@ -225,6 +226,12 @@ class APMPEvaluator {
   // checks nothing else; sets dropped_ where the exact path could fail.
   APMPRuntimeValue quick(const APMPStatementValue& statement, std::uint8_t operation, APMPScope* scope);
   APMPRuntimeValue quickArgument(const APMPRuntimeValue& argument, APMPScope* scope);
+  // quick for an arithmetic expression whose every leaf is a number (a literal, a name bound
+  // to one, a map entry, an array element or a string's length): the result as a double in
+  // `out`. Counts as quick counts; false where some operand is no number, with nothing
+  // observed (the caller takes the count back and goes the general way).
+  bool quickNumber(const APMPStatementValue& statement, APMPScope* scope, double* out);
+  bool quickNumberArgument(const APMPRuntimeValue& argument, APMPScope* scope, double* out);
   APMPRuntimeValue executeCall(const APMPStatementValue& statement, APMPScope* scope);
   APMPRuntimeValue executeFor(const APMPStatementValue& statement, APMPScope* scope);
   [[gnu::noinline]] APMPRuntimeValue readPropertySlowly(const APMPRuntimeValue& object,

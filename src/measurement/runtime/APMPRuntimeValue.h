@@ -501,6 +501,8 @@ class APMPStatementValue final : public APMPHeapObject {
     operation_ = operation;
     operationFlags_ = flags;
   }
+  // Adds `flags` to the operation's flag word.
+  void addOperationFlags(std::uint8_t flags) const { operationFlags_ |= flags; }
   APMPSlot& slot() const { return slot_; }
   // As an expression without side effects: how many statements it evaluates at most and how
   // deep they nest (both 0 when it is none).

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <memory>
 
 #include "measurement/runtime/APMPProgramBuilder.h"
 
@@ -547,6 +548,74 @@ TEST(APMPRuntimeTest, AStatementRunFromAnotherScopeFindsTheNearestBinding) {
              P::ret(P::var("log"))});
   ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
   EXPECT_EQ(r.stringValue(), "top,argument,inner,top");
+}
+
+}  // namespace
+
+namespace {
+
+// Arithmetic whose operands stop being numbers half-way through a loop gives what it gives
+// on any other path, with the same count, and a budget run out inside it stops where it would.
+TEST(APMPRuntimeTest, ArithmeticGivesTheSameWhenItsOperandsChangeKind) {
+  // let o = {x: 1}; let t = ""; for (let i = 0; i < 4; i = i + 1) {
+  //   if (i == 2) { o.x = "b"; }  t = t + "," + (o.x * 2 + i % 3);  }
+  auto program = [] {
+    return std::vector<V>{
+        P::let("o", P::call("8", {P::str("x"), P::num(1)})), P::let("t", P::str("")),
+        P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(4)),
+                       P::assign("i", binary("0", P::var("i"), P::num(1))),
+                       P::list({P::call("22", {binary("12", P::var("i"), P::num(2)),
+                                               P::list({P::call("43", {P::var("o"), P::str("x"), P::str("b")})})}),
+                                P::assign("t", binary("0", binary("0", P::var("t"), P::str(",")),
+                                                      binary("0", binary("26", P::call("16", {P::var("o"), P::str("x")}), P::num(2)),
+                                                             binary("25", P::var("i"), P::num(3)))))})}),
+        P::ret(P::var("t"))};
+  };
+  Sandbox run;
+  V r = run(program());
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), ",2,3,NaN,NaN");
+  // 5 before the loop (let o, its literal, let t, for, let i); each of the 4 turns 19 (the
+  // turn, i < 4 with its read, the if with i == 2 and its read, the assignment with its three
+  // sums, product, remainder, property and three reads, i = i + 1 with its sum and read), the
+  // property write 2 more; the last test 3; the return with its read 2.
+  std::uint64_t count = run.runtime.getInstructionCount();
+  EXPECT_EQ(count, 5u + 4 * 19 + 2 + 3 + 2);
+  // Started with `left` instructions of the budget left, the run fails at the budget when it
+  // needs them all, and finishes when it has one to spare.
+  auto runWithLeft = [&](std::uint64_t left) {
+    auto cut = std::make_unique<Sandbox>();
+    cut->runtime.evaluator().chargeWork((APMPEvaluator::kInstructionBudget - left) * 64);
+    V result = (*cut)(program());
+    return cut;
+  };
+  for (std::uint64_t left = 1; left <= count; left += 5) {
+    auto cut = runWithLeft(left);
+    EXPECT_EQ(cut->error.code, kAPMPErrorCodeBudgetExceeded) << left;
+    EXPECT_EQ(cut->runtime.getInstructionCount(), APMPEvaluator::kInstructionBudget) << left;
+  }
+  EXPECT_EQ(runWithLeft(count)->error.code, kAPMPErrorCodeBudgetExceeded);
+  auto enough = runWithLeft(count + 1);
+  EXPECT_EQ(enough->error.code, 0);
+  EXPECT_EQ(enough->runtime.getInstructionCount(), APMPEvaluator::kInstructionBudget - 1);
+}
+
+// The remainder of whole numbers keeps fmod's signs and its results at the edges.
+TEST(APMPRuntimeTest, RemainderKeepsTheSignOfTheDividend) {
+  struct Case { double a, b; };
+  for (Case c : {Case{-6, 3}, Case{-7, 3}, Case{7, -3}, Case{-0.0, 5}, Case{5, 0}, Case{5.5, 2},
+                 Case{9007199254740993.0, 2}, Case{1e300, 7}, Case{-4, INFINITY}}) {
+    Sandbox run;
+    V r = run({P::let("a", P::num(c.a)), P::ret(binary("25", P::var("a"), P::num(c.b)))});
+    ASSERT_TRUE(r.isNumber());
+    double want = std::fmod(c.a, c.b);
+    if (std::isnan(want)) {
+      EXPECT_TRUE(std::isnan(r.numberPayload())) << c.a << " % " << c.b;
+    } else {
+      EXPECT_EQ(r.numberPayload(), want) << c.a << " % " << c.b;
+      EXPECT_EQ(std::signbit(r.numberPayload()), std::signbit(want)) << c.a << " % " << c.b;
+    }
+  }
 }
 
 }  // namespace
