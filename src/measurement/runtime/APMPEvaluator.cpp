@@ -1462,6 +1462,57 @@ APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
   return r;
 }
 
+[[gnu::always_inline]] inline bool APMPEvaluator::numberOperand(const APMPRuntimeValue& argument,
+                                                             APMPScope* scope, double* out) {
+  if (!argument.isStatement()) return false;
+  const APMPStatementValue& e = *argument.asStatement();
+  std::uint8_t op = e.operation();
+  if (op < kAdd || op > kRemainder || (e.operationFlags() & kNotNumeric)) return false;
+  std::uint32_t most = e.expressionSize();
+  if (!most || failed_ || instructions_ + most >= kInstructionBudget ||
+      depth_ + e.expressionDepth() > kMaxDepth) {
+    return false;
+  }
+  std::uint64_t mark = instructions_;
+  if (quickNumber(e, scope, out)) return true;
+  instructions_ = mark;
+  dropped_ = false;
+  e.addOperationFlags(kNotNumeric);
+  return false;
+}
+
+[[gnu::always_inline]] inline bool APMPEvaluator::conditionOperand(const APMPRuntimeValue& argument,
+                                                                APMPScope* scope, bool* out) {
+  if (!argument.isStatement()) return false;
+  const APMPStatementValue& e = *argument.asStatement();
+  std::uint8_t op = e.operation();
+  if (op < kLess || op > kLooseNotEqual || (e.operationFlags() & kNotNumeric)) return false;
+  std::uint32_t most = e.expressionSize();
+  if (!most || failed_ || instructions_ + most >= kInstructionBudget ||
+      depth_ + e.expressionDepth() > kMaxDepth) {
+    return false;
+  }
+  std::uint64_t mark = instructions_;
+  ++instructions_;
+  const auto& args = e.arguments();
+  double x, y;
+  if (quickNumberArgument(args[0], scope, &x) && quickNumberArgument(args[1], scope, &y)) {
+    switch (op) {
+      case kLess: *out = x < y; break;
+      case kLessOrEqual: *out = x <= y; break;
+      case kGreater: *out = x > y; break;
+      case kGreaterOrEqual: *out = x >= y; break;
+      case kStrictEqual: case kLooseEqual: *out = x == y; break;
+      default: *out = x != y; break;
+    }
+    return true;
+  }
+  instructions_ = mark;
+  dropped_ = false;
+  e.addOperationFlags(kNotNumeric);
+  return false;
+}
+
 [[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::operand(const APMPRuntimeValue& argument,
                                                                       APMPScope* scope) {
   if (!argument.isStatement()) return argument;
@@ -1620,8 +1671,13 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
       [[fallthrough]];
     }
     case kAssign: {
-      V value = operand(args[1], scope);
-      if (failed_) return {};
+      V value;
+      if (double d; numberOperand(args[1], scope, &d)) {
+        value = V::number(d);
+      } else {
+        value = operand(args[1], scope);
+        if (failed_) return {};
+      }
       APMPScope::Binding* b = scope->lookup(statement.slot());
       if (!b || b->immutable) return assignmentFailure(args[0], b != nullptr);
       b->value = value;
@@ -1634,9 +1690,13 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
       return returnSignal(std::move(data));
     }
     case kIf: {
-      V condition = operand(args[0], scope);
-      if (failed_) return {};
-      if (condition.booleanValue()) return runBody(args[1], scope, *this);
+      bool taken;
+      if (!conditionOperand(args[0], scope, &taken)) {
+        V condition = operand(args[0], scope);
+        if (failed_) return {};
+        taken = condition.booleanValue();
+      }
+      if (taken) return runBody(args[1], scope, *this);
       if (args.size() == 3) return runBody(args[2], scope, *this);
       return {};
     }
@@ -1698,8 +1758,12 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
   APMPArrayValue* plain = body.isArray() && !body.asArray()->declaresNames() ? body.asArray() : nullptr;
   while (!failed_) {
     if (!tick()) break;
-    V condition = operand(args[1], loopScope);
-    if (failed_ || !condition.booleanValue()) break;
+    bool go;
+    if (!conditionOperand(args[1], loopScope, &go)) {
+      V condition = operand(args[1], loopScope);
+      go = !failed_ && condition.booleanValue();
+    }
+    if (!go) break;
     V r;
     if (plain) {
       for (std::size_t i = 0; i < plain->size(); ++i) {

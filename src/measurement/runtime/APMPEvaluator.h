@@ -245,6 +245,11 @@ class APMPEvaluator {
     dropped_ = true;
     return {};
   }
+  // operand() for an arithmetic expression (numberOperand) or a comparison (conditionOperand)
+  // whose operands are numbers, its result unboxed. False, with nothing counted or changed,
+  // where the fast path does not apply; the caller then runs operand().
+  bool numberOperand(const APMPRuntimeValue& argument, APMPScope* scope, double* out);
+  bool conditionOperand(const APMPRuntimeValue& argument, APMPScope* scope, bool* out);
   // Evaluates an argument as eval does, with a name read inline.
   APMPRuntimeValue operand(const APMPRuntimeValue& argument, APMPScope* scope);
   // `name = name + x` in the binding itself; false (nothing done) when it does not apply.
