@@ -1093,6 +1093,97 @@ enum : std::uint8_t { kSumOfName = 1 };
 // fast path does not try doubles first.
 enum : std::uint8_t { kNotNumeric = 2 };
 
+// The kinds of APMPNumberStep: pushes, then the operations on the top two, in the order of
+// kAdd..kRemainder.
+enum NumberStepKind : std::uint8_t {
+  kPushLiteral, kPushName, kPushEntry, kStepAdd, kStepSubtract, kStepMultiply, kStepDivide,
+  kStepRemainder,
+};
+
+// Appends the steps of `argument` at stack height `height`: a literal number, a name read, a
+// read of a name's value under a literal key, or arithmetic of those. Adds the statements it
+// stands for to `count` and keeps the highest stack in `most`. False when it has no such form.
+bool flattenNumber(const V& argument, std::vector<APMPNumberStep>& steps, int height, int& most,
+                   std::uint32_t& count) {
+  if (!argument.isStatement()) {
+    if (!argument.isNumber()) return false;
+    steps.push_back({kPushLiteral, argument.numberPayload(), nullptr, nullptr});
+  } else {
+    const APMPStatementValue& s = *argument.asStatement();
+    const auto& args = s.arguments();
+    std::uint8_t op = s.operation();
+    if (op == kReadName) {
+      steps.push_back({kPushName, 0, &s.slot(), nullptr});
+      count += 1;
+    } else if (op == kReadProperty) {
+      if (!args[1].isString() || !args[0].isStatement() ||
+          args[0].asStatement()->operation() != kReadName) {
+        return false;
+      }
+      steps.push_back({kPushEntry, 0, &args[0].asStatement()->slot(), args[1].asString()});
+      count += 2;
+    } else if (op >= kAdd && op <= kRemainder) {
+      if (!flattenNumber(args[0], steps, height, most, count) ||
+          !flattenNumber(args[1], steps, height + 1, most, count)) {
+        return false;
+      }
+      steps.push_back({static_cast<std::uint8_t>(kStepAdd + (op - kAdd)), 0, nullptr, nullptr});
+      count += 1;
+      return true;
+    } else {
+      return false;
+    }
+  }
+  most = std::max(most, height + 1);
+  return most <= APMPEvaluator::kNumberStack;
+}
+
+// Gives an arithmetic or comparison statement its flat number form, or marks it as having none.
+void buildNumberForm(const APMPStatementValue& e) {
+  std::vector<APMPNumberStep> steps;
+  int most = 0;
+  std::uint32_t count = 1;
+  const auto& args = e.arguments();
+  // One operation on two leaves runs faster directly.
+  auto nested = [](const V& a) {
+    return a.isStatement() && a.asStatement()->operation() >= kAdd &&
+           a.asStatement()->operation() <= kRemainder;
+  };
+  if (!nested(args[0]) && !nested(args[1])) {
+    e.setNoNumberForm();
+    return;
+  }
+  if (!flattenNumber(args[0], steps, 0, most, count) || !flattenNumber(args[1], steps, 1, most, count)) {
+    e.setNoNumberForm();
+    return;
+  }
+  if (e.operation() <= kRemainder) {
+    steps.push_back({static_cast<std::uint8_t>(kStepAdd + (e.operation() - kAdd)), 0, nullptr, nullptr});
+  }
+  e.setNumberForm(std::move(steps), count);
+}
+
+inline double combine(std::uint8_t op, double x, double y) {
+  switch (op) {
+    case kAdd: return x + y;
+    case kSubtract: return x - y;
+    case kMultiply: return x * y;
+    case kDivide: return x / y;
+    default: return remainderOf(x, y);
+  }
+}
+
+inline bool compare(std::uint8_t op, double x, double y) {
+  switch (op) {
+    case kLess: return x < y;
+    case kLessOrEqual: return x <= y;
+    case kGreater: return x > y;
+    case kGreaterOrEqual: return x >= y;
+    case kStrictEqual: case kLooseEqual: return x == y;
+    default: return x != y;  // kStrictNotEqual, kLooseNotEqual
+  }
+}
+
 void pointSlotAt(const APMPStatementValue& statement, const V& name) {
   APMPSlot& slot = statement.slot();
   slot.name = name.asString();
@@ -1242,7 +1333,16 @@ void APMPEvaluator::compileWithin(const APMPStatementValue& statement, int nesti
     *out = argument.numberPayload();
     return true;
   }
-  return quickNumber(*argument.asStatement(), scope, out);
+  const APMPStatementValue& s = *argument.asStatement();
+  // The leaves of most expressions: a name read, here without a call.
+  if (s.operation() == kReadName) {
+    ++instructions_;
+    APMPScope::Binding* b = scope->lookup(s.slot());
+    if (!b || !b->value.isNumber()) return false;
+    *out = b->value.numberPayload();
+    return true;
+  }
+  return quickNumber(s, scope, out);
 }
 
 [[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::quickArgument(
@@ -1263,36 +1363,25 @@ void APMPEvaluator::compileWithin(const APMPStatementValue& statement, int nesti
 
 APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::uint8_t op,
                                       APMPScope* scope) {
+  // Arithmetic and comparisons on numbers: the operands as doubles, no values made on the way.
+  if (op >= kAdd && op <= kLooseNotEqual && !(statement.operationFlags() & kNotNumeric)) {
+    std::uint64_t mark = instructions_;
+    double stack[kNumberStack];
+    if (quickNumbers(statement, scope, stack)) {
+      if (op <= kRemainder) return V::number(stack[0]);
+      return V::boolean(compare(op, stack[0], stack[1]));
+    }
+    // Some operand is no number: this statement takes the general path from now on.
+    instructions_ = mark;
+    dropped_ = false;
+    statement.addOperationFlags(kNotNumeric);
+  }
   ++instructions_;
   const auto& args = statement.arguments();
   if (op == kReadName) {
     APMPScope::Binding* b = scope->lookup(statement.slot());
     if (!b) return drop();
     return b->value;
-  }
-  // Arithmetic and comparisons on numbers: the operands as doubles, no values made on the way.
-  if (op >= kAdd && op <= kLooseNotEqual && !(statement.operationFlags() & kNotNumeric)) {
-    std::uint64_t mark = instructions_;
-    double x, y;
-    if (quickNumberArgument(args[0], scope, &x) && quickNumberArgument(args[1], scope, &y)) {
-      switch (op) {
-        case kAdd: return V::number(x + y);
-        case kSubtract: return V::number(x - y);
-        case kMultiply: return V::number(x * y);
-        case kDivide: return V::number(x / y);
-        case kRemainder: return V::number(remainderOf(x, y));
-        case kLess: return V::boolean(x < y);
-        case kLessOrEqual: return V::boolean(x <= y);
-        case kGreater: return V::boolean(x > y);
-        case kGreaterOrEqual: return V::boolean(x >= y);
-        case kStrictEqual: case kLooseEqual: return V::boolean(x == y);
-        default: return V::boolean(x != y);  // kStrictNotEqual, kLooseNotEqual
-      }
-    }
-    // Some operand is no number: this statement takes the general path from now on.
-    instructions_ = mark;
-    dropped_ = false;
-    statement.addOperationFlags(kNotNumeric);
   }
   int c = statement.command();
   switch (c) {
@@ -1365,6 +1454,55 @@ APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::
   }
 }
 
+bool APMPEvaluator::quickNumbers(const APMPStatementValue& e, APMPScope* scope, double* stack) {
+  if (e.numberForm() == 0) buildNumberForm(e);
+  if (e.numberForm() == 1) return runNumberSteps(e, scope, stack);
+  ++instructions_;
+  const auto& args = e.arguments();
+  if (!quickNumberArgument(args[0], scope, &stack[0]) || !quickNumberArgument(args[1], scope, &stack[1])) {
+    return false;
+  }
+  if (e.operation() <= kRemainder) stack[0] = combine(e.operation(), stack[0], stack[1]);
+  return true;
+}
+
+bool APMPEvaluator::runNumberSteps(const APMPStatementValue& e, APMPScope* scope, double* stack) {
+  instructions_ += e.numberCount();
+  double* top = stack;  // the next free place
+  for (const APMPNumberStep& step : e.numberSteps()) {
+    switch (step.kind) {
+      case kPushLiteral: *top++ = step.literal; break;
+      case kPushName: {
+        APMPScope::Binding* b = scope->lookup(*step.slot);
+        if (!b || !b->value.isNumber()) return false;
+        *top++ = b->value.numberPayload();
+        break;
+      }
+      case kPushEntry: {
+        APMPScope::Binding* b = scope->lookup(*step.slot);
+        if (!b) return false;
+        const V& object = b->value;
+        if (object.isMap()) {
+          const V* v = object.asMap()->find(step.key->value());
+          if (!v || !v->isNumber()) return false;
+          *top++ = v->numberPayload();
+        } else if (object.isString() && step.key->equals("length")) {
+          *top++ = static_cast<double>(object.stringPayload().size());
+        } else {
+          return false;
+        }
+        break;
+      }
+      case kStepAdd: --top; top[-1] += top[0]; break;
+      case kStepSubtract: --top; top[-1] -= top[0]; break;
+      case kStepMultiply: --top; top[-1] *= top[0]; break;
+      case kStepDivide: --top; top[-1] /= top[0]; break;
+      default: --top; top[-1] = remainderOf(top[-1], top[0]); break;
+    }
+  }
+  return true;
+}
+
 bool APMPEvaluator::quickNumber(const APMPStatementValue& statement, APMPScope* scope,
                                 double* out) {
   ++instructions_;
@@ -1390,52 +1528,56 @@ bool APMPEvaluator::quickNumber(const APMPStatementValue& statement, APMPScope* 
       }
       return true;
     }
-    case kReadProperty: {
-      // The object: a name's value read where it is bound, or any other expression's value.
-      const V* object = &args[0];
-      V held;
-      if (args[0].isStatement()) {
-        const APMPStatementValue& read = *args[0].asStatement();
-        if (read.operation() == kReadName) {
-          ++instructions_;
-          APMPScope::Binding* b = scope->lookup(read.slot());
-          if (!b) return false;
-          object = &b->value;
-        } else {
-          held = quickArgument(args[0], scope);
-          if (dropped_) return false;
-          object = &held;
-        }
-      }
-      const V& key = args[1];
-      if (key.isString()) {
-        if (object->isMap()) {
-          const V* v = object->asMap()->find(key.stringPayload());
-          if (!v || !v->isNumber()) return false;
-          *out = v->numberPayload();
-          return true;
-        }
-        if (object->isString() && key.asString()->equals("length")) {
-          *out = static_cast<double>(object->stringPayload().size());
-          return true;
-        }
-        return false;
-      }
-      if (!object->isArray()) return false;
-      double d;
-      if (!quickNumberArgument(key, scope, &d)) return false;
-      APMPArrayValue* a = object->asArray();
-      if (!(d >= 0 && d < static_cast<double>(a->size()) &&
-            d == static_cast<double>(static_cast<std::size_t>(d)))) {
-        return false;
-      }
-      const V& element = a->at(static_cast<std::size_t>(d));
-      if (!element.isNumber()) return false;
-      *out = element.numberPayload();
-      return true;
-    }
+    case kReadProperty: return quickNumberProperty(statement, scope, out);
     default: return false;
   }
+}
+
+bool APMPEvaluator::quickNumberProperty(const APMPStatementValue& statement, APMPScope* scope,
+                                        double* out) {
+  const auto& args = statement.arguments();
+  // The object: a name's value read where it is bound, or any other expression's value.
+  const V* object = &args[0];
+  V held;
+  if (args[0].isStatement()) {
+    const APMPStatementValue& read = *args[0].asStatement();
+    if (read.operation() == kReadName) {
+      ++instructions_;
+      APMPScope::Binding* b = scope->lookup(read.slot());
+      if (!b) return false;
+      object = &b->value;
+    } else {
+      held = quickArgument(args[0], scope);
+      if (dropped_) return false;
+      object = &held;
+    }
+  }
+  const V& key = args[1];
+  if (key.isString()) {
+    if (object->isMap()) {
+      const V* v = object->asMap()->find(key.stringPayload());
+      if (!v || !v->isNumber()) return false;
+      *out = v->numberPayload();
+      return true;
+    }
+    if (object->isString() && key.asString()->equals("length")) {
+      *out = static_cast<double>(object->stringPayload().size());
+      return true;
+    }
+    return false;
+  }
+  if (!object->isArray()) return false;
+  double d;
+  if (!quickNumberArgument(key, scope, &d)) return false;
+  APMPArrayValue* a = object->asArray();
+  if (!(d >= 0 && d < static_cast<double>(a->size()) &&
+        d == static_cast<double>(static_cast<std::size_t>(d)))) {
+    return false;
+  }
+  const V& element = a->at(static_cast<std::size_t>(d));
+  if (!element.isNumber()) return false;
+  *out = element.numberPayload();
+  return true;
 }
 
 APMPRuntimeValue APMPEvaluator::quickSum(const APMPRuntimeValue& a, const APMPRuntimeValue& b) {
@@ -1474,7 +1616,11 @@ APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
     return false;
   }
   std::uint64_t mark = instructions_;
-  if (quickNumber(e, scope, out)) return true;
+  double stack[kNumberStack];
+  if (quickNumbers(e, scope, stack)) {
+    *out = stack[0];
+    return true;
+  }
   instructions_ = mark;
   dropped_ = false;
   e.addOperationFlags(kNotNumeric);
@@ -1493,18 +1639,9 @@ APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
     return false;
   }
   std::uint64_t mark = instructions_;
-  ++instructions_;
-  const auto& args = e.arguments();
-  double x, y;
-  if (quickNumberArgument(args[0], scope, &x) && quickNumberArgument(args[1], scope, &y)) {
-    switch (op) {
-      case kLess: *out = x < y; break;
-      case kLessOrEqual: *out = x <= y; break;
-      case kGreater: *out = x > y; break;
-      case kGreaterOrEqual: *out = x >= y; break;
-      case kStrictEqual: case kLooseEqual: *out = x == y; break;
-      default: *out = x != y; break;
-    }
+  double stack[kNumberStack];
+  if (quickNumbers(e, scope, stack)) {
+    *out = compare(op, stack[0], stack[1]);
     return true;
   }
   instructions_ = mark;

@@ -116,6 +116,8 @@ class APMPEvaluator {
  public:
   static constexpr std::uint64_t kInstructionBudget = 1000000;
   static constexpr int kMaxDepth = 800;
+  // The deepest stack of doubles a flat arithmetic expression may need.
+  static constexpr int kNumberStack = 16;
 
   APMPEvaluator();
   ~APMPEvaluator();
@@ -231,7 +233,14 @@ class APMPEvaluator {
   // `out`. Counts as quick counts; false where some operand is no number, with nothing
   // observed (the caller takes the count back and goes the general way).
   bool quickNumber(const APMPStatementValue& statement, APMPScope* scope, double* out);
+  // For an arithmetic statement (its result) or a comparison (its two operands) `e` whose
+  // operands are numbers: the doubles on `stack` (kNumberStack long), counted as quick counts;
+  // false where some operand is no number. Runs e's flat number form where it has one.
+  bool quickNumbers(const APMPStatementValue& e, APMPScope* scope, double* stack);
+  [[gnu::noinline]] bool runNumberSteps(const APMPStatementValue& e, APMPScope* scope, double* stack);
   bool quickNumberArgument(const APMPRuntimeValue& argument, APMPScope* scope, double* out);
+  [[gnu::noinline]] bool quickNumberProperty(const APMPStatementValue& statement, APMPScope* scope,
+                                             double* out);
   APMPRuntimeValue executeCall(const APMPStatementValue& statement, APMPScope* scope);
   APMPRuntimeValue executeFor(const APMPStatementValue& statement, APMPScope* scope);
   [[gnu::noinline]] APMPRuntimeValue readPropertySlowly(const APMPRuntimeValue& object,
