@@ -483,6 +483,8 @@ struct APMPNumberStep {
   double literal = 0;
   APMPSlot* slot = nullptr;
   const APMPStringValue* key = nullptr;
+  // Where `key` was found among a map's entries the last time (a guess, checked on use).
+  mutable std::uint32_t entryHint = 0;
 };
 
 // Unevaluated code: a command (its number as text in `functionName`) and its arguments.

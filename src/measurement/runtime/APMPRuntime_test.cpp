@@ -619,3 +619,32 @@ TEST(APMPRuntimeTest, RemainderKeepsTheSignOfTheDividend) {
 }
 
 }  // namespace
+
+namespace {
+
+// One property read inside arithmetic, run on objects that hold the key at different places,
+// on one without it, and on a string: each read finds what that object holds.
+TEST(APMPRuntimeTest, ArithmeticOnPropertiesReadsEachObjectsOwnEntry) {
+  Sandbox run;
+  // let f = function (o) { return o.x * 2 + o.length; };
+  // [f({x: 1, length: 0}), f({y: 7, length: 1, x: 5}), f({x: 1, length: 0}), f({y: 1}), f("abc")]
+  V f = P::function("", {"o"}, {P::ret(binary("0", binary("26", P::call("16", {P::var("o"), P::str("x")}), P::num(2)),
+                                               P::call("16", {P::var("o"), P::str("length")})))});
+  auto object = [](std::vector<std::pair<const char*, double>> entries) {
+    std::vector<V> args;
+    for (auto& [name, value] : entries) {
+      args.push_back(P::str(name));
+      args.push_back(P::num(value));
+    }
+    return P::call("8", std::move(args));
+  };
+  V r = run({P::let("f", f),
+             P::ret(P::call("7", {P::call("f", {object({{"x", 1}, {"length", 0}})}),
+                                  P::call("f", {object({{"y", 7}, {"length", 1}, {"x", 5}})}),
+                                  P::call("f", {object({{"x", 1}, {"length", 0}})}),
+                                  P::call("f", {object({{"y", 1}})}), P::call("f", {P::str("abc")})}))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "2,11,2,NaN,NaN");
+}
+
+}  // namespace
