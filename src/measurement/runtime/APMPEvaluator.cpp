@@ -1661,6 +1661,54 @@ APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
   return false;
 }
 
+[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::effect(const APMPRuntimeValue& argument,
+                                                                     APMPScope* scope) {
+  if (argument.isStatement()) {
+    const APMPStatementValue& s = *argument.asStatement();
+    // `name = name + x` in place, its instruction and depth counted as evalStatement counts
+    // them; where it does not apply, nothing was done and the general path runs.
+    std::uint8_t op = s.operation();
+    if (op >= kAssign && op <= kCall && !failed_ && instructions_ + 1 < kInstructionBudget &&
+        depth_ < kMaxDepth) {
+      ++instructions_;
+      ++depth_;
+      if (op == kAssignSum) {
+        bool done = addInPlace(s, scope, nullptr);
+        --depth_;
+        if (done) return {};
+        --instructions_;
+        return operand(argument, scope);
+      }
+      V r;
+      if (op == kCall) {
+        r = executeCall(s, scope);
+      } else {  // kAssign
+        const auto& args = s.arguments();
+        V value = valueOperand(args[1], scope);
+        if (!failed_) {
+          APMPScope::Binding* b = scope->lookup(s.slot());
+          if (!b || b->immutable) {
+            assignmentFailure(args[0], b != nullptr);
+          } else {
+            b->value = std::move(value);
+          }
+        }
+      }
+      --depth_;
+      if (failed_) return {};
+      return r;
+    }
+  }
+  return operand(argument, scope);
+}
+
+[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::valueOperand(const APMPRuntimeValue& argument,
+                                                                           APMPScope* scope) {
+  if (double d; numberOperand(argument, scope, &d)) return V::number(d);
+  if (bool b; conditionOperand(argument, scope, &b)) return V::boolean(b);
+  return operand(argument, scope);
+}
+
 [[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::operand(const APMPRuntimeValue& argument,
                                                                       APMPScope* scope) {
   if (!argument.isStatement()) return argument;
@@ -1702,13 +1750,13 @@ APMPRuntimeValue APMPEvaluator::runCallBody(const APMPRuntimeValue& body, APMPSc
         --depth_;
         return fail(kAPMPErrorCodeBudgetExceeded, "Maximum call depth exceeded");
       }
-      V data = args.empty() ? V() : operand(args[0], scope);
+      V data = args.empty() ? V() : valueOperand(args[0], scope);
       --depth_;
       if (failed_) return {};
       *returned = true;
       return data;
     }
-    last = operand(element, scope);
+    last = effect(element, scope);
     if (failed_) return {};
     if (last.isControl()) return last;
   }
@@ -1759,7 +1807,7 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
     if (failed_) return true;
     b->value = std::move(sumValue);
   }
-  *out = b->value;
+  if (out) *out = b->value;
   return true;
 }
 
@@ -1819,13 +1867,8 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
       [[fallthrough]];
     }
     case kAssign: {
-      V value;
-      if (double d; numberOperand(args[1], scope, &d)) {
-        value = V::number(d);
-      } else {
-        value = operand(args[1], scope);
-        if (failed_) return {};
-      }
+      V value = valueOperand(args[1], scope);
+      if (failed_) return {};
       APMPScope::Binding* b = scope->lookup(statement.slot());
       if (!b || b->immutable) return assignmentFailure(args[0], b != nullptr);
       b->value = value;
@@ -1833,7 +1876,7 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
     }
     case kCall: return executeCall(statement, scope);
     case kReturn: {
-      V data = args.empty() ? V() : operand(args[0], scope);
+      V data = args.empty() ? V() : valueOperand(args[0], scope);
       if (failed_) return {};
       return returnSignal(std::move(data));
     }
@@ -1916,7 +1959,7 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
     if (plain) {
       for (std::size_t i = 0; i < plain->size(); ++i) {
         V element = plain->at(i);  // held: the program may change the list it runs
-        r = operand(element, loopScope);
+        r = effect(element, loopScope);
         if (failed_ || r.isControl()) break;
       }
     } else {
@@ -1931,7 +1974,7 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
         break;
       }
     }
-    eval(args[2], loopScope);
+    effect(args[2], loopScope);
   }
   loopScope->release();
   if (failed_) return {};

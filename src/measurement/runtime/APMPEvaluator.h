@@ -259,9 +259,15 @@ class APMPEvaluator {
   // where the fast path does not apply; the caller then runs operand().
   bool numberOperand(const APMPRuntimeValue& argument, APMPScope* scope, double* out);
   bool conditionOperand(const APMPRuntimeValue& argument, APMPScope* scope, bool* out);
+  // operand() for a statement whose value only matters when it is a control signal (an
+  // element of a loop's or a function's body): yields undefined for any other value.
+  APMPRuntimeValue effect(const APMPRuntimeValue& argument, APMPScope* scope);
+  // operand() through numberOperand or conditionOperand where one applies.
+  APMPRuntimeValue valueOperand(const APMPRuntimeValue& argument, APMPScope* scope);
   // Evaluates an argument as eval does, with a name read inline.
   APMPRuntimeValue operand(const APMPRuntimeValue& argument, APMPScope* scope);
-  // `name = name + x` in the binding itself; false (nothing done) when it does not apply.
+  // `name = name + x` in the binding itself, its value in `out` (when not null); false
+  // (nothing done) when it does not apply.
   bool addInPlace(const APMPStatementValue& statement, APMPScope* scope, APMPRuntimeValue* out);
   APMPRuntimeValue dispatch(const APMPStatementValue& statement, APMPScope* scope);
   [[gnu::noinline]] bool budgetExceeded();

@@ -589,7 +589,7 @@ TEST(APMPRuntimeTest, ArithmeticGivesTheSameWhenItsOperandsChangeKind) {
     V result = (*cut)(program());
     return cut;
   };
-  for (std::uint64_t left = 1; left <= count; left += 5) {
+  for (std::uint64_t left = 1; left <= count; ++left) {
     auto cut = runWithLeft(left);
     EXPECT_EQ(cut->error.code, kAPMPErrorCodeBudgetExceeded) << left;
     EXPECT_EQ(cut->runtime.getInstructionCount(), APMPEvaluator::kInstructionBudget) << left;
@@ -645,6 +645,50 @@ TEST(APMPRuntimeTest, ArithmeticOnPropertiesReadsEachObjectsOwnEntry) {
                                   P::call("f", {object({{"y", 1}})}), P::call("f", {P::str("abc")})}))});
   ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
   EXPECT_EQ(r.stringValue(), "2,11,2,NaN,NaN");
+}
+
+}  // namespace
+
+namespace {
+
+// Statements in loop and function bodies, whose values nobody reads, still fail, count and
+// pass their signals as anywhere else.
+TEST(APMPRuntimeTest, BodyStatementsFailAndSignalAsAnywhereElse) {
+  auto loop = [](std::vector<V> body) {
+    return P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(5)),
+                          P::assign("i", binary("0", P::var("i"), P::num(1))), P::list(std::move(body))});
+  };
+  // Writing a constant, in a loop and in a function: code 10, the old value kept.
+  for (bool inFunction : {false, true}) {
+    Sandbox run;
+    std::vector<V> program = {P::call("52", {P::str("k"), P::num(1)}), P::let("n", P::num(0))};
+    V writes = loop({P::assign("n", binary("0", P::var("n"), P::num(1))), P::assign("k", P::var("i"))});
+    if (inFunction) {
+      program.push_back(P::let("f", P::function("", {}, {writes})));
+      program.push_back(P::call("f"));
+    } else {
+      program.push_back(writes);
+    }
+    run(std::move(program));
+    EXPECT_EQ(run.error.code, kAPMPErrorCodeWrongArgumentKind) << inFunction;
+    EXPECT_EQ(run.error.localizedDescription, "Assignment to constant variable k");
+    EXPECT_EQ(run.runtime.getRunScope()->valueForName("k")->numberPayload(), 1);
+    EXPECT_EQ(run.runtime.getRunScope()->valueForName("n")->numberPayload(), 1);
+  }
+  // A call whose function returns a break signal as its value ends the loop it stands in;
+  // a sum onto a name that is not bound fails with the name.
+  Sandbox run;
+  V stop = P::function("", {}, {P::call("22", {binary("12", P::var("n"), P::num(3)),
+                                               P::list({P::ret(P::call("4"))})})});
+  V r = run({P::let("n", P::num(0)), P::let("stop", stop),
+             loop({P::assign("n", binary("0", P::var("n"), P::num(1))), P::call("stop")}),
+             P::ret(P::var("n"))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.numberPayload(), 3);
+  Sandbox unbound;
+  unbound({loop({P::assign("m", binary("0", P::var("m"), P::num(1)))})});
+  EXPECT_EQ(unbound.error.code, kAPMPErrorCodeWrongArgumentKind);
+  EXPECT_EQ(unbound.error.localizedDescription, "m is not defined");
 }
 
 }  // namespace
