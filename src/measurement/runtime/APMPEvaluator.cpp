@@ -1163,7 +1163,7 @@ void buildNumberForm(const APMPStatementValue& e) {
   e.setNumberForm(std::move(steps), count);
 }
 
-inline double combine(std::uint8_t op, double x, double y) {
+[[gnu::always_inline]] inline double combine(std::uint8_t op, double x, double y) {
   switch (op) {
     case kAdd: return x + y;
     case kSubtract: return x - y;
@@ -1173,7 +1173,7 @@ inline double combine(std::uint8_t op, double x, double y) {
   }
 }
 
-inline bool compare(std::uint8_t op, double x, double y) {
+[[gnu::always_inline]] inline bool compare(std::uint8_t op, double x, double y) {
   switch (op) {
     case kLess: return x < y;
     case kLessOrEqual: return x <= y;
@@ -1668,8 +1668,8 @@ APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
     // `name = name + x` in place, its instruction and depth counted as evalStatement counts
     // them; where it does not apply, nothing was done and the general path runs.
     std::uint8_t op = s.operation();
-    if (op >= kAssign && op <= kCall && !failed_ && instructions_ + 1 < kInstructionBudget &&
-        depth_ < kMaxDepth) {
+    if (((op >= kAssign && op <= kCall) || op == kIf) && !failed_ &&
+        instructions_ + 1 < kInstructionBudget && depth_ < kMaxDepth) {
       ++instructions_;
       ++depth_;
       if (op == kAssignSum) {
@@ -1682,6 +1682,20 @@ APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
       V r;
       if (op == kCall) {
         r = executeCall(s, scope);
+      } else if (op == kIf) {
+        const auto& args = s.arguments();
+        bool taken;
+        if (!conditionOperand(args[0], scope, &taken)) {
+          V condition = operand(args[0], scope);
+          taken = !failed_ && condition.booleanValue();
+        }
+        if (!failed_) {
+          if (taken) {
+            r = runBody(args[1], scope, *this);
+          } else if (args.size() == 3) {
+            r = runBody(args[2], scope, *this);
+          }
+        }
       } else {  // kAssign
         const auto& args = s.arguments();
         V value = valueOperand(args[1], scope);
@@ -1773,7 +1787,7 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
   if (!number && !(b->value.isString() && b->value.object()->referenceCount() == 1)) return false;
   // The sum and the read of the name.
   if (!tick() || !tick()) return true;
-  V r;
+  const V* x = &rightArgument;
   if (statement.operationFlags() & kSumOfName) {
     if (!tick()) return true;
     const APMPStatementValue& read = *rightArgument.asStatement();
@@ -1783,13 +1797,16 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
       fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(read.arguments()[0].stringPayload()));
       return true;
     }
-    r = rb->value;
-  } else {
-    r = rightArgument;
+    x = &rb->value;
   }
-  if (number && r.isNumber()) {
-    b->value = V::number(b->value.numberPayload() + r.numberPayload());
-  } else if (!number && b->value.object()->referenceCount() == 1 && (r.isString() || r.isNumber())) {
+  if (number && x->isNumber()) {
+    b->value.setNumber(b->value.numberPayload() + x->numberPayload());
+    if (out) *out = b->value;
+    return true;
+  }
+  // Held: the sum replaces the name's value, which x may be (`s = s + s`).
+  V r = *x;
+  if (!number && b->value.object()->referenceCount() == 1 && (r.isString() || r.isNumber())) {
     bool ok;
     if (r.isString()) {
       ok = b->value.asString()->appendInPlace(r.stringPayload());

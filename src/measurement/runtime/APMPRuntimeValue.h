@@ -105,6 +105,12 @@ class APMPRuntimeValue {
     bits_ = bits;
     return *this;
   }
+  // Makes this value the number `d`, letting go of what it held.
+  void setNumber(double d) {
+    release();
+    kind_ = APMPValueKind::kNumber;
+    number_ = d;
+  }
   void swap(APMPRuntimeValue& other) noexcept {
     std::swap(kind_, other.kind_);
     std::swap(bits_, other.bits_);
