@@ -972,7 +972,8 @@ APMPRuntimeValue APMPEvaluator::run(const APMPRuntimeValue& statements, APMPScop
   V last;
   for (std::size_t i = 0; i < list->size(); ++i) {
     V statement = list->at(i);
-    last = eval(statement, scope);
+    // Only the last statement's value is the list's; the others only matter as signals.
+    last = i + 1 < list->size() ? effect(statement, scope) : eval(statement, scope);
     if (failed_) return {};
     if (last.isControl()) return last;
   }
