@@ -45,8 +45,12 @@
 // instead of searching the chain by name. Name reads among the operands of a statement run
 // inline. Numbers, booleans, undefined and null never allocate; strings are shared, and
 // `name = name + x` grows a string nobody else holds in place; a call's scope is reused when
-// nothing kept it. None of this changes what a program sees, its instruction count or where
-// it fails.
+// nothing kept it. Arithmetic and comparisons whose operands are numbers run on doubles
+// (nested arithmetic as flat steps on a small stack, counted at once), and a statement that
+// turns out once not to be one goes the general way from then on. The statements of a loop's
+// or a function's body, whose values nobody reads, skip the general statement path, and a
+// `return` in a function's own body hands its value straight to the call. None of this
+// changes what a program sees, its instruction count or where it fails.
 //
 // Limits: each evaluation counts one instruction; at kInstructionBudget the run fails with
 // code 18. Evaluations nest at most kMaxDepth deep (a recursion past it fails with code 18,
