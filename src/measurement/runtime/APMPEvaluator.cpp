@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -133,6 +134,33 @@ V add(const V& a, const V& b, APMPEvaluator& ev) {
   return V::string(std::move(s));
 }
 
+// a == b, without a library call for the short texts that names mostly are.
+[[gnu::always_inline]] inline bool sameText(const std::string& a, const std::string& b) {
+  std::size_t n = a.size();
+  if (n != b.size()) return false;
+  if (n <= 8) {
+    for (std::size_t i = 0; i < n; ++i) {
+      if (a[i] != b[i]) return false;
+    }
+    return true;
+  }
+  return std::memcmp(a.data(), b.data(), n) == 0;
+}
+
+// fmod(x, y), with whole numbers (the common case) by integer division: the same result,
+// the sign of a zero remainder the dividend's.
+inline double remainderOf(double x, double y) {
+  constexpr double kWhole = 9007199254740992.0;  // 2^53
+  if (x >= -kWhole && x <= kWhole && y >= -kWhole && y <= kWhole) {
+    auto a = static_cast<std::int64_t>(x), b = static_cast<std::int64_t>(y);
+    if (static_cast<double>(a) == x && static_cast<double>(b) == y && b != 0) {
+      std::int64_t r = a % b;
+      return r == 0 ? std::copysign(0.0, x) : static_cast<double>(r);
+    }
+  }
+  return std::fmod(x, y);
+}
+
 // a < b by ECMAScript's abstract relational comparison: 1 true, 0 false, -1 undefined (NaN).
 int lessThan(const V& a, const V& b) {
   if (a.isNumber() && b.isNumber()) {
@@ -180,7 +208,7 @@ class APMPMathCommandEvaluator final : public APMPCommandEvaluator {
     switch (c) {
       case 0: return add(a, b, ev);
       case 10: return V::number(a.doubleValue() / b.doubleValue());
-      case 25: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
+      case 25: return V::number(remainderOf(a.doubleValue(), b.doubleValue()));
       case 26: return V::number(a.doubleValue() * b.doubleValue());
       case 37: return V::number(a.doubleValue() - b.doubleValue());
       default: return a;  // 32, 33
@@ -944,7 +972,8 @@ APMPRuntimeValue APMPEvaluator::run(const APMPRuntimeValue& statements, APMPScop
   V last;
   for (std::size_t i = 0; i < list->size(); ++i) {
     V statement = list->at(i);
-    last = eval(statement, scope);
+    // Only the last statement's value is the list's; the others only matter as signals.
+    last = i + 1 < list->size() ? effect(statement, scope) : eval(statement, scope);
     if (failed_) return {};
     if (last.isControl()) return last;
   }
@@ -1032,7 +1061,8 @@ APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
     }
   }
   // The caller holds this function, and with it the body.
-  V r = evaluator.runCallBody(body_, callScope);
+  bool returned = false;
+  V r = evaluator.runCallBody(body_, callScope, &returned);
   // A scope that nothing else holds now is kept for the next call (a recursive call may
   // have left one already).
   if (!spareScope_ && callScope->referenceCount() == 1 && callScope->parent() == scope_ &&
@@ -1042,6 +1072,7 @@ APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
     callScope->release();
   }
   evaluator.leave();
+  if (returned) return r;
   if (r.isControl() && r.asControl()->type() == APMPControlValue::Type::kReturn) {
     return evaluator.returnedData(r);
   }
@@ -1073,6 +1104,100 @@ enum Operation : std::uint8_t {
 
 // Flags of kAssignSum: what x is.
 enum : std::uint8_t { kSumOfName = 1 };
+// Flag of the arithmetic and comparison operations: an operand was once no number, so the
+// fast path does not try doubles first.
+enum : std::uint8_t { kNotNumeric = 2 };
+
+// The kinds of APMPNumberStep: pushes, then the operations on the top two, in the order of
+// kAdd..kRemainder.
+enum NumberStepKind : std::uint8_t {
+  kPushLiteral, kPushName, kPushEntry, kStepAdd, kStepSubtract, kStepMultiply, kStepDivide,
+  kStepRemainder,
+};
+
+// Appends the steps of `argument` at stack height `height`: a literal number, a name read, a
+// read of a name's value under a literal key, or arithmetic of those. Adds the statements it
+// stands for to `count` and keeps the highest stack in `most`. False when it has no such form.
+bool flattenNumber(const V& argument, std::vector<APMPNumberStep>& steps, int height, int& most,
+                   std::uint32_t& count) {
+  if (!argument.isStatement()) {
+    if (!argument.isNumber()) return false;
+    steps.push_back({kPushLiteral, argument.numberPayload(), nullptr, nullptr});
+  } else {
+    const APMPStatementValue& s = *argument.asStatement();
+    const auto& args = s.arguments();
+    std::uint8_t op = s.operation();
+    if (op == kReadName) {
+      steps.push_back({kPushName, 0, &s.slot(), nullptr});
+      count += 1;
+    } else if (op == kReadProperty) {
+      if (!args[1].isString() || !args[0].isStatement() ||
+          args[0].asStatement()->operation() != kReadName) {
+        return false;
+      }
+      steps.push_back({kPushEntry, 0, &args[0].asStatement()->slot(), args[1].asString()});
+      count += 2;
+    } else if (op >= kAdd && op <= kRemainder) {
+      if (!flattenNumber(args[0], steps, height, most, count) ||
+          !flattenNumber(args[1], steps, height + 1, most, count)) {
+        return false;
+      }
+      steps.push_back({static_cast<std::uint8_t>(kStepAdd + (op - kAdd)), 0, nullptr, nullptr});
+      count += 1;
+      return true;
+    } else {
+      return false;
+    }
+  }
+  most = std::max(most, height + 1);
+  return most <= APMPEvaluator::kNumberStack;
+}
+
+// Gives an arithmetic or comparison statement its flat number form, or marks it as having none.
+void buildNumberForm(const APMPStatementValue& e) {
+  std::vector<APMPNumberStep> steps;
+  int most = 0;
+  std::uint32_t count = 1;
+  const auto& args = e.arguments();
+  // One operation on two names or literals runs faster directly.
+  auto nested = [](const V& a) {
+    return a.isStatement() && a.asStatement()->operation() >= kAdd &&
+           (a.asStatement()->operation() <= kRemainder || a.asStatement()->operation() == kReadProperty);
+  };
+  if (!nested(args[0]) && !nested(args[1])) {
+    e.setNoNumberForm();
+    return;
+  }
+  if (!flattenNumber(args[0], steps, 0, most, count) || !flattenNumber(args[1], steps, 1, most, count)) {
+    e.setNoNumberForm();
+    return;
+  }
+  if (e.operation() <= kRemainder) {
+    steps.push_back({static_cast<std::uint8_t>(kStepAdd + (e.operation() - kAdd)), 0, nullptr, nullptr});
+  }
+  e.setNumberForm(std::move(steps), count);
+}
+
+[[gnu::always_inline]] inline double combine(std::uint8_t op, double x, double y) {
+  switch (op) {
+    case kAdd: return x + y;
+    case kSubtract: return x - y;
+    case kMultiply: return x * y;
+    case kDivide: return x / y;
+    default: return remainderOf(x, y);
+  }
+}
+
+[[gnu::always_inline]] inline bool compare(std::uint8_t op, double x, double y) {
+  switch (op) {
+    case kLess: return x < y;
+    case kLessOrEqual: return x <= y;
+    case kGreater: return x > y;
+    case kGreaterOrEqual: return x >= y;
+    case kStrictEqual: case kLooseEqual: return x == y;
+    default: return x != y;  // kStrictNotEqual, kLooseNotEqual
+  }
+}
 
 void pointSlotAt(const APMPStatementValue& statement, const V& name) {
   APMPSlot& slot = statement.slot();
@@ -1216,6 +1341,25 @@ void APMPEvaluator::compileWithin(const APMPStatementValue& statement, int nesti
   measureExpression(statement, nesting);
 }
 
+[[gnu::always_inline]] inline bool APMPEvaluator::quickNumberArgument(const APMPRuntimeValue& argument,
+                                                                   APMPScope* scope, double* out) {
+  if (!argument.isStatement()) {
+    if (!argument.isNumber()) return false;
+    *out = argument.numberPayload();
+    return true;
+  }
+  const APMPStatementValue& s = *argument.asStatement();
+  // The leaves of most expressions: a name read, here without a call.
+  if (s.operation() == kReadName) {
+    ++instructions_;
+    APMPScope::Binding* b = scope->lookup(s.slot());
+    if (!b || !b->value.isNumber()) return false;
+    *out = b->value.numberPayload();
+    return true;
+  }
+  return quickNumber(s, scope, out);
+}
+
 [[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::quickArgument(
     const APMPRuntimeValue& argument, APMPScope* scope) {
   if (!argument.isStatement()) return argument;
@@ -1234,6 +1378,19 @@ void APMPEvaluator::compileWithin(const APMPStatementValue& statement, int nesti
 
 APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::uint8_t op,
                                       APMPScope* scope) {
+  // Arithmetic and comparisons on numbers: the operands as doubles, no values made on the way.
+  if (op >= kAdd && op <= kLooseNotEqual && !(statement.operationFlags() & kNotNumeric)) {
+    std::uint64_t mark = instructions_;
+    double stack[kNumberStack];
+    if (quickNumbers(statement, scope, stack)) {
+      if (op <= kRemainder) return V::number(stack[0]);
+      return V::boolean(compare(op, stack[0], stack[1]));
+    }
+    // Some operand is no number: this statement takes the general path from now on.
+    instructions_ = mark;
+    dropped_ = false;
+    statement.addOperationFlags(kNotNumeric);
+  }
   ++instructions_;
   const auto& args = statement.arguments();
   if (op == kReadName) {
@@ -1273,7 +1430,7 @@ APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::
       if (numbers) return V::number(a.numberPayload() + b.numberPayload());
       return quickSum(a, b);
     case 10: return V::number(a.doubleValue() / b.doubleValue());
-    case 25: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
+    case 25: return V::number(remainderOf(a.doubleValue(), b.doubleValue()));
     case 26: return V::number(a.doubleValue() * b.doubleValue());
     case 37: return V::number(a.doubleValue() - b.doubleValue());
     case 32: case 33: return a;
@@ -1312,6 +1469,143 @@ APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::
   }
 }
 
+[[gnu::always_inline]] inline bool APMPEvaluator::quickNumbers(const APMPStatementValue& e,
+                                                             APMPScope* scope, double* stack) {
+  if (e.numberForm() == 0) buildNumberForm(e);
+  if (e.numberForm() == 1) return runNumberSteps(e, scope, stack);
+  ++instructions_;
+  const auto& args = e.arguments();
+  if (!quickNumberArgument(args[0], scope, &stack[0]) || !quickNumberArgument(args[1], scope, &stack[1])) {
+    return false;
+  }
+  if (e.operation() <= kRemainder) stack[0] = combine(e.operation(), stack[0], stack[1]);
+  return true;
+}
+
+bool APMPEvaluator::runNumberSteps(const APMPStatementValue& e, APMPScope* scope, double* stack) {
+  instructions_ += e.numberCount();
+  double* top = stack;  // the next free place
+  for (const APMPNumberStep& step : e.numberSteps()) {
+    switch (step.kind) {
+      case kPushLiteral: *top++ = step.literal; break;
+      case kPushName: {
+        APMPScope::Binding* b = scope->lookup(*step.slot);
+        if (!b || !b->value.isNumber()) return false;
+        *top++ = b->value.numberPayload();
+        break;
+      }
+      case kPushEntry: {
+        APMPScope::Binding* b = scope->lookup(*step.slot);
+        if (!b) return false;
+        const V& object = b->value;
+        if (object.isMap()) {
+          const auto& entries = object.asMap()->entries();
+          const std::string& key = step.key->value();
+          std::uint32_t at = step.entryHint;
+          if (at >= entries.size() || !sameText(entries[at].first, key)) {
+            const V* v = object.asMap()->find(key);
+            if (!v) return false;
+            at = 0;
+            while (&entries[at].second != v) ++at;
+            step.entryHint = at;
+          }
+          const V& v = entries[at].second;
+          if (!v.isNumber()) return false;
+          *top++ = v.numberPayload();
+        } else if (object.isString() && step.key->equals("length")) {
+          *top++ = static_cast<double>(object.stringPayload().size());
+        } else {
+          return false;
+        }
+        break;
+      }
+      case kStepAdd: --top; top[-1] += top[0]; break;
+      case kStepSubtract: --top; top[-1] -= top[0]; break;
+      case kStepMultiply: --top; top[-1] *= top[0]; break;
+      case kStepDivide: --top; top[-1] /= top[0]; break;
+      default: --top; top[-1] = remainderOf(top[-1], top[0]); break;
+    }
+  }
+  return true;
+}
+
+bool APMPEvaluator::quickNumber(const APMPStatementValue& statement, APMPScope* scope,
+                                double* out) {
+  ++instructions_;
+  const auto& args = statement.arguments();
+  switch (statement.operation()) {
+    case kReadName: {
+      APMPScope::Binding* b = scope->lookup(statement.slot());
+      if (!b || !b->value.isNumber()) return false;
+      *out = b->value.numberPayload();
+      return true;
+    }
+    case kAdd: case kSubtract: case kMultiply: case kDivide: case kRemainder: {
+      double x, y;
+      if (!quickNumberArgument(args[0], scope, &x) || !quickNumberArgument(args[1], scope, &y)) {
+        return false;
+      }
+      switch (statement.operation()) {
+        case kAdd: *out = x + y; break;
+        case kSubtract: *out = x - y; break;
+        case kMultiply: *out = x * y; break;
+        case kDivide: *out = x / y; break;
+        default: *out = remainderOf(x, y); break;
+      }
+      return true;
+    }
+    case kReadProperty: return quickNumberProperty(statement, scope, out);
+    default: return false;
+  }
+}
+
+bool APMPEvaluator::quickNumberProperty(const APMPStatementValue& statement, APMPScope* scope,
+                                        double* out) {
+  const auto& args = statement.arguments();
+  // The object: a name's value read where it is bound, or any other expression's value.
+  const V* object = &args[0];
+  V held;
+  if (args[0].isStatement()) {
+    const APMPStatementValue& read = *args[0].asStatement();
+    if (read.operation() == kReadName) {
+      ++instructions_;
+      APMPScope::Binding* b = scope->lookup(read.slot());
+      if (!b) return false;
+      object = &b->value;
+    } else {
+      held = quickArgument(args[0], scope);
+      if (dropped_) return false;
+      object = &held;
+    }
+  }
+  const V& key = args[1];
+  if (key.isString()) {
+    if (object->isMap()) {
+      const V* v = object->asMap()->find(key.stringPayload());
+      if (!v || !v->isNumber()) return false;
+      *out = v->numberPayload();
+      return true;
+    }
+    if (object->isString() && key.asString()->equals("length")) {
+      *out = static_cast<double>(object->stringPayload().size());
+      return true;
+    }
+    return false;
+  }
+  if (!object->isArray()) return false;
+  double d;
+  if (!quickNumberArgument(key, scope, &d)) return false;
+  APMPArrayValue* a = object->asArray();
+  if (!(d >= 0 && d < static_cast<double>(a->size()) &&
+        d == static_cast<double>(static_cast<std::size_t>(d)))) {
+    return false;
+  }
+  const V& element = a->at(static_cast<std::size_t>(d));
+  if (!element.isNumber()) return false;
+  *out = element.numberPayload();
+  return true;
+}
+
 APMPRuntimeValue APMPEvaluator::quickSum(const APMPRuntimeValue& a, const APMPRuntimeValue& b) {
   if (a.isString() && b.isString()) {
     const std::string& x = a.stringPayload();
@@ -1334,6 +1628,114 @@ APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
   V r = object.valueForProperty(key, &error);
   if (error.code) return drop();
   return r;
+}
+
+[[gnu::always_inline]] inline bool APMPEvaluator::numberOperand(const APMPRuntimeValue& argument,
+                                                             APMPScope* scope, double* out) {
+  if (!argument.isStatement()) return false;
+  const APMPStatementValue& e = *argument.asStatement();
+  std::uint8_t op = e.operation();
+  if (op < kAdd || op > kRemainder || (e.operationFlags() & kNotNumeric)) return false;
+  std::uint32_t most = e.expressionSize();
+  if (!most || failed_ || instructions_ + most >= kInstructionBudget ||
+      depth_ + e.expressionDepth() > kMaxDepth) {
+    return false;
+  }
+  std::uint64_t mark = instructions_;
+  double stack[kNumberStack];
+  if (quickNumbers(e, scope, stack)) {
+    *out = stack[0];
+    return true;
+  }
+  instructions_ = mark;
+  dropped_ = false;
+  e.addOperationFlags(kNotNumeric);
+  return false;
+}
+
+[[gnu::always_inline]] inline bool APMPEvaluator::conditionOperand(const APMPRuntimeValue& argument,
+                                                                APMPScope* scope, bool* out) {
+  if (!argument.isStatement()) return false;
+  const APMPStatementValue& e = *argument.asStatement();
+  std::uint8_t op = e.operation();
+  if (op < kLess || op > kLooseNotEqual || (e.operationFlags() & kNotNumeric)) return false;
+  std::uint32_t most = e.expressionSize();
+  if (!most || failed_ || instructions_ + most >= kInstructionBudget ||
+      depth_ + e.expressionDepth() > kMaxDepth) {
+    return false;
+  }
+  std::uint64_t mark = instructions_;
+  double stack[kNumberStack];
+  if (quickNumbers(e, scope, stack)) {
+    *out = compare(op, stack[0], stack[1]);
+    return true;
+  }
+  instructions_ = mark;
+  dropped_ = false;
+  e.addOperationFlags(kNotNumeric);
+  return false;
+}
+
+[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::effect(const APMPRuntimeValue& argument,
+                                                                     APMPScope* scope) {
+  if (argument.isStatement()) {
+    const APMPStatementValue& s = *argument.asStatement();
+    // `name = name + x` in place, its instruction and depth counted as evalStatement counts
+    // them; where it does not apply, nothing was done and the general path runs.
+    std::uint8_t op = s.operation();
+    if (((op >= kAssign && op <= kCall) || op == kIf) && !failed_ &&
+        instructions_ + 1 < kInstructionBudget && depth_ < kMaxDepth) {
+      ++instructions_;
+      ++depth_;
+      if (op == kAssignSum) {
+        bool done = addInPlace(s, scope, nullptr);
+        --depth_;
+        if (done) return {};
+        --instructions_;
+        return operand(argument, scope);
+      }
+      V r;
+      if (op == kCall) {
+        r = executeCall(s, scope);
+      } else if (op == kIf) {
+        const auto& args = s.arguments();
+        bool taken;
+        if (!conditionOperand(args[0], scope, &taken)) {
+          V condition = operand(args[0], scope);
+          taken = !failed_ && condition.booleanValue();
+        }
+        if (!failed_) {
+          if (taken) {
+            r = runBody(args[1], scope, *this);
+          } else if (args.size() == 3) {
+            r = runBody(args[2], scope, *this);
+          }
+        }
+      } else {  // kAssign
+        const auto& args = s.arguments();
+        V value = valueOperand(args[1], scope);
+        if (!failed_) {
+          APMPScope::Binding* b = scope->lookup(s.slot());
+          if (!b || b->immutable) {
+            assignmentFailure(args[0], b != nullptr);
+          } else {
+            b->value = std::move(value);
+          }
+        }
+      }
+      --depth_;
+      if (failed_) return {};
+      return r;
+    }
+  }
+  return operand(argument, scope);
+}
+
+[[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::valueOperand(const APMPRuntimeValue& argument,
+                                                                           APMPScope* scope) {
+  if (double d; numberOperand(argument, scope, &d)) return V::number(d);
+  if (bool b; conditionOperand(argument, scope, &b)) return V::boolean(b);
+  return operand(argument, scope);
 }
 
 [[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::operand(const APMPRuntimeValue& argument,
@@ -1361,13 +1763,29 @@ APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
   return evalStatement(s, scope);
 }
 
-APMPRuntimeValue APMPEvaluator::runCallBody(const APMPRuntimeValue& body, APMPScope* scope) {
+APMPRuntimeValue APMPEvaluator::runCallBody(const APMPRuntimeValue& body, APMPScope* scope,
+                                            bool* returned) {
   if (!body.isArray()) return run(body, scope);
   APMPArrayValue* list = body.asArray();
   V last;
   for (std::size_t i = 0; i < list->size(); ++i) {
     V element = list->at(i);  // held: the program may change the list it runs
-    last = operand(element, scope);
+    if (element.isStatement() && element.asStatement()->operation() == kReturn) {
+      // A `return` in the body itself: counted as evalStatement counts it, its data handed
+      // straight to the call instead of travelling up in a signal.
+      const auto& args = element.asStatement()->arguments();
+      if (failed_ || !tick()) return {};
+      if (++depth_ > kMaxDepth) {
+        --depth_;
+        return fail(kAPMPErrorCodeBudgetExceeded, "Maximum call depth exceeded");
+      }
+      V data = args.empty() ? V() : valueOperand(args[0], scope);
+      --depth_;
+      if (failed_) return {};
+      *returned = true;
+      return data;
+    }
+    last = effect(element, scope);
     if (failed_) return {};
     if (last.isControl()) return last;
   }
@@ -1384,7 +1802,7 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
   if (!number && !(b->value.isString() && b->value.object()->referenceCount() == 1)) return false;
   // The sum and the read of the name.
   if (!tick() || !tick()) return true;
-  V r;
+  const V* x = &rightArgument;
   if (statement.operationFlags() & kSumOfName) {
     if (!tick()) return true;
     const APMPStatementValue& read = *rightArgument.asStatement();
@@ -1394,13 +1812,16 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
       fail(kAPMPErrorCodeWrongArgumentKind, nameFailure(read.arguments()[0].stringPayload()));
       return true;
     }
-    r = rb->value;
-  } else {
-    r = rightArgument;
+    x = &rb->value;
   }
-  if (number && r.isNumber()) {
-    b->value = V::number(b->value.numberPayload() + r.numberPayload());
-  } else if (!number && b->value.object()->referenceCount() == 1 && (r.isString() || r.isNumber())) {
+  if (number && x->isNumber()) {
+    b->value.setNumber(b->value.numberPayload() + x->numberPayload());
+    if (out) *out = b->value;
+    return true;
+  }
+  // Held: the sum replaces the name's value, which x may be (`s = s + s`).
+  V r = *x;
+  if (!number && b->value.object()->referenceCount() == 1 && (r.isString() || r.isNumber())) {
     bool ok;
     if (r.isString()) {
       ok = b->value.asString()->appendInPlace(r.stringPayload());
@@ -1418,7 +1839,7 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
     if (failed_) return true;
     b->value = std::move(sumValue);
   }
-  *out = b->value;
+  if (out) *out = b->value;
   return true;
 }
 
@@ -1438,7 +1859,7 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
       case kSubtract: return V::number(a.doubleValue() - b.doubleValue());
       case kMultiply: return V::number(a.doubleValue() * b.doubleValue());
       case kDivide: return V::number(a.doubleValue() / b.doubleValue());
-      case kRemainder: return V::number(std::fmod(a.doubleValue(), b.doubleValue()));
+      case kRemainder: return V::number(remainderOf(a.doubleValue(), b.doubleValue()));
       case kLess:
         if (numbers) return V::boolean(a.numberPayload() < b.numberPayload());
         return V::boolean(lessThan(a, b) == 1);
@@ -1478,7 +1899,7 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
       [[fallthrough]];
     }
     case kAssign: {
-      V value = operand(args[1], scope);
+      V value = valueOperand(args[1], scope);
       if (failed_) return {};
       APMPScope::Binding* b = scope->lookup(statement.slot());
       if (!b || b->immutable) return assignmentFailure(args[0], b != nullptr);
@@ -1487,14 +1908,18 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
     }
     case kCall: return executeCall(statement, scope);
     case kReturn: {
-      V data = args.empty() ? V() : operand(args[0], scope);
+      V data = args.empty() ? V() : valueOperand(args[0], scope);
       if (failed_) return {};
       return returnSignal(std::move(data));
     }
     case kIf: {
-      V condition = operand(args[0], scope);
-      if (failed_) return {};
-      if (condition.booleanValue()) return runBody(args[1], scope, *this);
+      bool taken;
+      if (!conditionOperand(args[0], scope, &taken)) {
+        V condition = operand(args[0], scope);
+        if (failed_) return {};
+        taken = condition.booleanValue();
+      }
+      if (taken) return runBody(args[1], scope, *this);
       if (args.size() == 3) return runBody(args[2], scope, *this);
       return {};
     }
@@ -1556,13 +1981,17 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
   APMPArrayValue* plain = body.isArray() && !body.asArray()->declaresNames() ? body.asArray() : nullptr;
   while (!failed_) {
     if (!tick()) break;
-    V condition = operand(args[1], loopScope);
-    if (failed_ || !condition.booleanValue()) break;
+    bool go;
+    if (!conditionOperand(args[1], loopScope, &go)) {
+      V condition = operand(args[1], loopScope);
+      go = !failed_ && condition.booleanValue();
+    }
+    if (!go) break;
     V r;
     if (plain) {
       for (std::size_t i = 0; i < plain->size(); ++i) {
         V element = plain->at(i);  // held: the program may change the list it runs
-        r = operand(element, loopScope);
+        r = effect(element, loopScope);
         if (failed_ || r.isControl()) break;
       }
     } else {
@@ -1577,7 +2006,7 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
         break;
       }
     }
-    eval(args[2], loopScope);
+    effect(args[2], loopScope);
   }
   loopScope->release();
   if (failed_) return {};

@@ -45,8 +45,12 @@
 // instead of searching the chain by name. Name reads among the operands of a statement run
 // inline. Numbers, booleans, undefined and null never allocate; strings are shared, and
 // `name = name + x` grows a string nobody else holds in place; a call's scope is reused when
-// nothing kept it. None of this changes what a program sees, its instruction count or where
-// it fails.
+// nothing kept it. Arithmetic and comparisons whose operands are numbers run on doubles
+// (nested arithmetic as flat steps on a small stack, counted at once), and a statement that
+// turns out once not to be one goes the general way from then on. The statements of a loop's
+// or a function's body, whose values nobody reads, skip the general statement path, and a
+// `return` in a function's own body hands its value straight to the call. None of this
+// changes what a program sees, its instruction count or where it fails.
 //
 // Limits: each evaluation counts one instruction; at kInstructionBudget the run fails with
 // code 18. Evaluations nest at most kMaxDepth deep (a recursion past it fails with code 18,
@@ -122,6 +126,8 @@ class APMPEvaluator {
  public:
   static constexpr std::uint64_t kInstructionBudget = APMP_INSTRUCTION_BUDGET;
   static constexpr int kMaxDepth = 800;
+  // The deepest stack of doubles a flat arithmetic expression may need.
+  static constexpr int kNumberStack = 16;
 
   APMPEvaluator();
   ~APMPEvaluator();
@@ -149,8 +155,9 @@ class APMPEvaluator {
   }
   APMPRuntimeValue run(const APMPRuntimeValue& statements, APMPScope* scope);
   // run() for the body of a function value, whose caller holds the function (and so the
-  // body) for the length of the call.
-  APMPRuntimeValue runCallBody(const APMPRuntimeValue& body, APMPScope* scope);
+  // body) for the length of the call. A `return` among the body's own statements yields its
+  // data directly and sets `*returned`; one deeper comes back as a return signal.
+  APMPRuntimeValue runCallBody(const APMPRuntimeValue& body, APMPScope* scope, bool* returned);
   bool failed() const { return failed_; }
   // Records the first error of the run; returns undefined for `return fail(...)`.
   APMPRuntimeValue fail(int code, std::string message);
@@ -231,6 +238,19 @@ class APMPEvaluator {
   // checks nothing else; sets dropped_ where the exact path could fail.
   APMPRuntimeValue quick(const APMPStatementValue& statement, std::uint8_t operation, APMPScope* scope);
   APMPRuntimeValue quickArgument(const APMPRuntimeValue& argument, APMPScope* scope);
+  // quick for an arithmetic expression whose every leaf is a number (a literal, a name bound
+  // to one, a map entry, an array element or a string's length): the result as a double in
+  // `out`. Counts as quick counts; false where some operand is no number, with nothing
+  // observed (the caller takes the count back and goes the general way).
+  bool quickNumber(const APMPStatementValue& statement, APMPScope* scope, double* out);
+  // For an arithmetic statement (its result) or a comparison (its two operands) `e` whose
+  // operands are numbers: the doubles on `stack` (kNumberStack long), counted as quick counts;
+  // false where some operand is no number. Runs e's flat number form where it has one.
+  bool quickNumbers(const APMPStatementValue& e, APMPScope* scope, double* stack);
+  [[gnu::noinline]] bool runNumberSteps(const APMPStatementValue& e, APMPScope* scope, double* stack);
+  bool quickNumberArgument(const APMPRuntimeValue& argument, APMPScope* scope, double* out);
+  [[gnu::noinline]] bool quickNumberProperty(const APMPStatementValue& statement, APMPScope* scope,
+                                             double* out);
   APMPRuntimeValue executeCall(const APMPStatementValue& statement, APMPScope* scope);
   APMPRuntimeValue executeFor(const APMPStatementValue& statement, APMPScope* scope);
   [[gnu::noinline]] APMPRuntimeValue readPropertySlowly(const APMPRuntimeValue& object,
@@ -244,9 +264,20 @@ class APMPEvaluator {
     dropped_ = true;
     return {};
   }
+  // operand() for an arithmetic expression (numberOperand) or a comparison (conditionOperand)
+  // whose operands are numbers, its result unboxed. False, with nothing counted or changed,
+  // where the fast path does not apply; the caller then runs operand().
+  bool numberOperand(const APMPRuntimeValue& argument, APMPScope* scope, double* out);
+  bool conditionOperand(const APMPRuntimeValue& argument, APMPScope* scope, bool* out);
+  // operand() for a statement whose value only matters when it is a control signal (an
+  // element of a loop's or a function's body): yields undefined for any other value.
+  APMPRuntimeValue effect(const APMPRuntimeValue& argument, APMPScope* scope);
+  // operand() through numberOperand or conditionOperand where one applies.
+  APMPRuntimeValue valueOperand(const APMPRuntimeValue& argument, APMPScope* scope);
   // Evaluates an argument as eval does, with a name read inline.
   APMPRuntimeValue operand(const APMPRuntimeValue& argument, APMPScope* scope);
-  // `name = name + x` in the binding itself; false (nothing done) when it does not apply.
+  // `name = name + x` in the binding itself, its value in `out` (when not null); false
+  // (nothing done) when it does not apply.
   bool addInPlace(const APMPStatementValue& statement, APMPScope* scope, APMPRuntimeValue* out);
   APMPRuntimeValue dispatch(const APMPStatementValue& statement, APMPScope* scope);
   [[gnu::noinline]] bool budgetExceeded();

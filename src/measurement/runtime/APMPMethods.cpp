@@ -310,10 +310,14 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     std::size_t length = a->size();
     std::vector<V> out;
     if (method == kAPMPMethodMap) out.resize(length);
+    // The caller's arguments hold the function for the whole loop.
+    APMPFunctionValue* callee = fn.asFunction();
+    V callArgs[3] = {V(), V(), target};
     for (std::size_t i = 0; i < length && i < a->size(); ++i) {
       V element = a->at(i);
-      V callArgs[3] = {element, V::number(static_cast<double>(i)), target};
-      V r = ev.callFunction(fn, callArgs, 3);
+      callArgs[0] = element;
+      callArgs[1] = V::number(static_cast<double>(i));
+      V r = callee->call(ev, callArgs, 3);
       if (ev.failed()) return {};
       if (method == kAPMPMethodEvery && !r.booleanValue()) return V::boolean(false);
       if (method == kAPMPMethodSome && r.booleanValue()) return V::boolean(true);
@@ -341,11 +345,16 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
       accumulator = a->at(right ? length - 1 : 0);
       k = 1;
     }
+    // The caller's arguments hold the function for the whole loop.
+    APMPFunctionValue* callee = fn.asFunction();
+    V callArgs[4] = {V(), V(), V(), target};
     for (; k < length; ++k) {
       std::size_t i = right ? length - 1 - k : k;
       if (i >= a->size()) continue;
-      V callArgs[4] = {accumulator, a->at(i), V::number(static_cast<double>(i)), target};
-      accumulator = ev.callFunction(fn, callArgs, 4);
+      callArgs[0] = std::move(accumulator);
+      callArgs[1] = a->at(i);
+      callArgs[2] = V::number(static_cast<double>(i));
+      accumulator = callee->call(ev, callArgs, 4);
       if (ev.failed()) return {};
     }
     return accumulator;

@@ -582,6 +582,8 @@ void APMPStatementValue::internNamesSlowly(APMPNameTable& table) {
   slot_ = APMPSlot();
   expressionSize_ = 0;
   expressionDepth_ = 0;
+  numberForm_ = 0;
+  numberSteps_.clear();
   auto intern = [&](std::size_t i) {
     if (i < arguments_.size() && arguments_[i].isString()) arguments_[i] = table.intern(arguments_[i]);
   };

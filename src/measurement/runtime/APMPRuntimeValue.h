@@ -105,6 +105,12 @@ class APMPRuntimeValue {
     bits_ = bits;
     return *this;
   }
+  // Makes this value the number `d`, letting go of what it held.
+  void setNumber(double d) {
+    release();
+    kind_ = APMPValueKind::kNumber;
+    number_ = d;
+  }
   void swap(APMPRuntimeValue& other) noexcept {
     std::swap(kind_, other.kind_);
     std::swap(bits_, other.bits_);
@@ -475,6 +481,18 @@ struct APMPSlot {
   std::uint32_t index = 0;
 };
 
+// One step of an arithmetic expression laid out flat for the evaluator, which runs the steps
+// as a stack machine on doubles: push a literal, a name's number, or an entry of a name's
+// value under `key`; or combine the top two. `kind` is the evaluator's numbering.
+struct APMPNumberStep {
+  std::uint8_t kind = 0;
+  double literal = 0;
+  APMPSlot* slot = nullptr;
+  const APMPStringValue* key = nullptr;
+  // Where `key` was found among a map's entries the last time (a guess, checked on use).
+  mutable std::uint32_t entryHint = 0;
+};
+
 // Unevaluated code: a command (its number as text in `functionName`) and its arguments.
 class APMPStatementValue final : public APMPHeapObject {
  public:
@@ -501,6 +519,8 @@ class APMPStatementValue final : public APMPHeapObject {
     operation_ = operation;
     operationFlags_ = flags;
   }
+  // Adds `flags` to the operation's flag word.
+  void addOperationFlags(std::uint8_t flags) const { operationFlags_ |= flags; }
   APMPSlot& slot() const { return slot_; }
   // As an expression without side effects: how many statements it evaluates at most and how
   // deep they nest (both 0 when it is none).
@@ -510,6 +530,18 @@ class APMPStatementValue final : public APMPHeapObject {
     expressionSize_ = size;
     expressionDepth_ = static_cast<std::int16_t>(depth);
   }
+  // The statement as flat number steps, made by the evaluator on first use: numberForm() is
+  // 0 before, 1 once made, 2 when the statement has no such form; numberCount() is how many
+  // statements the steps stand for.
+  std::uint8_t numberForm() const { return numberForm_; }
+  const std::vector<APMPNumberStep>& numberSteps() const { return numberSteps_; }
+  std::uint32_t numberCount() const { return numberCount_; }
+  void setNumberForm(std::vector<APMPNumberStep> steps, std::uint32_t count) const {
+    numberSteps_ = std::move(steps);
+    numberCount_ = count;
+    numberForm_ = 1;
+  }
+  void setNoNumberForm() const { numberForm_ = 2; }
   // Replaces the literal names among the arguments (names read, written, declared and
   // looped over) and the callee's name with the equal strings of `table`. Done once per
   // table; the statement means the same afterwards.
@@ -529,6 +561,9 @@ class APMPStatementValue final : public APMPHeapObject {
   mutable APMPSlot slot_;
   mutable std::uint32_t expressionSize_ = 0;
   mutable std::int16_t expressionDepth_ = 0;
+  mutable std::uint8_t numberForm_ = 0;
+  mutable std::uint32_t numberCount_ = 0;
+  mutable std::vector<APMPNumberStep> numberSteps_;
   std::vector<APMPRuntimeValue> arguments_;
   APMPRuntimeValue calleeName_;
 };

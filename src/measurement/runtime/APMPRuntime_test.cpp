@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <memory>
 
 #include "measurement/runtime/APMPProgramBuilder.h"
 
@@ -547,6 +548,147 @@ TEST(APMPRuntimeTest, AStatementRunFromAnotherScopeFindsTheNearestBinding) {
              P::ret(P::var("log"))});
   ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
   EXPECT_EQ(r.stringValue(), "top,argument,inner,top");
+}
+
+}  // namespace
+
+namespace {
+
+// Arithmetic whose operands stop being numbers half-way through a loop gives what it gives
+// on any other path, with the same count, and a budget run out inside it stops where it would.
+TEST(APMPRuntimeTest, ArithmeticGivesTheSameWhenItsOperandsChangeKind) {
+  // let o = {x: 1}; let t = ""; for (let i = 0; i < 4; i = i + 1) {
+  //   if (i == 2) { o.x = "b"; }  t = t + "," + (o.x * 2 + i % 3);  }
+  auto program = [] {
+    return std::vector<V>{
+        P::let("o", P::call("8", {P::str("x"), P::num(1)})), P::let("t", P::str("")),
+        P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(4)),
+                       P::assign("i", binary("0", P::var("i"), P::num(1))),
+                       P::list({P::call("22", {binary("12", P::var("i"), P::num(2)),
+                                               P::list({P::call("43", {P::var("o"), P::str("x"), P::str("b")})})}),
+                                P::assign("t", binary("0", binary("0", P::var("t"), P::str(",")),
+                                                      binary("0", binary("26", P::call("16", {P::var("o"), P::str("x")}), P::num(2)),
+                                                             binary("25", P::var("i"), P::num(3)))))})}),
+        P::ret(P::var("t"))};
+  };
+  Sandbox run;
+  V r = run(program());
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), ",2,3,NaN,NaN");
+  // 5 before the loop (let o, its literal, let t, for, let i); each of the 4 turns 19 (the
+  // turn, i < 4 with its read, the if with i == 2 and its read, the assignment with its three
+  // sums, product, remainder, property and three reads, i = i + 1 with its sum and read), the
+  // property write 2 more; the last test 3; the return with its read 2.
+  std::uint64_t count = run.runtime.getInstructionCount();
+  EXPECT_EQ(count, 5u + 4 * 19 + 2 + 3 + 2);
+  // Started with `left` instructions of the budget left, the run fails at the budget when it
+  // needs them all, and finishes when it has one to spare.
+  auto runWithLeft = [&](std::uint64_t left) {
+    auto cut = std::make_unique<Sandbox>();
+    cut->runtime.evaluator().chargeWork((APMPEvaluator::kInstructionBudget - left) * 64);
+    V result = (*cut)(program());
+    return cut;
+  };
+  for (std::uint64_t left = 1; left <= count; ++left) {
+    auto cut = runWithLeft(left);
+    EXPECT_EQ(cut->error.code, kAPMPErrorCodeBudgetExceeded) << left;
+    EXPECT_EQ(cut->runtime.getInstructionCount(), APMPEvaluator::kInstructionBudget) << left;
+  }
+  EXPECT_EQ(runWithLeft(count)->error.code, kAPMPErrorCodeBudgetExceeded);
+  auto enough = runWithLeft(count + 1);
+  EXPECT_EQ(enough->error.code, 0);
+  EXPECT_EQ(enough->runtime.getInstructionCount(), APMPEvaluator::kInstructionBudget - 1);
+}
+
+// The remainder of whole numbers keeps fmod's signs and its results at the edges.
+TEST(APMPRuntimeTest, RemainderKeepsTheSignOfTheDividend) {
+  struct Case { double a, b; };
+  for (Case c : {Case{-6, 3}, Case{-7, 3}, Case{7, -3}, Case{-0.0, 5}, Case{5, 0}, Case{5.5, 2},
+                 Case{9007199254740993.0, 2}, Case{1e300, 7}, Case{-4, INFINITY}}) {
+    Sandbox run;
+    V r = run({P::let("a", P::num(c.a)), P::ret(binary("25", P::var("a"), P::num(c.b)))});
+    ASSERT_TRUE(r.isNumber());
+    double want = std::fmod(c.a, c.b);
+    if (std::isnan(want)) {
+      EXPECT_TRUE(std::isnan(r.numberPayload())) << c.a << " % " << c.b;
+    } else {
+      EXPECT_EQ(r.numberPayload(), want) << c.a << " % " << c.b;
+      EXPECT_EQ(std::signbit(r.numberPayload()), std::signbit(want)) << c.a << " % " << c.b;
+    }
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// One property read inside arithmetic, run on objects that hold the key at different places,
+// on one without it, and on a string: each read finds what that object holds.
+TEST(APMPRuntimeTest, ArithmeticOnPropertiesReadsEachObjectsOwnEntry) {
+  Sandbox run;
+  // let f = function (o) { return o.x * 2 + o.length; };
+  // [f({x: 1, length: 0}), f({y: 7, length: 1, x: 5}), f({x: 1, length: 0}), f({y: 1}), f("abc")]
+  V f = P::function("", {"o"}, {P::ret(binary("0", binary("26", P::call("16", {P::var("o"), P::str("x")}), P::num(2)),
+                                               P::call("16", {P::var("o"), P::str("length")})))});
+  auto object = [](std::vector<std::pair<const char*, double>> entries) {
+    std::vector<V> args;
+    for (auto& [name, value] : entries) {
+      args.push_back(P::str(name));
+      args.push_back(P::num(value));
+    }
+    return P::call("8", std::move(args));
+  };
+  V r = run({P::let("f", f),
+             P::ret(P::call("7", {P::call("f", {object({{"x", 1}, {"length", 0}})}),
+                                  P::call("f", {object({{"y", 7}, {"length", 1}, {"x", 5}})}),
+                                  P::call("f", {object({{"x", 1}, {"length", 0}})}),
+                                  P::call("f", {object({{"y", 1}})}), P::call("f", {P::str("abc")})}))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "2,11,2,NaN,NaN");
+}
+
+}  // namespace
+
+namespace {
+
+// Statements in loop and function bodies, whose values nobody reads, still fail, count and
+// pass their signals as anywhere else.
+TEST(APMPRuntimeTest, BodyStatementsFailAndSignalAsAnywhereElse) {
+  auto loop = [](std::vector<V> body) {
+    return P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(5)),
+                          P::assign("i", binary("0", P::var("i"), P::num(1))), P::list(std::move(body))});
+  };
+  // Writing a constant, in a loop and in a function: code 10, the old value kept.
+  for (bool inFunction : {false, true}) {
+    Sandbox run;
+    std::vector<V> program = {P::call("52", {P::str("k"), P::num(1)}), P::let("n", P::num(0))};
+    V writes = loop({P::assign("n", binary("0", P::var("n"), P::num(1))), P::assign("k", P::var("i"))});
+    if (inFunction) {
+      program.push_back(P::let("f", P::function("", {}, {writes})));
+      program.push_back(P::call("f"));
+    } else {
+      program.push_back(writes);
+    }
+    run(std::move(program));
+    EXPECT_EQ(run.error.code, kAPMPErrorCodeWrongArgumentKind) << inFunction;
+    EXPECT_EQ(run.error.localizedDescription, "Assignment to constant variable k");
+    EXPECT_EQ(run.runtime.getRunScope()->valueForName("k")->numberPayload(), 1);
+    EXPECT_EQ(run.runtime.getRunScope()->valueForName("n")->numberPayload(), 1);
+  }
+  // A call whose function returns a break signal as its value ends the loop it stands in;
+  // a sum onto a name that is not bound fails with the name.
+  Sandbox run;
+  V stop = P::function("", {}, {P::call("22", {binary("12", P::var("n"), P::num(3)),
+                                               P::list({P::ret(P::call("4"))})})});
+  V r = run({P::let("n", P::num(0)), P::let("stop", stop),
+             loop({P::assign("n", binary("0", P::var("n"), P::num(1))), P::call("stop")}),
+             P::ret(P::var("n"))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.numberPayload(), 3);
+  Sandbox unbound;
+  unbound({loop({P::assign("m", binary("0", P::var("m"), P::num(1)))})});
+  EXPECT_EQ(unbound.error.code, kAPMPErrorCodeWrongArgumentKind);
+  EXPECT_EQ(unbound.error.localizedDescription, "m is not defined");
 }
 
 }  // namespace

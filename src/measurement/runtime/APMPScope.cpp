@@ -219,7 +219,7 @@ void APMPScope::makeImmutable() {
   for (std::uint32_t i = 0; i < size_; ++i) data_[i].immutable = true;
 }
 
-bool APMPScope::recycle(const APMPRuntimeValue* names, std::size_t count) {
+bool APMPScope::recycleSlowly(const APMPRuntimeValue* names, std::size_t count) {
   if (immutable_ || size_ < count || parent_ == nullptr) return false;
   for (std::size_t i = 0; i < count; ++i) {
     if (data_[i].name != names[i].asString()) return false;

@@ -89,7 +89,18 @@ class APMPScope final : public APMPHeapObject {
   // bindings are exactly `names` (parameter names, as string values) and it can be made
   // ready for the next call, which recycle() then does: the bindings past them go, and
   // theirs become undefined and mutable. Slots stay right: they check what they find.
-  bool recycle(const APMPRuntimeValue* names, std::size_t count);
+  bool recycle(const APMPRuntimeValue* names, std::size_t count) {
+    // The common case, a body that bound nothing beyond the parameters, here.
+    if (size_ != count || immutable_ || parent_ == nullptr) return recycleSlowly(names, count);
+    for (std::size_t i = 0; i < count; ++i) {
+      if (data_[i].name != names[i].asString()) return false;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+      data_[i].immutable = false;
+      data_[i].value = APMPRuntimeValue();
+    }
+    return true;
+  }
   // Sets the value of this scope's binding `i` (a recycled call scope's parameter).
   void setBindingValue(std::size_t i, const APMPRuntimeValue& value) { data_[i].value = value; }
 
@@ -103,6 +114,7 @@ class APMPScope final : public APMPHeapObject {
   Binding* lookup(const APMPStringValue* name, std::uint64_t bit);
   // Whether this scope binds the slot's name; the slow half of lookup(slot).
   bool holds(const APMPSlot& slot);
+  bool recycleSlowly(const APMPRuntimeValue* names, std::size_t count);
   Binding* resolve(APMPSlot& slot);
   bool bind(APMPStringValue* name, APMPRuntimeValue value, bool immutable);
   void clearBindings();
