@@ -1630,50 +1630,43 @@ APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
   return r;
 }
 
-[[gnu::always_inline]] inline bool APMPEvaluator::numberOperand(const APMPRuntimeValue& argument,
-                                                             APMPScope* scope, double* out) {
+[[gnu::always_inline]] inline bool APMPEvaluator::quickOperand(const APMPRuntimeValue& argument,
+                                                             APMPScope* scope, std::uint8_t first,
+                                                             std::uint8_t last, double* stack,
+                                                             std::uint8_t* op) {
   if (!argument.isStatement()) return false;
   const APMPStatementValue& e = *argument.asStatement();
-  std::uint8_t op = e.operation();
-  if (op < kAdd || op > kRemainder || (e.operationFlags() & kNotNumeric)) return false;
+  *op = e.operation();
+  if (*op < first || *op > last || (e.operationFlags() & kNotNumeric)) return false;
   std::uint32_t most = e.expressionSize();
   if (!most || failed_ || instructions_ + most >= kInstructionBudget ||
       depth_ + e.expressionDepth() > kMaxDepth) {
     return false;
   }
   std::uint64_t mark = instructions_;
-  double stack[kNumberStack];
-  if (quickNumbers(e, scope, stack)) {
-    *out = stack[0];
-    return true;
-  }
+  if (quickNumbers(e, scope, stack)) return true;
   instructions_ = mark;
   dropped_ = false;
   e.addOperationFlags(kNotNumeric);
   return false;
 }
 
+[[gnu::always_inline]] inline bool APMPEvaluator::numberOperand(const APMPRuntimeValue& argument,
+                                                             APMPScope* scope, double* out) {
+  double stack[kNumberStack];
+  std::uint8_t op;
+  if (!quickOperand(argument, scope, kAdd, kRemainder, stack, &op)) return false;
+  *out = stack[0];
+  return true;
+}
+
 [[gnu::always_inline]] inline bool APMPEvaluator::conditionOperand(const APMPRuntimeValue& argument,
                                                                 APMPScope* scope, bool* out) {
-  if (!argument.isStatement()) return false;
-  const APMPStatementValue& e = *argument.asStatement();
-  std::uint8_t op = e.operation();
-  if (op < kLess || op > kLooseNotEqual || (e.operationFlags() & kNotNumeric)) return false;
-  std::uint32_t most = e.expressionSize();
-  if (!most || failed_ || instructions_ + most >= kInstructionBudget ||
-      depth_ + e.expressionDepth() > kMaxDepth) {
-    return false;
-  }
-  std::uint64_t mark = instructions_;
   double stack[kNumberStack];
-  if (quickNumbers(e, scope, stack)) {
-    *out = compare(op, stack[0], stack[1]);
-    return true;
-  }
-  instructions_ = mark;
-  dropped_ = false;
-  e.addOperationFlags(kNotNumeric);
-  return false;
+  std::uint8_t op;
+  if (!quickOperand(argument, scope, kLess, kLooseNotEqual, stack, &op)) return false;
+  *out = compare(op, stack[0], stack[1]);
+  return true;
 }
 
 [[gnu::always_inline]] inline APMPRuntimeValue APMPEvaluator::effect(const APMPRuntimeValue& argument,

@@ -269,6 +269,12 @@ class APMPEvaluator {
   // where the fast path does not apply; the caller then runs operand().
   bool numberOperand(const APMPRuntimeValue& argument, APMPScope* scope, double* out);
   bool conditionOperand(const APMPRuntimeValue& argument, APMPScope* scope, bool* out);
+  // What both share: for a statement whose operation lies in [first, last], not yet seen
+  // with operands that are no numbers, and within the budget and depth, runs quickNumbers
+  // into `stack` and gives the operation in `op`. Where the operands are no numbers it marks
+  // the statement, takes the count back and gives false, as for any statement it skips.
+  bool quickOperand(const APMPRuntimeValue& argument, APMPScope* scope, std::uint8_t first,
+                    std::uint8_t last, double* stack, std::uint8_t* op);
   // operand() for a statement whose value only matters when it is a control signal (an
   // element of a loop's or a function's body): yields undefined for any other value.
   APMPRuntimeValue effect(const APMPRuntimeValue& argument, APMPScope* scope);
