@@ -566,7 +566,7 @@ void APMAudience::evaluateFiltersForEvent(const APMEvent& event,
   if (cached->second.rows.empty()) return;
   if (!loadResults(cache, name)) return;
   std::int64_t millis = APMMilliseconds(event.timestamp());
-  std::vector<const APMValue*> values;
+  std::vector<const APMValue*>& values = cache.parameterValues_;
   lookUpParameters(cached->second.parameterNames, event.parameters(), &values);
   for (auto& row : cached->second.rows) {
     std::int64_t audienceID = row.record.audienceID;

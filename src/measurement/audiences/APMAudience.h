@@ -128,6 +128,9 @@ class APMAudienceTimestampsCache {
     std::vector<std::string> parameterNames;
   };
   std::map<std::string, EventFilters> eventFilters_;
+  // The current event's parameter values, one per name of its filters' table (reused from
+  // event to event).
+  std::vector<const APMValue*> parameterValues_;
   std::map<std::string, std::vector<Row<APMPBPropertyFilter, APMPreparedFilter>>> propertyFilters_;
 };
 

@@ -1380,16 +1380,11 @@ APMPRuntimeValue APMPEvaluator::quick(const APMPStatementValue& statement, std::
                                       APMPScope* scope) {
   // Arithmetic and comparisons on numbers: the operands as doubles, no values made on the way.
   if (op >= kAdd && op <= kLooseNotEqual && !(statement.operationFlags() & kNotNumeric)) {
-    std::uint64_t mark = instructions_;
     double stack[kNumberStack];
-    if (quickNumbers(statement, scope, stack)) {
+    if (numbersOrMark(statement, scope, stack)) {
       if (op <= kRemainder) return V::number(stack[0]);
       return V::boolean(compare(op, stack[0], stack[1]));
     }
-    // Some operand is no number: this statement takes the general path from now on.
-    instructions_ = mark;
-    dropped_ = false;
-    statement.addOperationFlags(kNotNumeric);
   }
   ++instructions_;
   const auto& args = statement.arguments();
@@ -1545,13 +1540,7 @@ bool APMPEvaluator::quickNumber(const APMPStatementValue& statement, APMPScope* 
       if (!quickNumberArgument(args[0], scope, &x) || !quickNumberArgument(args[1], scope, &y)) {
         return false;
       }
-      switch (statement.operation()) {
-        case kAdd: *out = x + y; break;
-        case kSubtract: *out = x - y; break;
-        case kMultiply: *out = x * y; break;
-        case kDivide: *out = x / y; break;
-        default: *out = remainderOf(x, y); break;
-      }
+      *out = combine(statement.operation(), x, y);
       return true;
     }
     case kReadProperty: return quickNumberProperty(statement, scope, out);
@@ -1643,8 +1632,14 @@ APMPRuntimeValue APMPEvaluator::quickProperty(const APMPRuntimeValue& object,
       depth_ + e.expressionDepth() > kMaxDepth) {
     return false;
   }
+  return numbersOrMark(e, scope, stack);
+}
+
+[[gnu::always_inline]] inline bool APMPEvaluator::numbersOrMark(const APMPStatementValue& e,
+                                                              APMPScope* scope, double* stack) {
   std::uint64_t mark = instructions_;
   if (quickNumbers(e, scope, stack)) return true;
+  // Some operand is no number: this statement takes the general path from now on.
   instructions_ = mark;
   dropped_ = false;
   e.addOperationFlags(kNotNumeric);

@@ -247,6 +247,9 @@ class APMPEvaluator {
   // operands are numbers: the doubles on `stack` (kNumberStack long), counted as quick counts;
   // false where some operand is no number. Runs e's flat number form where it has one.
   bool quickNumbers(const APMPStatementValue& e, APMPScope* scope, double* stack);
+  // quickNumbers, except that where some operand is no number it takes the count back and
+  // marks `e` to take the general path from then on.
+  bool numbersOrMark(const APMPStatementValue& e, APMPScope* scope, double* stack);
   [[gnu::noinline]] bool runNumberSteps(const APMPStatementValue& e, APMPScope* scope, double* stack);
   bool quickNumberArgument(const APMPRuntimeValue& argument, APMPScope* scope, double* out);
   [[gnu::noinline]] bool quickNumberProperty(const APMPStatementValue& statement, APMPScope* scope,
@@ -270,9 +273,8 @@ class APMPEvaluator {
   bool numberOperand(const APMPRuntimeValue& argument, APMPScope* scope, double* out);
   bool conditionOperand(const APMPRuntimeValue& argument, APMPScope* scope, bool* out);
   // What both share: for a statement whose operation lies in [first, last], not yet seen
-  // with operands that are no numbers, and within the budget and depth, runs quickNumbers
-  // into `stack` and gives the operation in `op`. Where the operands are no numbers it marks
-  // the statement, takes the count back and gives false, as for any statement it skips.
+  // with operands that are no numbers, and within the budget and depth, runs numbersOrMark
+  // into `stack` and gives the operation in `op`; false, with nothing counted, otherwise.
   bool quickOperand(const APMPRuntimeValue& argument, APMPScope* scope, std::uint8_t first,
                     std::uint8_t last, double* stack, std::uint8_t* op);
   // operand() for a statement whose value only matters when it is a control signal (an
