@@ -1959,6 +1959,30 @@ APMPRuntimeValue APMPEvaluator::executeCall(const APMPStatementValue& statement,
   return callee.asFunction()->call(*this, list.data(), list.size());
 }
 
+namespace {
+
+// The parts of a counting loop `for (...; name OP number; name = name + number)`, the form
+// most loops take; null pointers where the condition or the update has another form.
+struct CountingLoop {
+  const APMPStatementValue* condition = nullptr;  // `name OP limit`, OP a numeric comparison
+  const APMPStatementValue* conditionRead = nullptr;
+  double limit = 0;
+  const APMPStatementValue* update = nullptr;  // `name = name + step`
+  double step = 0;
+};
+
+}  // namespace
+
+// Whether `v` is a statement compiled as one of the operations [first, last].
+const APMPStatementValue* APMPEvaluator::compiledAs(const APMPRuntimeValue& v, std::uint8_t first,
+                                                    std::uint8_t last) {
+  if (!v.isStatement()) return nullptr;
+  const APMPStatementValue& s = *v.asStatement();
+  std::uint8_t op = s.operation();
+  if (op == kUncompiled) op = compile(s);
+  return op >= first && op <= last ? &s : nullptr;
+}
+
 APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, APMPScope* scope) {
   const auto& args = statement.arguments();
   APMPScope* loopScope = scope->createChildScope();
@@ -1967,12 +1991,40 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
   const V& body = args[3];
   // A body that declares nothing runs in the loop's scope, statement by statement here.
   APMPArrayValue* plain = body.isArray() && !body.asArray()->declaresNames() ? body.asArray() : nullptr;
+  // A counting loop's condition and update run on the name's number directly, counted as
+  // the general path counts them (the turn, the comparison and its read; the assignment, the
+  // sum and its read), whenever neither the budget nor the depth can run out within them.
+  CountingLoop counting;
+  if (const APMPStatementValue* c = compiledAs(args[1], kLess, kGreaterOrEqual)) {
+    const auto& operands = c->arguments();
+    if (operands[1].isNumber()) {
+      if (const APMPStatementValue* read = compiledAs(operands[0], kReadName, kReadName)) {
+        counting.condition = c;
+        counting.conditionRead = read;
+        counting.limit = operands[1].numberPayload();
+      }
+    }
+  }
+  if (const APMPStatementValue* u = compiledAs(args[2], kAssignSum, kAssignSum)) {
+    const V& step = u->arguments()[1].asStatement()->arguments()[1];
+    if (step.isNumber()) {
+      counting.update = u;
+      counting.step = step.numberPayload();
+    }
+  }
   while (!failed_) {
-    if (!tick()) break;
     bool go;
-    if (!conditionOperand(args[1], loopScope, &go)) {
-      V condition = operand(args[1], loopScope);
-      go = !failed_ && condition.booleanValue();
+    APMPScope::Binding* counter;
+    if (counting.condition && instructions_ + 3 < kInstructionBudget && depth_ + 2 <= kMaxDepth &&
+        (counter = loopScope->lookup(counting.conditionRead->slot())) && counter->value.isNumber()) {
+      instructions_ += 3;
+      go = compare(counting.condition->operation(), counter->value.numberPayload(), counting.limit);
+    } else {
+      if (!tick()) break;
+      if (!conditionOperand(args[1], loopScope, &go)) {
+        V condition = operand(args[1], loopScope);
+        go = !failed_ && condition.booleanValue();
+      }
     }
     if (!go) break;
     V r;
@@ -1994,7 +2046,14 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
         break;
       }
     }
-    effect(args[2], loopScope);
+    if (counting.update && instructions_ + 3 < kInstructionBudget && depth_ + 3 <= kMaxDepth &&
+        (counter = loopScope->lookup(counting.update->slot())) && !counter->immutable &&
+        counter->value.isNumber()) {
+      instructions_ += 3;
+      counter->value.setNumber(counter->value.numberPayload() + counting.step);
+    } else {
+      effect(args[2], loopScope);
+    }
   }
   loopScope->release();
   if (failed_) return {};

@@ -256,6 +256,10 @@ class APMPEvaluator {
                                              double* out);
   APMPRuntimeValue executeCall(const APMPStatementValue& statement, APMPScope* scope);
   APMPRuntimeValue executeFor(const APMPStatementValue& statement, APMPScope* scope);
+  // `v` as a statement whose operation lies in [first, last] (compiling it on first sight),
+  // or null.
+  const APMPStatementValue* compiledAs(const APMPRuntimeValue& v, std::uint8_t first,
+                                       std::uint8_t last);
   [[gnu::noinline]] APMPRuntimeValue readPropertySlowly(const APMPRuntimeValue& object,
                                                         const APMPRuntimeValue& key);
   [[gnu::noinline]] APMPRuntimeValue assignmentFailure(const APMPRuntimeValue& name, bool bound);

@@ -600,6 +600,37 @@ TEST(APMPRuntimeTest, ArithmeticGivesTheSameWhenItsOperandsChangeKind) {
   EXPECT_EQ(enough->runtime.getInstructionCount(), APMPEvaluator::kInstructionBudget - 1);
 }
 
+// A counting loop's counter may change kind, be a constant or live outside the loop: the
+// loop follows it as any other statement would.
+TEST(APMPRuntimeTest, CountingLoopsFollowTheirCounterWhereverItIs) {
+  auto counting = [](V init, std::vector<V> body) {
+    return P::call("63", {std::move(init), binary("23", P::var("i"), P::num(3)),
+                          P::assign("i", binary("0", P::var("i"), P::num(1))), P::list(std::move(body))});
+  };
+  // let out = ""; for (let i = 0; i < 3; i = i + 1) { out = out + i; if (i === 1) { i = "0"; } }
+  // The counter turns into "0": the update makes "01", which compares as 1, then "011" (11).
+  Sandbox text;
+  V r = text({P::let("out", P::str("")),
+              counting(P::let("i", P::num(0)),
+                       {P::assign("out", binary("0", P::var("out"), P::var("i"))),
+                        P::call("22", {binary("20", P::var("i"), P::num(1)), P::list({P::assign("i", P::str("0"))})})}),
+              P::ret(P::var("out"))});
+  ASSERT_EQ(text.error.code, 0) << text.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "0101");
+  // let i = 10; for (i = 0; i < 3; i = i + 1) {} return i;
+  Sandbox outer;
+  r = outer({P::let("i", P::num(10)), counting(P::assign("i", P::num(0)), {}), P::ret(P::var("i"))});
+  ASSERT_EQ(outer.error.code, 0) << outer.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "3");
+  // for (const i = 0; i < 3; i = i + 1) {}
+  Sandbox constant;
+  constant({counting(P::call("52", {P::str("i"), P::num(0)}), {})});
+  EXPECT_EQ(constant.error.code, kAPMPErrorCodeWrongArgumentKind);
+  EXPECT_EQ(constant.error.localizedDescription, "Assignment to constant variable i");
+  // 52, the for, its turn, 23 and its read, 3, 0 and its read: the value comes before the write.
+  EXPECT_EQ(constant.runtime.getInstructionCount(), 8u);
+}
+
 // The remainder of whole numbers keeps fmod's signs and its results at the edges.
 TEST(APMPRuntimeTest, RemainderKeepsTheSignOfTheDividend) {
   struct Case { double a, b; };
