@@ -1205,6 +1205,7 @@ void pointSlotAt(const APMPStatementValue& statement, const V& name) {
   slot.bit = name.asString()->nameBit();
   slot.hops = APMPSlot::kUnresolved;
   slot.index = 0;
+  slot.from = nullptr;
 }
 
 // A literal name read `15(name)`, or null.

@@ -473,12 +473,19 @@ class APMPNameTable {
 // lookup starts, at `index` among that scope's bindings. A lookup checks that the chain still
 // leads there (no scope on the way binds the name, the binding still carries it) before it
 // takes the binding, so a slot is right from any scope; it only saves the walk.
+//
+// Before that, the slot remembers the last lookup itself: from which scope, what it found and
+// the scopes' shape (APMPScope::shape()) at the time. While no scope anywhere has gained, lost
+// or dropped a binding since, a lookup from the same scope finds the same binding.
 struct APMPSlot {
   static constexpr std::uint32_t kUnresolved = UINT32_MAX;
   const APMPStringValue* name = nullptr;  // the statement's (interned) name
   std::uint64_t bit = 0;                  // name->nameBit()
   std::uint32_t hops = kUnresolved;
   std::uint32_t index = 0;
+  const APMPScope* from = nullptr;  // where the last lookup started (null: none remembered)
+  std::uint64_t shape = 0;          // APMPScope::shape() then
+  void* binding = nullptr;          // the APMPScope::Binding it found
 };
 
 // One step of an arithmetic expression laid out flat for the evaluator, which runs the steps

@@ -488,6 +488,22 @@ TEST(APMPRuntimeTest, ACallSeesNothingTheLastCallLeftInItsScope) {
   EXPECT_EQ(r.stringValue(), "global local string global global undefined");
 }
 
+// Two functions share their body statements; the first call's scope goes before the second
+// call, whose scope takes its place in memory: the second call still finds its own `z`.
+TEST(APMPRuntimeTest, ALookupFromAScopeThatWentIsNotRemembered) {
+  Sandbox run;
+  V keep = P::assign("keep", P::function("", {}, {}));  // holds the call's scope past the call
+  V logZ = P::method(P::var("log"), "push", {P::var("z")});
+  V first = P::function("", {}, {keep, logZ});
+  V makeSecond = P::function("", {}, {P::let("z", P::str("b")), P::ret(P::function("", {}, {keep, logZ}))});
+  V r = run({P::let("z", P::str("a")), P::let("keep", P::num(0)), P::let("log", P::call("7")),
+             P::let("first", first), P::let("mk", makeSecond), P::let("second", call("mk", {})),
+             call("first", {}),
+             P::assign("keep", P::num(0)), call("second", {}), P::ret(P::var("log"))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  EXPECT_EQ(r.stringValue(), "a,b");
+}
+
 // A closure keeps its call's scope, recursion needs one scope per level: neither may reuse
 // the scope of a call still in use.
 TEST(APMPRuntimeTest, ClosuresAndRecursionKeepTheirOwnCallScopes) {

@@ -57,6 +57,8 @@ APMPScope::~APMPScope() {
 }
 
 void APMPScope::clearBindings() {
+  // Also when there were none: the lookups remembered from this scope must not outlive it.
+  reshape();
   // Let go of the values after the table is empty: a value's release may reach this scope.
   Binding* data = data_;
   std::uint32_t size = size_;
@@ -140,6 +142,7 @@ bool APMPScope::bind(APMPStringValue* name, APMPRuntimeValue value, bool immutab
     return true;
   }
   charge(static_cast<std::ptrdiff_t>(sizeof(Binding) + name->value().size()));
+  reshape();
   if (size_ == capacity_) {
     std::uint32_t capacity = capacity_ * 2;
     auto* data = new Binding[capacity];
@@ -229,6 +232,7 @@ bool APMPScope::recycleSlowly(const APMPRuntimeValue* names, std::size_t count) 
   size_ = static_cast<std::uint32_t>(count);
   // Names only ever join a scope: with none past the parameters the summary stands.
   if (size != count) {
+    reshape();
     mask_ = 0;
     for (std::size_t i = 0; i < count; ++i) mask_ |= data_[i].name->nameBit();
   }

@@ -6,11 +6,13 @@
 // copy), and each scope keeps a 64-bit summary of the names it binds (one bit per name, from
 // a hash of its text), so that a lookup skips every scope that cannot hold the name with one
 // test. A statement resolves its name to a slot (APMPSlot: scopes up, binding there) and
-// checks it on each lookup instead of searching. The first few bindings live inside the
+// checks it on each lookup instead of searching; a lookup from the scope it last started from
+// takes the binding it found then, while no scope's bindings have changed shape since. The first few bindings live inside the
 // scope; scopes are recycled through a free list, and a call's scope that nothing kept is
 // reused by the next call of its function.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -65,21 +67,18 @@ class APMPScope final : public APMPHeapObject {
   // at when the chain still leads there, else walks the chain and points the slot at what it
   // finds. Null when the name is unbound.
   [[gnu::always_inline]] Binding* lookup(APMPSlot& slot) {
-    APMPScope* s = this;
-    std::uint32_t hops = slot.hops;
-    if (hops != APMPSlot::kUnresolved) {
-      for (; hops > 0; --hops) {
-        if ((s->mask_ & slot.bit) && s->holds(slot)) return resolve(slot);
-        s = s->parent_;
-        if (!s) return resolve(slot);
-      }
-      if (slot.index < s->size_) {
-        Binding& b = s->data_[slot.index];
-        if (b.name == slot.name || b.name->equals(slot.name->value())) return &b;
-      }
+    if (slot.from == this && slot.shape == shape()) return static_cast<Binding*>(slot.binding);
+    Binding* b = walk(slot);
+    if (b) {
+      slot.from = this;
+      slot.shape = shape();
+      slot.binding = b;
     }
-    return resolve(slot);
+    return b;
   }
+  // A count that changes whenever any scope gains, loses or drops a binding, or goes: while
+  // it stands, every lookup from a given scope finds what it found before.
+  static std::uint64_t shape() { return shape_.load(std::memory_order_relaxed); }
   const APMPRuntimeValue* valueForName(const APMPRuntimeValue& name) {
     Binding* b = lookup(name);
     return b ? &b->value : nullptr;
@@ -109,6 +108,23 @@ class APMPScope final : public APMPHeapObject {
   const Binding& bindingAt(std::size_t i) const { return data_[i]; }
 
  private:
+  // lookup(slot) without the remembered lookup.
+  [[gnu::always_inline]] Binding* walk(APMPSlot& slot) {
+    APMPScope* s = this;
+    std::uint32_t hops = slot.hops;
+    if (hops != APMPSlot::kUnresolved) {
+      for (; hops > 0; --hops) {
+        if ((s->mask_ & slot.bit) && s->holds(slot)) return resolve(slot);
+        s = s->parent_;
+        if (!s) return resolve(slot);
+      }
+      if (slot.index < s->size_) {
+        Binding& b = s->data_[slot.index];
+        if (b.name == slot.name || b.name->equals(slot.name->value())) return &b;
+      }
+    }
+    return resolve(slot);
+  }
   static constexpr std::uint32_t kInline = 4;
   Binding* findHere(const APMPStringValue* name, std::uint64_t bit);
   Binding* lookup(const APMPStringValue* name, std::uint64_t bit);
@@ -118,6 +134,10 @@ class APMPScope final : public APMPHeapObject {
   Binding* resolve(APMPSlot& slot);
   bool bind(APMPStringValue* name, APMPRuntimeValue value, bool immutable);
   void clearBindings();
+
+  // Moves shape() on; called wherever bindings come, go or move.
+  static void reshape() { shape_.fetch_add(1, std::memory_order_relaxed); }
+  static inline std::atomic<std::uint64_t> shape_{0};
 
   APMPScope* parent_;
   std::uint64_t mask_ = 0;
