@@ -1974,7 +1974,6 @@ struct CountingLoop {
 
 }  // namespace
 
-// Whether `v` is a statement compiled as one of the operations [first, last].
 const APMPStatementValue* APMPEvaluator::compiledAs(const APMPRuntimeValue& v, std::uint8_t first,
                                                     std::uint8_t last) {
   if (!v.isStatement()) return nullptr;

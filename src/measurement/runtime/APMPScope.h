@@ -7,9 +7,9 @@
 // a hash of its text), so that a lookup skips every scope that cannot hold the name with one
 // test. A statement resolves its name to a slot (APMPSlot: scopes up, binding there) and
 // checks it on each lookup instead of searching; a lookup from the scope it last started from
-// takes the binding it found then, while no scope's bindings have changed shape since. The first few bindings live inside the
-// scope; scopes are recycled through a free list, and a call's scope that nothing kept is
-// reused by the next call of its function.
+// takes the binding it found then, while no scope's bindings have changed shape since. The
+// first few bindings live inside the scope; scopes are recycled through a free list, and a
+// call's scope that nothing kept is reused by the next call of its function.
 #pragma once
 
 #include <atomic>
