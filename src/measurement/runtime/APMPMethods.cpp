@@ -314,14 +314,14 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     APMPFunctionValue* callee = fn.asFunction();
     V callArgs[3] = {V(), V(), target};
     for (std::size_t i = 0; i < length && i < a->size(); ++i) {
-      V element = a->at(i);
-      callArgs[0] = element;
-      callArgs[1] = V::number(static_cast<double>(i));
+      // The element as it was before the call (which may change the array): callArgs[0].
+      callArgs[0] = a->at(i);
+      callArgs[1].setNumber(static_cast<double>(i));
       V r = callee->call(ev, callArgs, 3);
       if (ev.failed()) return {};
       if (method == kAPMPMethodEvery && !r.booleanValue()) return V::boolean(false);
       if (method == kAPMPMethodSome && r.booleanValue()) return V::boolean(true);
-      if (method == kAPMPMethodFilter && r.booleanValue()) out.push_back(element);
+      if (method == kAPMPMethodFilter && r.booleanValue()) out.push_back(callArgs[0]);
       if (method == kAPMPMethodMap) out[i] = std::move(r);
     }
     if (method == kAPMPMethodEvery) return V::boolean(true);
