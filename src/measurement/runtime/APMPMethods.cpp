@@ -314,7 +314,7 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     APMPFunctionValue* callee = fn.asFunction();
     V callArgs[3] = {V(), V(), target};
     for (std::size_t i = 0; i < length && i < a->size(); ++i) {
-      // The element as it was before the call (which may change the array): callArgs[0].
+      // callArgs[0] keeps the element as it was before the call, which may change the array.
       callArgs[0] = a->at(i);
       callArgs[1].setNumber(static_cast<double>(i));
       V r = callee->call(ev, callArgs, 3);

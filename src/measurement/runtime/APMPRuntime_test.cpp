@@ -498,8 +498,8 @@ TEST(APMPRuntimeTest, ALookupFromAScopeThatWentIsNotRemembered) {
   V makeSecond = P::function("", {}, {P::let("z", P::str("b")), P::ret(P::function("", {}, {keep, logZ}))});
   V r = run({P::let("z", P::str("a")), P::let("keep", P::num(0)), P::let("log", P::call("7")),
              P::let("first", first), P::let("mk", makeSecond), P::let("second", call("mk", {})),
-             call("first", {}),
-             P::assign("keep", P::num(0)), call("second", {}), P::ret(P::var("log"))});
+             call("first", {}), P::assign("keep", P::num(0)), call("second", {}),
+             P::ret(P::var("log"))});
   ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
   EXPECT_EQ(r.stringValue(), "a,b");
 }
