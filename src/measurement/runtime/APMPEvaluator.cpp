@@ -455,6 +455,7 @@ class APMPControlCommandEvaluator final : public APMPCommandEvaluator {
         }
         V function = APMPMake<APMPFunctionValue>(*name.value, parameterNames(parameters, ev), args[2],
                                                  scope);
+        APMPEvaluator::shareLeafForm(statement, *function.asFunction());
         if (command == 51) return function;
         if (!scope->bind(*name.key, function, false)) {
           return ev.fail(kAPMPErrorCodeWrongArgumentKind,
@@ -1045,8 +1046,8 @@ APMPRuntimeValue APMPEvaluator::applyMethod(const APMPRuntimeValue& target, cons
   }
 }
 
-APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
-                                         const APMPRuntimeValue* arguments, std::size_t count) {
+[[gnu::noinline]] APMPRuntimeValue APMPFunctionValue::callInScope(APMPEvaluator& evaluator,
+                                                const APMPRuntimeValue* arguments, std::size_t count) {
   if (!evaluator.enter()) return {};
   const std::size_t n = parameterNames_.size();
   APMPScope* callScope = spareScope_;
@@ -1113,6 +1114,7 @@ enum : std::uint8_t { kNotNumeric = 2 };
 enum NumberStepKind : std::uint8_t {
   kPushLiteral, kPushName, kPushEntry, kStepAdd, kStepSubtract, kStepMultiply, kStepDivide,
   kStepRemainder,
+  kPushOutside,  // a leaf's (APMPLeafForm): the number of a name bound outside the function
 };
 
 // Appends the steps of `argument` at stack height `height`: a literal number, a name read, a
@@ -1981,6 +1983,221 @@ const APMPStatementValue* APMPEvaluator::compiledAs(const APMPRuntimeValue& v, s
   std::uint8_t op = s.operation();
   if (op == kUncompiled) op = compile(s);
   return op >= first && op <= last ? &s : nullptr;
+}
+
+namespace {
+
+// Learns a leaf's form (see APMPLeafForm) statement by statement.
+class LeafLearner {
+ public:
+  LeafLearner(const std::vector<V>& parameters, APMPLeafForm& form) : parameters_(parameters), form_(form) {}
+
+  // Appends the steps of `value` at stack height `height` and counts what the general path
+  // would count for it; a comparison only where `comparison` is not null, which then takes its
+  // operation. False when the value has no leaf form.
+  bool value(const V& value, int height, std::uint8_t* comparison) {
+    if (value.isNumber()) return push(kPushLiteral, 0, value.numberPayload(), height);
+    if (!value.isStatement()) return false;
+    const APMPStatementValue& s = *value.asStatement();
+    std::uint8_t op = s.operation();
+    if (op == kReadName) {
+      const APMPRuntimeValue& name = s.arguments()[0];
+      if (int i = parameter(name); i >= 0) {
+        form_.parametersRead |= static_cast<std::uint16_t>(1u << i);
+        return push(kPushName, static_cast<std::uint8_t>(i), 0, height);
+      }
+      int j = outside(name);
+      return j >= 0 && push(kPushOutside, static_cast<std::uint8_t>(j), 0, height);
+    }
+    bool arithmetic = op >= kAdd && op <= kRemainder;
+    if (!arithmetic && !(comparison && op >= kLess && op <= kLooseNotEqual)) return false;
+    const auto& operands = s.arguments();
+    if (!this->value(operands[0], height, nullptr) || !this->value(operands[1], height + 1, nullptr)) {
+      return false;
+    }
+    if (arithmetic) {
+      form_.steps.push_back({static_cast<std::uint8_t>(kStepAdd + (op - kAdd)), 0, 0});
+    } else {
+      *comparison = op;
+    }
+    return true;
+  }
+  // Parameter `name`'s index, or -1.
+  int parameter(const APMPRuntimeValue& name) const {
+    for (std::size_t i = 0; i < parameters_.size(); ++i) {
+      if (parameters_[i].stringPayload() == name.stringPayload()) return static_cast<int>(i);
+    }
+    return -1;
+  }
+  // The index of outside name `name` (added on first sight), or -1 when there are too many.
+  int outside(const APMPRuntimeValue& name) {
+    for (std::size_t j = 0; j < form_.outside.size(); ++j) {
+      if (form_.outside[j].name->value() == name.stringPayload()) return static_cast<int>(j);
+    }
+    if (form_.outside.size() == APMPLeafForm::kMaxNames) return -1;
+    APMPSlot slot;
+    slot.name = name.asString();
+    slot.bit = name.asString()->nameBit();
+    form_.outside.push_back(slot);
+    return static_cast<int>(form_.outside.size() - 1);
+  }
+
+ private:
+  bool push(std::uint8_t kind, std::uint8_t index, double literal, int height) {
+    if (height >= APMPEvaluator::kNumberStack) return false;
+    form_.steps.push_back({kind, index, literal});
+    return true;
+  }
+
+  const std::vector<V>& parameters_;
+  APMPLeafForm& form_;
+};
+
+}  // namespace
+
+void APMPEvaluator::shareLeafForm(const APMPStatementValue& definition, APMPFunctionValue& function) {
+  std::shared_ptr<APMPLeafForm>& form = definition.leafForm();
+  if (!form || form->parameters != function.parameters()) {
+    form = std::make_shared<APMPLeafForm>();
+    form->parameters = function.parameters();
+  }
+  function.shareLeafForm(form);
+}
+
+void APMPEvaluator::learnLeaf(APMPFunctionValue& function) {
+  APMPLeafForm& form = *function.leafForm();
+  form.state = APMPLeafForm::kNotLeaf;
+  const V& body = function.body();
+  const auto& names = function.parameterNames();
+  if (!body.isArray() || body.asArray()->size() == 0 ||
+      body.asArray()->size() > APMPLeafForm::kMaxStatements || names.size() > APMPLeafForm::kMaxNames) {
+    return;
+  }
+  // A name given twice binds the later argument; such a function is left to the general path.
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    for (std::size_t j = i + 1; j < names.size(); ++j) {
+      if (names[i].stringPayload() == names[j].stringPayload()) return;
+    }
+  }
+  LeafLearner learner(names, form);
+  const APMPArrayValue& list = *body.asArray();
+  int deepest = 0;
+  for (std::size_t k = 0; k < list.size(); ++k) {
+    const V& element = list.at(k);
+    APMPLeafForm::Statement statement;
+    const V* value;
+    if (const APMPStatementValue* s = compiledAs(element, kAssign, kAssignSum)) {
+      const V& name = s->arguments()[0];
+      if (int i = learner.parameter(name); i >= 0) {
+        statement.target = APMPLeafForm::Statement::kParameter;
+        statement.index = static_cast<std::uint8_t>(i);
+      } else if (int j = learner.outside(name); j >= 0) {
+        statement.target = APMPLeafForm::Statement::kOutside;
+        statement.index = static_cast<std::uint8_t>(j);
+        form.outsideWritten |= static_cast<std::uint16_t>(1u << j);
+      } else {
+        return;
+      }
+      value = &s->arguments()[1];
+    } else if (const APMPStatementValue* r = compiledAs(element, kReturn, kReturn);
+               r && k + 1 == list.size() && r->arguments().size() == 1) {
+      value = &r->arguments()[0];
+    } else {
+      return;
+    }
+    if (value->isStatement() && !compiledAs(*value, kAdd, kReadName)) return;
+    // The statement counts one and nests one deeper than the call; its value, an expression
+    // without side effects, as its size and depth say.
+    std::uint32_t size = 0;
+    int depth = 0;
+    if (value->isStatement()) {
+      size = value->asStatement()->expressionSize();
+      depth = value->asStatement()->expressionDepth();
+      if (size == 0) return;
+    }
+    bool returned = statement.target == APMPLeafForm::Statement::kReturn;
+    if (!learner.value(*value, 0, returned ? &statement.comparison : nullptr)) return;
+    statement.end = static_cast<std::uint16_t>(form.steps.size());
+    form.statements.push_back(statement);
+    form.body.push_back(element);
+    form.count += 1 + size;
+    deepest = std::max(deepest, 1 + depth);
+  }
+  form.depth = static_cast<std::int16_t>(1 + deepest);
+  form.state = APMPLeafForm::kLeaf;
+}
+
+[[gnu::always_inline]] inline bool APMPEvaluator::callLeaf(APMPFunctionValue& function,
+                                                         const APMPRuntimeValue* arguments,
+                                                         std::size_t count, APMPRuntimeValue* out) {
+  APMPLeafForm& leaf = *function.leafForm();
+  if (failed_ || instructions_ + leaf.count >= kInstructionBudget || depth_ + leaf.depth > kMaxDepth) {
+    return false;
+  }
+  // The program may have changed the list since.
+  const V& body = function.body();
+  const std::size_t n = leaf.body.size();
+  if (!body.isArray() || body.asArray()->size() != n) return false;
+  for (std::size_t k = 0; k < n; ++k) {
+    if (body.asArray()->at(k).object() != leaf.body[k].object()) return false;
+  }
+  // Every name read must be a number, every name written a mutable binding: then nothing on
+  // the way can fail, and every value stays a number.
+  double parameters[APMPLeafForm::kMaxNames];
+  for (std::uint32_t read = leaf.parametersRead; read; read &= read - 1) {
+    int i = __builtin_ctz(read);
+    if (static_cast<std::size_t>(i) >= count || !arguments[i].isNumber()) return false;
+    parameters[i] = arguments[i].numberPayload();
+  }
+  APMPScope::Binding* outside[APMPLeafForm::kMaxNames];
+  if (!leaf.outside.empty()) {
+    APMPScope* scope = function.scope();
+    if (!scope) return false;
+    for (std::size_t j = 0; j < leaf.outside.size(); ++j) {
+      APMPScope::Binding* b = scope->lookup(leaf.outside[j]);
+      if (!b || !b->value.isNumber() || (b->immutable && (leaf.outsideWritten >> j & 1))) return false;
+      outside[j] = b;
+    }
+  }
+  double stack[kNumberStack];
+  const APMPLeafForm::Step* step = leaf.steps.data();
+  for (const APMPLeafForm::Statement& statement : leaf.statements) {
+    double* top = stack;  // the next free place
+    for (const APMPLeafForm::Step* end = leaf.steps.data() + statement.end; step != end; ++step) {
+      switch (step->kind) {
+        case kPushLiteral: *top++ = step->literal; break;
+        case kPushName: *top++ = parameters[step->index]; break;
+        case kPushOutside: *top++ = outside[step->index]->value.numberPayload(); break;
+        case kStepAdd: --top; top[-1] += top[0]; break;
+        case kStepSubtract: --top; top[-1] -= top[0]; break;
+        case kStepMultiply: --top; top[-1] *= top[0]; break;
+        case kStepDivide: --top; top[-1] /= top[0]; break;
+        default: --top; top[-1] = remainderOf(top[-1], top[0]); break;
+      }
+    }
+    switch (statement.target) {
+      case APMPLeafForm::Statement::kParameter: parameters[statement.index] = stack[0]; break;
+      case APMPLeafForm::Statement::kOutside: outside[statement.index]->value.setNumber(stack[0]); break;
+      case APMPLeafForm::Statement::kReturn:
+        *out = statement.comparison ? V::boolean(compare(statement.comparison, stack[0], stack[1]))
+                                    : V::number(stack[0]);
+        break;
+    }
+  }
+  instructions_ += leaf.count;
+  return true;
+}
+
+APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
+                                         const APMPRuntimeValue* arguments, std::size_t count) {
+  if (APMPLeafForm* leaf = leaf_.get()) {
+    if (leaf->state == APMPLeafForm::kUnknown) evaluator.learnLeaf(*this);
+    if (leaf->state == APMPLeafForm::kLeaf) {
+      V r;
+      if (evaluator.callLeaf(*this, arguments, count, &r)) return r;
+    }
+  }
+  return callInScope(evaluator, arguments, count);
 }
 
 APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, APMPScope* scope) {

@@ -184,6 +184,18 @@ class APMPEvaluator {
   // The end of a run: the reused return signal lets go of its data (or, when the caller
   // keeps it, the evaluator lets go of the signal), so that nothing stays alive for it.
   void endRun();
+  // For APMPFunctionValue::call: runs a call of `function` whose body is a leaf (see
+  // APMPLeafForm) on the arguments' numbers, counted and bounded as the general path counts
+  // them, its result in `out`. False, with nothing counted or changed, where that does not
+  // apply (the body is no leaf, some argument no number, the budget or the depth could run
+  // out); the caller then runs the call the general way.
+  inline bool callLeaf(APMPFunctionValue& function, const APMPRuntimeValue* arguments,
+                       std::size_t count, APMPRuntimeValue* out);
+  // Fills the leaf form of `function` before its first call (kLeaf or kNotLeaf).
+  [[gnu::noinline]] void learnLeaf(APMPFunctionValue& function);
+  // Gives `function`, just made by `definition`, the leaf form the definition's functions
+  // with the same parameter names share.
+  static void shareLeafForm(const APMPStatementValue& definition, APMPFunctionValue& function);
   // Calls `function` (which must be a function value) with `count` arguments.
   APMPRuntimeValue callFunction(const APMPRuntimeValue& function, const APMPRuntimeValue* arguments,
                                 std::size_t count);

@@ -527,6 +527,7 @@ void APMPFunctionValue::clearReferences() {
   }
   body_ = APMPRuntimeValue();
   parameterNames_.clear();
+  leaf_.reset();
   APMPScope* scope = scope_;
   scope_ = nullptr;
   if (scope) scope->release();

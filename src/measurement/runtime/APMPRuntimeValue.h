@@ -16,6 +16,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -414,6 +415,68 @@ class APMPMapValue final : public APMPHeapObject {
 
 class APMPEvaluator;
 
+// A name resolved to the binding that last held it: `hops` scopes up the chain from where the
+// lookup starts, at `index` among that scope's bindings. A lookup checks that the chain still
+// leads there (no scope on the way binds the name, the binding still carries it) before it
+// takes the binding, so a slot is right from any scope; it only saves the walk.
+//
+// Before that, the slot remembers the last lookup itself: from which scope, what it found and
+// the scopes' shape (APMPScope::shape()) at the time. While no scope anywhere has gained, lost
+// or dropped a binding since, a lookup from the same scope finds the same binding.
+struct APMPSlot {
+  static constexpr std::uint32_t kUnresolved = UINT32_MAX;
+  const APMPStringValue* name = nullptr;  // the statement's (interned) name
+  std::uint64_t bit = 0;                  // name->nameBit()
+  std::uint32_t hops = kUnresolved;
+  std::uint32_t index = 0;
+  const APMPScope* from = nullptr;  // where the last lookup started (null: none remembered)
+  std::uint64_t shape = 0;          // APMPScope::shape() then
+  void* binding = nullptr;          // the APMPScope::Binding it found
+};
+
+// What the evaluator learned of a function's body before its first call: whether it is a
+// leaf, which runs on doubles without a call scope. A leaf's body is a few statements, each
+// `name = value` with a number value, and at the end maybe `return value`, where a value is
+// a number literal, a name read, arithmetic of those or (returned) a comparison of those;
+// the names are parameters (each given once) or names bound outside the function. The
+// functions one definition makes share the form it learned for their parameter names.
+struct APMPLeafForm {
+  enum State : std::uint8_t { kUnknown, kLeaf, kNotLeaf };
+  static constexpr std::size_t kMaxNames = 16;
+  static constexpr std::size_t kMaxStatements = 8;
+  // A push of a literal, of a parameter's number or of an outside name's number, or an
+  // operation on the top two; the kinds are the evaluator's numbering.
+  struct Step {
+    std::uint8_t kind = 0;
+    std::uint8_t index = 0;
+    double literal = 0;
+  };
+  // One statement: its value's steps end at `end`; then, for a comparison, `comparison` is
+  // its operation (else 0), and the value goes to parameter or outside name `index`, or is
+  // returned.
+  struct Statement {
+    enum Target : std::uint8_t { kParameter, kOutside, kReturn };
+    Target target = kReturn;
+    std::uint8_t index = 0;
+    std::uint8_t comparison = 0;
+    std::uint16_t end = 0;
+  };
+  State state = kUnknown;
+  std::vector<std::string> parameters;  // the parameter names it is for
+  // How deep the general path would nest (the call included) and how many instructions it
+  // would count.
+  std::int16_t depth = 0;
+  std::uint32_t count = 0;
+  std::uint16_t parametersRead = 0;  // one bit per parameter whose value is read
+  std::uint16_t outsideWritten = 0;  // one bit per outside name written
+  // The body's statements (held), to see that it is unchanged. The references are not among
+  // the function's for the cycle collector: these statements hold no functions.
+  std::vector<APMPRuntimeValue> body;
+  std::vector<Statement> statements;
+  std::vector<Step> steps;
+  std::vector<APMPSlot> outside;  // the outside names, looked up from the defining scope
+};
+
 // A function: a name, parameter names, a statement list and the scope it was defined in.
 // Native functions derive from it and override call.
 class APMPFunctionValue : public APMPHeapObject {
@@ -443,6 +506,15 @@ class APMPFunctionValue : public APMPHeapObject {
   // else undefined. On failure returns undefined with the error recorded in `evaluator`.
   virtual APMPRuntimeValue call(APMPEvaluator& evaluator, const APMPRuntimeValue* arguments,
                                 std::size_t count);
+  // For the evaluator: the leaf form (see APMPLeafForm), or null when it has none.
+  APMPLeafForm* leafForm() const { return leaf_.get(); }
+  void shareLeafForm(std::shared_ptr<APMPLeafForm> form) { leaf_ = std::move(form); }
+
+ private:
+  // call() for a body that is no leaf, or a leaf on arguments it does not take: the
+  // parameters bound in a call scope, the body run there.
+  APMPRuntimeValue callInScope(APMPEvaluator& evaluator, const APMPRuntimeValue* arguments,
+                               std::size_t count);
 
  protected:
   explicit APMPFunctionValue(std::string name);
@@ -456,6 +528,7 @@ class APMPFunctionValue : public APMPHeapObject {
   // The scope of a finished call that nothing kept (no closure, no block): the next call
   // binds its parameters in it instead of making a scope.
   APMPScope* spareScope_ = nullptr;
+  std::shared_ptr<APMPLeafForm> leaf_;
 };
 
 // One string value per distinct name: the evaluator's table, into which statements put their
@@ -467,25 +540,6 @@ class APMPNameTable {
 
  private:
   std::unordered_map<std::string_view, APMPRuntimeValue> names_;
-};
-
-// A name resolved to the binding that last held it: `hops` scopes up the chain from where the
-// lookup starts, at `index` among that scope's bindings. A lookup checks that the chain still
-// leads there (no scope on the way binds the name, the binding still carries it) before it
-// takes the binding, so a slot is right from any scope; it only saves the walk.
-//
-// Before that, the slot remembers the last lookup itself: from which scope, what it found and
-// the scopes' shape (APMPScope::shape()) at the time. While no scope anywhere has gained, lost
-// or dropped a binding since, a lookup from the same scope finds the same binding.
-struct APMPSlot {
-  static constexpr std::uint32_t kUnresolved = UINT32_MAX;
-  const APMPStringValue* name = nullptr;  // the statement's (interned) name
-  std::uint64_t bit = 0;                  // name->nameBit()
-  std::uint32_t hops = kUnresolved;
-  std::uint32_t index = 0;
-  const APMPScope* from = nullptr;  // where the last lookup started (null: none remembered)
-  std::uint64_t shape = 0;          // APMPScope::shape() then
-  void* binding = nullptr;          // the APMPScope::Binding it found
 };
 
 // One step of an arithmetic expression laid out flat for the evaluator, which runs the steps
@@ -549,6 +603,8 @@ class APMPStatementValue final : public APMPHeapObject {
     numberForm_ = 1;
   }
   void setNoNumberForm() const { numberForm_ = 2; }
+  // For a function definition (50, 51): the leaf form its functions share.
+  std::shared_ptr<APMPLeafForm>& leafForm() const { return leafForm_; }
   // Replaces the literal names among the arguments (names read, written, declared and
   // looped over) and the callee's name with the equal strings of `table`. Done once per
   // table; the statement means the same afterwards.
@@ -571,6 +627,7 @@ class APMPStatementValue final : public APMPHeapObject {
   mutable std::uint8_t numberForm_ = 0;
   mutable std::uint32_t numberCount_ = 0;
   mutable std::vector<APMPNumberStep> numberSteps_;
+  mutable std::shared_ptr<APMPLeafForm> leafForm_;
   std::vector<APMPRuntimeValue> arguments_;
   APMPRuntimeValue calleeName_;
 };

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <memory>
 
 #include "measurement/runtime/APMPProgramBuilder.h"
@@ -736,6 +737,99 @@ TEST(APMPRuntimeTest, BodyStatementsFailAndSignalAsAnywhereElse) {
   unbound({loop({P::assign("m", binary("0", P::var("m"), P::num(1)))})});
   EXPECT_EQ(unbound.error.code, kAPMPErrorCodeWrongArgumentKind);
   EXPECT_EQ(unbound.error.localizedDescription, "m is not defined");
+}
+
+}  // namespace
+
+namespace {
+
+// A function whose body is a few number assignments and a return runs without a call scope
+// while its names hold numbers. Each case runs twice: as written, and with a statement after
+// the return that never runs but keeps the function off that path. Both must agree on the
+// value, the error, the count, and where a budget or a depth cut short stops them.
+TEST(APMPRuntimeTest, LeafFunctionsRunAsTheGeneralPathRunsThem) {
+  auto function = [](std::vector<std::string> parameters, std::vector<V> body, bool twin) {
+    if (twin) body.push_back(P::call("44"));
+    return P::function("", std::move(parameters), std::move(body));
+  };
+  auto a = [](std::vector<V> elements) { return P::call("7", std::move(elements)); };
+  auto mul = [](V x, V y) { return binary("26", std::move(x), std::move(y)); };
+  auto add = [](V x, V y) { return binary("0", std::move(x), std::move(y)); };
+  std::vector<std::function<std::vector<V>(bool)>> cases = {
+      // Elements that are no numbers; a sum that turns into text half-way; a comparison.
+      [&](bool twin) {
+        return std::vector<V>{
+            P::let("xs", a({P::num(1), P::str("a"), P::call("45"), P::num(2.5), P::str("3"), P::num(4)})),
+            P::ret(a({P::method(P::var("xs"), "map", {function({"x"}, {P::ret(mul(P::var("x"), P::num(2)))}, twin)}),
+                      P::method(P::var("xs"), "filter",
+                                {function({"x"}, {P::ret(binary("12", binary("25", P::var("x"), P::num(3)), P::num(1)))}, twin)}),
+                      P::method(P::var("xs"), "reduce",
+                                {function({"s", "x"}, {P::ret(add(P::var("s"), P::var("x")))}, twin), P::num(0)}),
+                      P::method(P::var("xs"), "map", {function({"x", "i"}, {P::ret(binary("23", P::var("x"), P::var("i")))}, twin)})}))};
+      },
+      // A counter outside the function that turns into text; a parameter written, one missing,
+      // one given twice, one that hides an outside name.
+      [&](bool twin) {
+        V mk = P::function("", {}, {P::let("c", P::num(0)),
+                                    P::ret(function({"x"}, {P::assign("c", add(P::var("c"), P::var("x"))), P::ret(P::var("c"))}, twin))});
+        return std::vector<V>{
+            P::let("mk", mk), P::let("f", call("mk", {})), P::let("x", P::num(100)),
+            P::let("g", function({"x", "y"}, {P::assign("x", mul(P::var("x"), P::num(2))), P::ret(add(P::var("x"), P::var("y")))}, twin)),
+            P::let("twice", function({"x", "x"}, {P::ret(mul(P::var("x"), P::num(10)))}, twin)),
+            P::ret(a({call("f", {P::num(1)}), call("f", {P::num(2)}), call("f", {P::str("3")}), call("f", {P::num(4)}),
+                      call("g", {P::num(1), P::num(2)}), call("g", {P::num(1)}), call("twice", {P::num(1), P::num(2)}),
+                      P::var("x")}))};
+      },
+      // A constant outside the function written, then a name bound nowhere read.
+      [&](bool twin) {
+        return std::vector<V>{P::call("52", {P::str("k"), P::num(1)}),
+                              P::let("h", function({"x"}, {P::assign("k", add(P::var("k"), P::var("x")))}, twin)),
+                              P::call("h", {P::num(1)})};
+      },
+      [&](bool twin) {
+        return std::vector<V>{P::let("h", function({"x"}, {P::ret(add(P::var("x"), P::var("nowhere")))}, twin)),
+                              P::call("h", {P::num(1)})};
+      },
+  };
+  struct Outcome {
+    std::string value;
+    int code;
+    std::string message;
+    std::uint64_t count;
+  };
+  // Runs a case with `left` instructions of the budget left and `depth` levels already in use.
+  auto outcome = [](const std::vector<V>& program, std::uint64_t left, int depth) {
+    auto run = std::make_unique<Sandbox>();
+    run->runtime.evaluator().chargeWork((APMPEvaluator::kInstructionBudget - left) * 64);
+    for (int i = 0; i < depth; ++i) run->runtime.evaluator().enter();
+    std::string value = (*run)(program).stringValue();
+    return Outcome{value, run->error.code, run->error.localizedDescription, run->runtime.getInstructionCount()};
+  };
+  auto expectSame = [](const Outcome& leaf, const Outcome& twin, const std::string& where) {
+    EXPECT_EQ(leaf.value, twin.value) << where;
+    EXPECT_EQ(leaf.code, twin.code) << where;
+    EXPECT_EQ(leaf.message, twin.message) << where;
+    EXPECT_EQ(leaf.count, twin.count) << where;
+  };
+  const std::vector<std::string> expected = {"2,NaN,0,5,6,8,1,4,1anull2.534,false,false,true,true,true,true",
+                                             "1,3,33,334,4,NaN,20,100", "undefined", "undefined"};
+  const std::vector<std::string> failures = {"", "", "Assignment to constant variable k", "nowhere is not defined"};
+  for (std::size_t c = 0; c < cases.size(); ++c) {
+    Outcome leaf = outcome(cases[c](false), APMPEvaluator::kInstructionBudget, 0);
+    Outcome twin = outcome(cases[c](true), APMPEvaluator::kInstructionBudget, 0);
+    expectSame(leaf, twin, "case " + std::to_string(c));
+    EXPECT_EQ(leaf.value, expected[c]) << c;
+    EXPECT_EQ(leaf.message, failures[c]) << c;
+    for (std::uint64_t left = 1; left <= leaf.count + 1; ++left) {
+      expectSame(outcome(cases[c](false), left, 0), outcome(cases[c](true), left, 0),
+                 "case " + std::to_string(c) + ", " + std::to_string(left) + " left");
+    }
+    for (int depth = APMPEvaluator::kMaxDepth - 8; depth <= APMPEvaluator::kMaxDepth; ++depth) {
+      expectSame(outcome(cases[c](false), APMPEvaluator::kInstructionBudget, depth),
+                 outcome(cases[c](true), APMPEvaluator::kInstructionBudget, depth),
+                 "case " + std::to_string(c) + ", depth " + std::to_string(depth));
+    }
+  }
 }
 
 }  // namespace
