@@ -149,7 +149,7 @@ V add(const V& a, const V& b, APMPEvaluator& ev) {
 
 // fmod(x, y), with whole numbers (the common case) by integer division: the same result,
 // the sign of a zero remainder the dividend's.
-inline double remainderOf(double x, double y) {
+[[gnu::always_inline]] inline double remainderOf(double x, double y) {
   constexpr double kWhole = 9007199254740992.0;  // 2^53
   if (x >= -kWhole && x <= kWhole && y >= -kWhole && y <= kWhole) {
     auto a = static_cast<std::int64_t>(x), b = static_cast<std::int64_t>(y);
@@ -1114,7 +1114,6 @@ enum : std::uint8_t { kNotNumeric = 2 };
 enum NumberStepKind : std::uint8_t {
   kPushLiteral, kPushName, kPushEntry, kStepAdd, kStepSubtract, kStepMultiply, kStepDivide,
   kStepRemainder,
-  kPushOutside,  // a leaf's (APMPLeafForm): the number of a name bound outside the function
 };
 
 // Appends the steps of `argument` at stack height `height`: a literal number, a name read, a
@@ -1987,70 +1986,74 @@ const APMPStatementValue* APMPEvaluator::compiledAs(const APMPRuntimeValue& v, s
 
 namespace {
 
+using Register = std::uint8_t;
+constexpr Register kNoRegister = 255;
+
 // Learns a leaf's form (see APMPLeafForm) statement by statement.
 class LeafLearner {
  public:
   LeafLearner(const std::vector<V>& parameters, APMPLeafForm& form) : parameters_(parameters), form_(form) {}
 
-  // Appends the steps of `value` at stack height `height` and counts what the general path
-  // would count for it; a comparison only where `comparison` is not null, which then takes its
-  // operation. False when the value has no leaf form.
-  bool value(const V& value, int height, std::uint8_t* comparison) {
-    if (value.isNumber()) return push(kPushLiteral, 0, value.numberPayload(), height);
-    if (!value.isStatement()) return false;
+  // The register that holds `value` once the steps appended for it have run, or kNoRegister
+  // when the value has no leaf form. A name's register is its own.
+  Register value(const V& value) {
+    if (value.isNumber()) {
+      if (intermediate_ < APMPLeafForm::kOtherRegisters) return kNoRegister;
+      form_.steps.push_back({APMPLeafForm::Step::kLoad, intermediate_, 0, 0, value.numberPayload()});
+      return intermediate_--;
+    }
+    if (!value.isStatement()) return kNoRegister;
     const APMPStatementValue& s = *value.asStatement();
     std::uint8_t op = s.operation();
     if (op == kReadName) {
-      const APMPRuntimeValue& name = s.arguments()[0];
-      if (int i = parameter(name); i >= 0) {
-        form_.parametersRead |= static_cast<std::uint16_t>(1u << i);
-        return push(kPushName, static_cast<std::uint8_t>(i), 0, height);
-      }
-      int j = outside(name);
-      return j >= 0 && push(kPushOutside, static_cast<std::uint8_t>(j), 0, height);
+      Register r = name(s.arguments()[0]);
+      if (r < APMPLeafForm::kOutsideRegisters) form_.parametersRead |= static_cast<std::uint16_t>(1u << r);
+      return r;
     }
-    bool arithmetic = op >= kAdd && op <= kRemainder;
-    if (!arithmetic && !(comparison && op >= kLess && op <= kLooseNotEqual)) return false;
-    const auto& operands = s.arguments();
-    if (!this->value(operands[0], height, nullptr) || !this->value(operands[1], height + 1, nullptr)) {
-      return false;
-    }
-    if (arithmetic) {
-      form_.steps.push_back({static_cast<std::uint8_t>(kStepAdd + (op - kAdd)), 0, 0});
-    } else {
-      *comparison = op;
-    }
-    return true;
+    if (op < kAdd || op > kRemainder) return kNoRegister;
+    // A literal right operand is the step's own.
+    const V& rightOperand = s.arguments()[1];
+    Register left = this->value(s.arguments()[0]);
+    Register right = left == kNoRegister ? kNoRegister
+                     : rightOperand.isNumber() ? APMPLeafForm::Step::kLiteral
+                                               : this->value(rightOperand);
+    if (right == kNoRegister || intermediate_ < APMPLeafForm::kOtherRegisters) return kNoRegister;
+    form_.steps.push_back({op, intermediate_, left, right,
+                           rightOperand.isNumber() ? rightOperand.numberPayload() : 0});
+    return intermediate_--;
   }
-  // Parameter `name`'s index, or -1.
-  int parameter(const APMPRuntimeValue& name) const {
+  // The register of parameter or outside name `name` (an outside one is added on first
+  // sight), or kNoRegister when there are too many.
+  Register name(const V& name) {
     for (std::size_t i = 0; i < parameters_.size(); ++i) {
-      if (parameters_[i].stringPayload() == name.stringPayload()) return static_cast<int>(i);
+      if (parameters_[i].stringPayload() == name.stringPayload()) return static_cast<Register>(i);
     }
-    return -1;
+    std::size_t j = 0;
+    while (j < form_.outside.size() && form_.outside[j].name->value() != name.stringPayload()) ++j;
+    if (j == form_.outside.size()) {
+      if (j == APMPLeafForm::kMaxNames) return kNoRegister;
+      APMPSlot slot;
+      slot.name = name.asString();
+      slot.bit = name.asString()->nameBit();
+      form_.outside.push_back(slot);
+    }
+    return static_cast<Register>(APMPLeafForm::kOutsideRegisters + j);
   }
-  // The index of outside name `name` (added on first sight), or -1 when there are too many.
-  int outside(const APMPRuntimeValue& name) {
-    for (std::size_t j = 0; j < form_.outside.size(); ++j) {
-      if (form_.outside[j].name->value() == name.stringPayload()) return static_cast<int>(j);
+  // Appends `target = value` for a value in register `source`: the last step writes to the
+  // target instead where it made the value.
+  void assign(Register target, Register source) {
+    if (source >= APMPLeafForm::kOtherRegisters && !form_.steps.empty() && form_.steps.back().target == source) {
+      form_.steps.back().target = target;
+    } else {
+      form_.steps.push_back({APMPLeafForm::Step::kCopy, target, source, source});
     }
-    if (form_.outside.size() == APMPLeafForm::kMaxNames) return -1;
-    APMPSlot slot;
-    slot.name = name.asString();
-    slot.bit = name.asString()->nameBit();
-    form_.outside.push_back(slot);
-    return static_cast<int>(form_.outside.size() - 1);
   }
 
  private:
-  bool push(std::uint8_t kind, std::uint8_t index, double literal, int height) {
-    if (height >= APMPEvaluator::kNumberStack) return false;
-    form_.steps.push_back({kind, index, literal});
-    return true;
-  }
-
   const std::vector<V>& parameters_;
   APMPLeafForm& form_;
+  // The next free register for a literal or an intermediate result, from the last down.
+  Register intermediate_ = APMPLeafForm::kRegisters - 1;
 };
 
 }  // namespace
@@ -2084,41 +2087,47 @@ void APMPEvaluator::learnLeaf(APMPFunctionValue& function) {
   int deepest = 0;
   for (std::size_t k = 0; k < list.size(); ++k) {
     const V& element = list.at(k);
-    APMPLeafForm::Statement statement;
     const V* value;
-    if (const APMPStatementValue* s = compiledAs(element, kAssign, kAssignSum)) {
-      const V& name = s->arguments()[0];
-      if (int i = learner.parameter(name); i >= 0) {
-        statement.target = APMPLeafForm::Statement::kParameter;
-        statement.index = static_cast<std::uint8_t>(i);
-      } else if (int j = learner.outside(name); j >= 0) {
-        statement.target = APMPLeafForm::Statement::kOutside;
-        statement.index = static_cast<std::uint8_t>(j);
-        form.outsideWritten |= static_cast<std::uint16_t>(1u << j);
-      } else {
-        return;
-      }
-      value = &s->arguments()[1];
+    const APMPStatementValue* assignment = compiledAs(element, kAssign, kAssignSum);
+    if (assignment) {
+      value = &assignment->arguments()[1];
     } else if (const APMPStatementValue* r = compiledAs(element, kReturn, kReturn);
                r && k + 1 == list.size() && r->arguments().size() == 1) {
       value = &r->arguments()[0];
     } else {
       return;
     }
-    if (value->isStatement() && !compiledAs(*value, kAdd, kReadName)) return;
     // The statement counts one and nests one deeper than the call; its value, an expression
     // without side effects, as its size and depth say.
     std::uint32_t size = 0;
     int depth = 0;
     if (value->isStatement()) {
+      if (!compiledAs(*value, kAdd, kReadName)) return;
       size = value->asStatement()->expressionSize();
       depth = value->asStatement()->expressionDepth();
       if (size == 0) return;
     }
-    bool returned = statement.target == APMPLeafForm::Statement::kReturn;
-    if (!learner.value(*value, 0, returned ? &statement.comparison : nullptr)) return;
-    statement.end = static_cast<std::uint16_t>(form.steps.size());
-    form.statements.push_back(statement);
+    if (assignment) {
+      Register target = learner.name(assignment->arguments()[0]);
+      Register source = learner.value(*value);
+      if (target == kNoRegister || source == kNoRegister) return;
+      if (target >= APMPLeafForm::kOutsideRegisters) {
+        form.outsideWritten |= static_cast<std::uint16_t>(1u << (target - APMPLeafForm::kOutsideRegisters));
+      }
+      learner.assign(target, source);
+    } else {
+      const APMPStatementValue* c = value->isStatement() ? value->asStatement() : nullptr;
+      if (c && c->operation() >= kLess && c->operation() <= kLooseNotEqual) {
+        form.comparison = c->operation();
+        form.result = learner.value(c->arguments()[0]);
+        form.right = learner.value(c->arguments()[1]);
+        if (form.right == kNoRegister) return;
+      } else {
+        form.result = learner.value(*value);
+      }
+      if (form.result == kNoRegister) return;
+      form.returns = true;
+    }
     form.body.push_back(element);
     form.count += 1 + size;
     deepest = std::max(deepest, 1 + depth);
@@ -2142,47 +2151,47 @@ void APMPEvaluator::learnLeaf(APMPFunctionValue& function) {
     if (body.asArray()->at(k).object() != leaf.body[k].object()) return false;
   }
   // Every name read must be a number, every name written a mutable binding: then nothing on
-  // the way can fail, and every value stays a number.
-  double parameters[APMPLeafForm::kMaxNames];
+  // the way can fail, every value stays a number, and nobody sees the outside names until
+  // the end, when those written get their registers' numbers.
+  double registers[APMPLeafForm::kRegisters];
   for (std::uint32_t read = leaf.parametersRead; read; read &= read - 1) {
     int i = __builtin_ctz(read);
     if (static_cast<std::size_t>(i) >= count || !arguments[i].isNumber()) return false;
-    parameters[i] = arguments[i].numberPayload();
+    registers[i] = arguments[i].numberPayload();
   }
   APMPScope::Binding* outside[APMPLeafForm::kMaxNames];
-  if (!leaf.outside.empty()) {
+  const std::size_t outsideCount = leaf.outside.size();
+  if (outsideCount) {
     APMPScope* scope = function.scope();
     if (!scope) return false;
-    for (std::size_t j = 0; j < leaf.outside.size(); ++j) {
+    for (std::size_t j = 0; j < outsideCount; ++j) {
       APMPScope::Binding* b = scope->lookup(leaf.outside[j]);
       if (!b || !b->value.isNumber() || (b->immutable && (leaf.outsideWritten >> j & 1))) return false;
       outside[j] = b;
+      registers[APMPLeafForm::kOutsideRegisters + j] = b->value.numberPayload();
     }
   }
-  double stack[kNumberStack];
-  const APMPLeafForm::Step* step = leaf.steps.data();
-  for (const APMPLeafForm::Statement& statement : leaf.statements) {
-    double* top = stack;  // the next free place
-    for (const APMPLeafForm::Step* end = leaf.steps.data() + statement.end; step != end; ++step) {
-      switch (step->kind) {
-        case kPushLiteral: *top++ = step->literal; break;
-        case kPushName: *top++ = parameters[step->index]; break;
-        case kPushOutside: *top++ = outside[step->index]->value.numberPayload(); break;
-        case kStepAdd: --top; top[-1] += top[0]; break;
-        case kStepSubtract: --top; top[-1] -= top[0]; break;
-        case kStepMultiply: --top; top[-1] *= top[0]; break;
-        case kStepDivide: --top; top[-1] /= top[0]; break;
-        default: --top; top[-1] = remainderOf(top[-1], top[0]); break;
-      }
+  for (const APMPLeafForm::Step& step : leaf.steps) {
+    double x = registers[step.left];
+    double y = step.right == APMPLeafForm::Step::kLiteral ? step.literal : registers[step.right];
+    double& target = registers[step.target];
+    switch (step.operation) {
+      case APMPLeafForm::Step::kCopy: target = x; break;
+      case APMPLeafForm::Step::kLoad: target = step.literal; break;
+      case kAdd: target = x + y; break;
+      case kSubtract: target = x - y; break;
+      case kMultiply: target = x * y; break;
+      case kDivide: target = x / y; break;
+      default: target = remainderOf(x, y); break;
     }
-    switch (statement.target) {
-      case APMPLeafForm::Statement::kParameter: parameters[statement.index] = stack[0]; break;
-      case APMPLeafForm::Statement::kOutside: outside[statement.index]->value.setNumber(stack[0]); break;
-      case APMPLeafForm::Statement::kReturn:
-        *out = statement.comparison ? V::boolean(compare(statement.comparison, stack[0], stack[1]))
-                                    : V::number(stack[0]);
-        break;
-    }
+  }
+  for (std::uint32_t written = leaf.outsideWritten; written; written &= written - 1) {
+    int j = __builtin_ctz(written);
+    outside[j]->value.setNumber(registers[APMPLeafForm::kOutsideRegisters + j]);
+  }
+  if (leaf.returns) {
+    double x = registers[leaf.result];
+    *out = leaf.comparison ? V::boolean(compare(leaf.comparison, x, registers[leaf.right])) : V::number(x);
   }
   instructions_ += leaf.count;
   return true;

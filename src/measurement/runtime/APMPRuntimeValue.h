@@ -444,22 +444,23 @@ struct APMPLeafForm {
   enum State : std::uint8_t { kUnknown, kLeaf, kNotLeaf };
   static constexpr std::size_t kMaxNames = 16;
   static constexpr std::size_t kMaxStatements = 8;
-  // A push of a literal, of a parameter's number or of an outside name's number, or an
-  // operation on the top two; the kinds are the evaluator's numbering.
+  // The body runs on registers of doubles: the parameters' from 0, the outside names' from
+  // kOutsideRegisters, literals and intermediate results from kOtherRegisters on.
+  static constexpr std::uint8_t kOutsideRegisters = kMaxNames;
+  static constexpr std::uint8_t kOtherRegisters = 2 * kMaxNames;
+  static constexpr std::size_t kRegisters = 64;
+  // registers[target] = registers[left] OP registers[right] (or OP `literal`, where `right`
+  // is kLiteral), OP an arithmetic operation in the evaluator's numbering; or, where
+  // `operation` is kCopy, registers[left]; or, for kLoad, `literal`.
   struct Step {
-    std::uint8_t kind = 0;
-    std::uint8_t index = 0;
+    static constexpr std::uint8_t kCopy = 0;
+    static constexpr std::uint8_t kLoad = 1;
+    static constexpr std::uint8_t kLiteral = 254;
+    std::uint8_t operation = kCopy;
+    std::uint8_t target = 0;
+    std::uint8_t left = 0;
+    std::uint8_t right = 0;
     double literal = 0;
-  };
-  // One statement: its value's steps end at `end`; then, for a comparison, `comparison` is
-  // its operation (else 0), and the value goes to parameter or outside name `index`, or is
-  // returned.
-  struct Statement {
-    enum Target : std::uint8_t { kParameter, kOutside, kReturn };
-    Target target = kReturn;
-    std::uint8_t index = 0;
-    std::uint8_t comparison = 0;
-    std::uint16_t end = 0;
   };
   State state = kUnknown;
   std::vector<std::string> parameters;  // the parameter names it is for
@@ -469,10 +470,15 @@ struct APMPLeafForm {
   std::uint32_t count = 0;
   std::uint16_t parametersRead = 0;  // one bit per parameter whose value is read
   std::uint16_t outsideWritten = 0;  // one bit per outside name written
+  // What the body returns: nothing; registers[result] as a number; or the comparison
+  // `comparison` (the evaluator's operation) of registers[result] and registers[right].
+  bool returns = false;
+  std::uint8_t comparison = 0;
+  std::uint8_t result = 0;
+  std::uint8_t right = 0;
   // The body's statements (held), to see that it is unchanged. The references are not among
   // the function's for the cycle collector: these statements hold no functions.
   std::vector<APMPRuntimeValue> body;
-  std::vector<Statement> statements;
   std::vector<Step> steps;
   std::vector<APMPSlot> outside;  // the outside names, looked up from the defining scope
 };
