@@ -1984,43 +1984,131 @@ const APMPStatementValue* APMPEvaluator::compiledAs(const APMPRuntimeValue& v, s
   return op >= first && op <= last ? &s : nullptr;
 }
 
-namespace {
-
-using Register = std::uint8_t;
-constexpr Register kNoRegister = 255;
-
-// Learns a leaf's form (see APMPLeafForm) statement by statement.
-class LeafLearner {
+// Learns a leaf's form (see APMPLeafForm) statement by statement; any part without a leaf
+// form leaves it no leaf.
+class APMPEvaluator::LeafLearner {
  public:
-  LeafLearner(const std::vector<V>& parameters, APMPLeafForm& form) : parameters_(parameters), form_(form) {}
+  using Register = std::uint8_t;
+  static constexpr Register kNoRegister = 255;
 
-  // The register that holds `value` once the steps appended for it have run, or kNoRegister
-  // when the value has no leaf form. A name's register is its own.
+  LeafLearner(APMPEvaluator& ev, const std::vector<V>& parameters, APMPLeafForm& form)
+      : ev_(ev), parameters_(parameters), form_(form) {}
+
+  // Learns the comparison `value` as a loop's condition.
+  bool condition(const V& value) {
+    const APMPStatementValue* c = ev_.compiledAs(value, kLess, kLooseNotEqual);
+    if (!c || !c->expressionSize() || !compare(*c)) return false;
+    form_.conditionEnd = static_cast<std::uint16_t>(form_.steps.size());
+    form_.conditionCount = 1 + c->expressionSize();
+    form_.count += form_.conditionCount;
+    deepest_ = std::max(deepest_, static_cast<int>(c->expressionDepth()));
+    return true;
+  }
+  // Learns `element`: an assignment `name = value`, or, where `last` allows it, a return.
+  bool statement(const V& element, bool last) {
+    const V* value;
+    const APMPStatementValue* assignment = ev_.compiledAs(element, kAssign, kAssignSum);
+    if (assignment) {
+      value = &assignment->arguments()[1];
+    } else if (const APMPStatementValue* r = ev_.compiledAs(element, kReturn, kReturn);
+               r && last && r->arguments().size() == 1) {
+      value = &r->arguments()[0];
+    } else {
+      return false;
+    }
+    // The statement counts one and nests one deeper; its value, an expression without side
+    // effects, as its size and depth say.
+    std::uint32_t size = 0;
+    int depth = 0;
+    const APMPStatementValue* e = nullptr;
+    if (value->isStatement()) {
+      e = ev_.compiledAs(*value, kAdd, kReadProperty);
+      if (!e || !e->expressionSize()) return false;
+      size = e->expressionSize();
+      depth = e->expressionDepth();
+    }
+    if (assignment) {
+      Register target = name(assignment->arguments()[0]);
+      Register source = this->value(*value);
+      if (target == kNoRegister || source == kNoRegister) return false;
+      if (target >= APMPLeafForm::kOutsideRegisters) {
+        form_.outsideWritten |= bit(target - APMPLeafForm::kOutsideRegisters);
+      }
+      // The last step writes to the target instead where it made the value.
+      if (source >= APMPLeafForm::kOtherRegisters && !form_.steps.empty() &&
+          form_.steps.back().target == source) {
+        form_.steps.back().target = target;
+      } else {
+        form_.steps.push_back({APMPLeafForm::Step::kCopy, target, source, source});
+      }
+    } else {
+      if (e && e->operation() >= kLess && e->operation() <= kLooseNotEqual) {
+        if (!compare(*e)) return false;
+      } else if ((form_.result = this->value(*value)) == kNoRegister) {
+        return false;
+      }
+      form_.returns = true;
+    }
+    form_.count += 1 + size;
+    deepest_ = std::max(deepest_, 1 + depth);
+    return true;
+  }
+  // How deep the statements learned nest below their function or loop.
+  int deepest() const { return deepest_; }
+
+ private:
+  static std::uint16_t bit(int i) { return static_cast<std::uint16_t>(1u << i); }
+  // A register for a literal, an entry or an intermediate result, or kNoRegister.
+  Register fresh() {
+    if (next_ < APMPLeafForm::kOtherRegisters) return kNoRegister;
+    return next_--;
+  }
+  // The comparison `c` (compiled) as the form's result and right operand.
+  bool compare(const APMPStatementValue& c) {
+    form_.comparison = c.operation();
+    form_.result = value(c.arguments()[0]);
+    form_.right = form_.result == kNoRegister ? kNoRegister : value(c.arguments()[1]);
+    return form_.right != kNoRegister;
+  }
+  // The register that holds `value` once the loads and the steps appended for it have run,
+  // or kNoRegister when the value has no leaf form. A name's register is its own.
   Register value(const V& value) {
     if (value.isNumber()) {
-      if (intermediate_ < APMPLeafForm::kOtherRegisters) return kNoRegister;
-      form_.steps.push_back({APMPLeafForm::Step::kLoad, intermediate_, 0, 0, value.numberPayload()});
-      return intermediate_--;
+      Register r = fresh();
+      if (r != kNoRegister) form_.loads.push_back({APMPLeafForm::Step::kLoad, r, 0, 0, value.numberPayload()});
+      return r;
     }
-    if (!value.isStatement()) return kNoRegister;
-    const APMPStatementValue& s = *value.asStatement();
-    std::uint8_t op = s.operation();
+    const APMPStatementValue* s = ev_.compiledAs(value, kAdd, kReadProperty);
+    if (!s) return kNoRegister;
+    const auto& args = s->arguments();
+    std::uint8_t op = s->operation();
     if (op == kReadName) {
-      Register r = name(s.arguments()[0]);
-      if (r < APMPLeafForm::kOutsideRegisters) form_.parametersRead |= static_cast<std::uint16_t>(1u << r);
+      Register r = name(args[0]);
+      if (r < APMPLeafForm::kOutsideRegisters) form_.parametersRead |= bit(r);
+      return r;
+    }
+    if (op == kReadProperty) {
+      const APMPStatementValue* object = literalRead(args[0]);
+      Register o = object && args[1].isString() ? name(object->arguments()[0]) : kNoRegister;
+      if (o == kNoRegister || o < APMPLeafForm::kOutsideRegisters) return kNoRegister;
+      Register r = fresh();
+      if (r == kNoRegister) return r;
+      std::uint8_t j = o - APMPLeafForm::kOutsideRegisters;
+      form_.outsideObjects |= bit(j);
+      form_.entries.push_back({j, r, args[1].asString()});
       return r;
     }
     if (op < kAdd || op > kRemainder) return kNoRegister;
     // A literal right operand is the step's own.
-    const V& rightOperand = s.arguments()[1];
-    Register left = this->value(s.arguments()[0]);
+    const V& rightOperand = args[1];
+    Register left = this->value(args[0]);
     Register right = left == kNoRegister ? kNoRegister
                      : rightOperand.isNumber() ? APMPLeafForm::Step::kLiteral
                                                : this->value(rightOperand);
-    if (right == kNoRegister || intermediate_ < APMPLeafForm::kOtherRegisters) return kNoRegister;
-    form_.steps.push_back({op, intermediate_, left, right,
-                           rightOperand.isNumber() ? rightOperand.numberPayload() : 0});
-    return intermediate_--;
+    Register target = right == kNoRegister ? kNoRegister : fresh();
+    if (target == kNoRegister) return kNoRegister;
+    form_.steps.push_back({op, target, left, right, rightOperand.isNumber() ? rightOperand.numberPayload() : 0});
+    return target;
   }
   // The register of parameter or outside name `name` (an outside one is added on first
   // sight), or kNoRegister when there are too many.
@@ -2039,24 +2127,13 @@ class LeafLearner {
     }
     return static_cast<Register>(APMPLeafForm::kOutsideRegisters + j);
   }
-  // Appends `target = value` for a value in register `source`: the last step writes to the
-  // target instead where it made the value.
-  void assign(Register target, Register source) {
-    if (source >= APMPLeafForm::kOtherRegisters && !form_.steps.empty() && form_.steps.back().target == source) {
-      form_.steps.back().target = target;
-    } else {
-      form_.steps.push_back({APMPLeafForm::Step::kCopy, target, source, source});
-    }
-  }
 
- private:
+  APMPEvaluator& ev_;
   const std::vector<V>& parameters_;
   APMPLeafForm& form_;
-  // The next free register for a literal or an intermediate result, from the last down.
-  Register intermediate_ = APMPLeafForm::kRegisters - 1;
+  Register next_ = APMPLeafForm::kRegisters - 1;
+  int deepest_ = 0;
 };
-
-}  // namespace
 
 void APMPEvaluator::shareLeafForm(const APMPStatementValue& definition, APMPFunctionValue& function) {
   std::shared_ptr<APMPLeafForm>& form = definition.leafForm();
@@ -2082,102 +2159,57 @@ void APMPEvaluator::learnLeaf(APMPFunctionValue& function) {
       if (names[i].stringPayload() == names[j].stringPayload()) return;
     }
   }
-  LeafLearner learner(names, form);
+  LeafLearner learner(*this, names, form);
   const APMPArrayValue& list = *body.asArray();
-  int deepest = 0;
   for (std::size_t k = 0; k < list.size(); ++k) {
-    const V& element = list.at(k);
-    const V* value;
-    const APMPStatementValue* assignment = compiledAs(element, kAssign, kAssignSum);
-    if (assignment) {
-      value = &assignment->arguments()[1];
-    } else if (const APMPStatementValue* r = compiledAs(element, kReturn, kReturn);
-               r && k + 1 == list.size() && r->arguments().size() == 1) {
-      value = &r->arguments()[0];
-    } else {
-      return;
-    }
-    // The statement counts one and nests one deeper than the call; its value, an expression
-    // without side effects, as its size and depth say.
-    std::uint32_t size = 0;
-    int depth = 0;
-    if (value->isStatement()) {
-      if (!compiledAs(*value, kAdd, kReadName)) return;
-      size = value->asStatement()->expressionSize();
-      depth = value->asStatement()->expressionDepth();
-      if (size == 0) return;
-    }
-    if (assignment) {
-      Register target = learner.name(assignment->arguments()[0]);
-      Register source = learner.value(*value);
-      if (target == kNoRegister || source == kNoRegister) return;
-      if (target >= APMPLeafForm::kOutsideRegisters) {
-        form.outsideWritten |= static_cast<std::uint16_t>(1u << (target - APMPLeafForm::kOutsideRegisters));
-      }
-      learner.assign(target, source);
-    } else {
-      const APMPStatementValue* c = value->isStatement() ? value->asStatement() : nullptr;
-      if (c && c->operation() >= kLess && c->operation() <= kLooseNotEqual) {
-        form.comparison = c->operation();
-        form.result = learner.value(c->arguments()[0]);
-        form.right = learner.value(c->arguments()[1]);
-        if (form.right == kNoRegister) return;
-      } else {
-        form.result = learner.value(*value);
-      }
-      if (form.result == kNoRegister) return;
-      form.returns = true;
-    }
-    form.body.push_back(element);
-    form.count += 1 + size;
-    deepest = std::max(deepest, 1 + depth);
+    if (!learner.statement(list.at(k), k + 1 == list.size())) return;
+    form.body.push_back(list.at(k));
   }
-  form.depth = static_cast<std::int16_t>(1 + deepest);
+  if (form.outsideObjects & form.outsideWritten) return;
+  // A call runs its loads once anyway: they go first among the steps.
+  form.steps.insert(form.steps.begin(), form.loads.begin(), form.loads.end());
+  form.loads.clear();
+  // The call itself nests one deeper.
+  form.depth = static_cast<std::int16_t>(1 + learner.deepest());
   form.state = APMPLeafForm::kLeaf;
 }
 
-[[gnu::always_inline]] inline bool APMPEvaluator::callLeaf(APMPFunctionValue& function,
-                                                         const APMPRuntimeValue* arguments,
-                                                         std::size_t count, APMPRuntimeValue* out) {
-  APMPLeafForm& leaf = *function.leafForm();
-  if (failed_ || instructions_ + leaf.count >= kInstructionBudget || depth_ + leaf.depth > kMaxDepth) {
-    return false;
+void APMPEvaluator::learnLoop(const APMPStatementValue& loop) {
+  std::shared_ptr<APMPLeafForm>& shared = loop.leafForm();
+  shared = std::make_shared<APMPLeafForm>();
+  APMPLeafForm& form = *shared;
+  form.state = APMPLeafForm::kNotLeaf;
+  const auto& args = loop.arguments();
+  const V& body = args[3];
+  if (!body.isArray() || body.asArray()->declaresNames() ||
+      body.asArray()->size() > APMPLeafForm::kMaxStatements) {
+    return;
   }
-  // The program may have changed the list since.
-  const V& body = function.body();
-  const std::size_t n = leaf.body.size();
-  if (!body.isArray() || body.asArray()->size() != n) return false;
-  for (std::size_t k = 0; k < n; ++k) {
-    if (body.asArray()->at(k).object() != leaf.body[k].object()) return false;
+  static const std::vector<V> kNoParameters;
+  LeafLearner learner(*this, kNoParameters, form);
+  if (!learner.condition(args[1])) return;
+  const APMPArrayValue& list = *body.asArray();
+  for (std::size_t k = 0; k < list.size(); ++k) {
+    if (!learner.statement(list.at(k), false)) return;
+    form.body.push_back(list.at(k));
   }
-  // Every name read must be a number, every name written a mutable binding: then nothing on
-  // the way can fail, every value stays a number, and nobody sees the outside names until
-  // the end, when those written get their registers' numbers.
-  double registers[APMPLeafForm::kRegisters];
-  for (std::uint32_t read = leaf.parametersRead; read; read &= read - 1) {
-    int i = __builtin_ctz(read);
-    if (static_cast<std::size_t>(i) >= count || !arguments[i].isNumber()) return false;
-    registers[i] = arguments[i].numberPayload();
-  }
-  APMPScope::Binding* outside[APMPLeafForm::kMaxNames];
-  const std::size_t outsideCount = leaf.outside.size();
-  if (outsideCount) {
-    APMPScope* scope = function.scope();
-    if (!scope) return false;
-    for (std::size_t j = 0; j < outsideCount; ++j) {
-      APMPScope::Binding* b = scope->lookup(leaf.outside[j]);
-      if (!b || !b->value.isNumber() || (b->immutable && (leaf.outsideWritten >> j & 1))) return false;
-      outside[j] = b;
-      registers[APMPLeafForm::kOutsideRegisters + j] = b->value.numberPayload();
-    }
-  }
-  for (const APMPLeafForm::Step& step : leaf.steps) {
-    double x = registers[step.left];
-    double y = step.right == APMPLeafForm::Step::kLiteral ? step.literal : registers[step.right];
-    double& target = registers[step.target];
-    switch (step.operation) {
+  if (!learner.statement(args[2], false) || (form.outsideObjects & form.outsideWritten)) return;
+  form.depth = static_cast<std::int16_t>(learner.deepest());
+  form.state = APMPLeafForm::kLeaf;
+}
+
+namespace {
+
+// Runs leaf steps on `registers`.
+[[gnu::always_inline]] inline void runLeafSteps(const APMPLeafForm::Step* step,
+                                                const APMPLeafForm::Step* end, double* registers) {
+  for (; step != end; ++step) {
+    double x = registers[step->left];
+    double y = step->right == APMPLeafForm::Step::kLiteral ? step->literal : registers[step->right];
+    double& target = registers[step->target];
+    switch (step->operation) {
       case APMPLeafForm::Step::kCopy: target = x; break;
-      case APMPLeafForm::Step::kLoad: target = step.literal; break;
+      case APMPLeafForm::Step::kLoad: target = step->literal; break;
       case kAdd: target = x + y; break;
       case kSubtract: target = x - y; break;
       case kMultiply: target = x * y; break;
@@ -2185,16 +2217,126 @@ void APMPEvaluator::learnLeaf(APMPFunctionValue& function) {
       default: target = remainderOf(x, y); break;
     }
   }
+}
+
+// Whether the body a leaf was learned from is still `body`: the program may change a list.
+bool sameBody(const APMPLeafForm& leaf, const V& body) {
+  const std::size_t n = leaf.body.size();
+  if (!body.isArray() || body.asArray()->size() != n) return false;
+  for (std::size_t k = 0; k < n; ++k) {
+    if (body.asArray()->at(k).object() != leaf.body[k].object()) return false;
+  }
+  return true;
+}
+
+bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding** outside);
+
+// Loads the registers of `leaf` from `arguments` and from the outside names as seen from
+// `scope`, keeping their bindings in `outside`. Every name read must be a number (or, read
+// under a key, hold one there), every name written a mutable binding: then nothing on the way
+// can fail, every value stays a number, and nobody sees the names until the end, when
+// storeLeaf writes back those written. False, with nothing changed, otherwise.
+[[gnu::always_inline]] inline bool loadLeaf(APMPLeafForm& leaf, const V* arguments, std::size_t count,
+                                            APMPScope* scope, double* registers,
+                                            APMPScope::Binding** outside) {
+  for (std::uint32_t read = leaf.parametersRead; read; read &= read - 1) {
+    int i = __builtin_ctz(read);
+    if (static_cast<std::size_t>(i) >= count || !arguments[i].isNumber()) return false;
+    registers[i] = arguments[i].numberPayload();
+  }
+  if (const std::size_t n = leaf.outside.size()) {
+    if (!scope) return false;
+    for (std::size_t j = 0; j < n; ++j) {
+      APMPScope::Binding* b = scope->lookup(leaf.outside[j]);
+      if (!b) return false;
+      if (!(leaf.outsideObjects >> j & 1)) {
+        if (!b->value.isNumber() || (b->immutable && (leaf.outsideWritten >> j & 1))) return false;
+        registers[APMPLeafForm::kOutsideRegisters + j] = b->value.numberPayload();
+      }
+      outside[j] = b;
+    }
+  }
+  if (!leaf.entries.empty()) [[unlikely]] {
+    if (!loadEntries(leaf, registers, outside)) return false;
+  }
+  runLeafSteps(leaf.loads.data(), leaf.loads.data() + leaf.loads.size(), registers);
+  return true;
+}
+
+// The entries of loadLeaf.
+bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding** outside) {
+  for (const APMPLeafForm::Entry& entry : leaf.entries) {
+    const V& object = outside[entry.name]->value;
+    if (object.isMap()) {
+      const V* v = object.asMap()->find(entry.key->value());
+      if (!v || !v->isNumber()) return false;
+      registers[entry.target] = v->numberPayload();
+    } else if (object.isString() && entry.key->equals("length")) {
+      registers[entry.target] = static_cast<double>(object.stringPayload().size());
+    } else {
+      return false;
+    }
+  }
+  return true;
+}
+
+[[gnu::always_inline]] inline void storeLeaf(const APMPLeafForm& leaf, const double* registers,
+                                             APMPScope::Binding** outside) {
   for (std::uint32_t written = leaf.outsideWritten; written; written &= written - 1) {
     int j = __builtin_ctz(written);
     outside[j]->value.setNumber(registers[APMPLeafForm::kOutsideRegisters + j]);
   }
+}
+
+}  // namespace
+
+[[gnu::always_inline]] inline bool APMPEvaluator::callLeaf(APMPFunctionValue& function,
+                                                         const APMPRuntimeValue* arguments,
+                                                         std::size_t count, APMPRuntimeValue* out) {
+  APMPLeafForm& leaf = *function.leafForm();
+  double registers[APMPLeafForm::kRegisters];
+  APMPScope::Binding* outside[APMPLeafForm::kMaxNames];
+  if (failed_ || instructions_ + leaf.count >= kInstructionBudget || depth_ + leaf.depth > kMaxDepth ||
+      !sameBody(leaf, function.body()) ||
+      !loadLeaf(leaf, arguments, count, function.scope(), registers, outside)) {
+    return false;
+  }
+  runLeafSteps(leaf.steps.data(), leaf.steps.data() + leaf.steps.size(), registers);
+  storeLeaf(leaf, registers, outside);
   if (leaf.returns) {
     double x = registers[leaf.result];
     *out = leaf.comparison ? V::boolean(compare(leaf.comparison, x, registers[leaf.right])) : V::number(x);
   }
   instructions_ += leaf.count;
   return true;
+}
+
+bool APMPEvaluator::runLeafLoop(const APMPStatementValue& loop, APMPScope* loopScope) {
+  if (!loop.leafForm()) learnLoop(loop);
+  APMPLeafForm& leaf = *loop.leafForm();
+  double registers[APMPLeafForm::kRegisters];
+  APMPScope::Binding* outside[APMPLeafForm::kMaxNames];
+  if (leaf.state != APMPLeafForm::kLeaf || failed_ || depth_ + leaf.depth > kMaxDepth ||
+      !sameBody(leaf, loop.arguments()[3]) || !loadLeaf(leaf, nullptr, 0, loopScope, registers, outside)) {
+    return false;
+  }
+  const APMPLeafForm::Step* steps = leaf.steps.data();
+  const APMPLeafForm::Step* conditionEnd = steps + leaf.conditionEnd;
+  const APMPLeafForm::Step* end = steps + leaf.steps.size();
+  bool done = false;
+  // Turn by turn while the whole turn fits in the budget; the general path takes the rest.
+  while (instructions_ + leaf.count < kInstructionBudget) {
+    runLeafSteps(steps, conditionEnd, registers);
+    if (!compare(leaf.comparison, registers[leaf.result], registers[leaf.right])) {
+      instructions_ += leaf.conditionCount;
+      done = true;
+      break;
+    }
+    runLeafSteps(conditionEnd, end, registers);
+    instructions_ += leaf.count;
+  }
+  storeLeaf(leaf, registers, outside);
+  return done;
 }
 
 APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
@@ -2215,6 +2357,11 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
   V result;
   eval(args[0], loopScope);
   const V& body = args[3];
+  // A loop of number assignments runs on registers, as long as it fits the budget.
+  if (runLeafLoop(statement, loopScope)) {
+    loopScope->release();
+    return {};
+  }
   // A body that declares nothing runs in the loop's scope, statement by statement here.
   APMPArrayValue* plain = body.isArray() && !body.asArray()->declaresNames() ? body.asArray() : nullptr;
   // A counting loop's condition and update run on the name's number directly, counted as

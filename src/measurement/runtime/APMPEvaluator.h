@@ -193,6 +193,13 @@ class APMPEvaluator {
                        std::size_t count, APMPRuntimeValue* out);
   // Fills the leaf form of `function` before its first call (kLeaf or kNotLeaf).
   [[gnu::noinline]] void learnLeaf(APMPFunctionValue& function);
+  // Learns the leaf form of the `for` statement `loop` when it first runs.
+  [[gnu::noinline]] void learnLoop(const APMPStatementValue& loop);
+  // Runs the `for` statement `loop` in `loopScope` (its initialisation done) as a leaf loop
+  // (see APMPLeafForm), counted and bounded as the general path counts them, while its whole
+  // turn fits in the budget. True when the loop ended; false when the general path must run
+  // it from its next turn on (nothing at all done when its names do not hold what it needs).
+  bool runLeafLoop(const APMPStatementValue& loop, APMPScope* loopScope);
   // Gives `function`, just made by `definition`, the leaf form the definition's functions
   // with the same parameter names share.
   static void shareLeafForm(const APMPStatementValue& definition, APMPFunctionValue& function);
@@ -305,6 +312,8 @@ class APMPEvaluator {
   bool addInPlace(const APMPStatementValue& statement, APMPScope* scope, APMPRuntimeValue* out);
   APMPRuntimeValue dispatch(const APMPStatementValue& statement, APMPScope* scope);
   [[gnu::noinline]] bool budgetExceeded();
+
+  class LeafLearner;
 
   APMPCommandRegistrar registrar_;
   APMPNameTable names_;

@@ -434,18 +434,20 @@ struct APMPSlot {
   void* binding = nullptr;          // the APMPScope::Binding it found
 };
 
-// What the evaluator learned of a function's body before its first call: whether it is a
-// leaf, which runs on doubles without a call scope. A leaf's body is a few statements, each
-// `name = value` with a number value, and at the end maybe `return value`, where a value is
-// a number literal, a name read, arithmetic of those or (returned) a comparison of those;
-// the names are parameters (each given once) or names bound outside the function. The
+// What the evaluator learned of a function's body before its first call, or of a `for` loop
+// when it first ran: whether it is a leaf, which runs on doubles in registers. A leaf
+// function's body is a few statements `name = value` and at the end maybe `return value`; a
+// leaf loop's condition is a comparison of values, its update and body statements
+// `name = value`. A value is a number literal, a name read, a read of a name's value under a
+// literal key, or arithmetic of those; a returned one may be a comparison. The names are
+// parameters (each given once) or names bound outside (the function, or the loop's body). The
 // functions one definition makes share the form it learned for their parameter names.
 struct APMPLeafForm {
   enum State : std::uint8_t { kUnknown, kLeaf, kNotLeaf };
   static constexpr std::size_t kMaxNames = 16;
   static constexpr std::size_t kMaxStatements = 8;
-  // The body runs on registers of doubles: the parameters' from 0, the outside names' from
-  // kOutsideRegisters, literals and intermediate results from kOtherRegisters on.
+  // The registers: the parameters' from 0, the outside names' from kOutsideRegisters,
+  // literals, entries and intermediate results from kOtherRegisters on.
   static constexpr std::uint8_t kOutsideRegisters = kMaxNames;
   static constexpr std::uint8_t kOtherRegisters = 2 * kMaxNames;
   static constexpr std::size_t kRegisters = 64;
@@ -462,24 +464,39 @@ struct APMPLeafForm {
     std::uint8_t right = 0;
     double literal = 0;
   };
+  // A read of outside name `name`'s value under `key` (a map's number there, or a string's
+  // length for "length"), loaded into register `target` before the steps run.
+  struct Entry {
+    std::uint8_t name = 0;
+    std::uint8_t target = 0;
+    const APMPStringValue* key = nullptr;
+  };
   State state = kUnknown;
   std::vector<std::string> parameters;  // the parameter names it is for
-  // How deep the general path would nest (the call included) and how many instructions it
-  // would count.
+  // How deep the general path would nest (below the call or the loop) and how many
+  // instructions it would count for the whole body (a loop: one turn, its condition in).
   std::int16_t depth = 0;
   std::uint32_t count = 0;
   std::uint16_t parametersRead = 0;  // one bit per parameter whose value is read
   std::uint16_t outsideWritten = 0;  // one bit per outside name written
-  // What the body returns: nothing; registers[result] as a number; or the comparison
-  // `comparison` (the evaluator's operation) of registers[result] and registers[right].
+  std::uint16_t outsideObjects = 0;  // one bit per outside name read under a key
+  // What a function returns: nothing; registers[result] as a number; or the comparison
+  // `comparison` (the evaluator's operation) of registers[result] and registers[right]. A
+  // loop's condition is that comparison.
   bool returns = false;
   std::uint8_t comparison = 0;
   std::uint8_t result = 0;
   std::uint8_t right = 0;
+  // A loop's: the steps before `conditionEnd` are its condition's, which counts
+  // `conditionCount` instructions.
+  std::uint16_t conditionEnd = 0;
+  std::uint32_t conditionCount = 0;
   // The body's statements (held), to see that it is unchanged. The references are not among
   // the function's for the cycle collector: these statements hold no functions.
   std::vector<APMPRuntimeValue> body;
+  std::vector<Step> loads;  // kLoad steps, run once before the others
   std::vector<Step> steps;
+  std::vector<Entry> entries;
   std::vector<APMPSlot> outside;  // the outside names, looked up from the defining scope
 };
 
@@ -609,7 +626,8 @@ class APMPStatementValue final : public APMPHeapObject {
     numberForm_ = 1;
   }
   void setNoNumberForm() const { numberForm_ = 2; }
-  // For a function definition (50, 51): the leaf form its functions share.
+  // For a function definition (50, 51): the leaf form its functions share; for a `for` (63),
+  // its own.
   std::shared_ptr<APMPLeafForm>& leafForm() const { return leafForm_; }
   // Replaces the literal names among the arguments (names read, written, declared and
   // looped over) and the callee's name with the equal strings of `table`. Done once per

@@ -743,11 +743,13 @@ TEST(APMPRuntimeTest, BodyStatementsFailAndSignalAsAnywhereElse) {
 
 namespace {
 
-// A function whose body is a few number assignments and a return runs without a call scope
-// while its names hold numbers. Each case runs twice: as written, and with a statement after
-// the return that never runs but keeps the function off that path. Both must agree on the
-// value, the error, the count, and where a budget or a depth cut short stops them.
-TEST(APMPRuntimeTest, LeafFunctionsRunAsTheGeneralPathRunsThem) {
+// A function whose body is a few number assignments and a return, and a loop of number
+// assignments, run on registers while their names hold numbers. Each case runs twice: as
+// written, and kept off that path (a function with a statement after its return that never
+// runs; a loop that reads a name holding "1" where the other holds 1, to the same effect).
+// Both must agree on the value, the error, the count, and where a budget or a depth cut
+// short stops them.
+TEST(APMPRuntimeTest, LeafFunctionsAndLoopsRunAsTheGeneralPathRunsThem) {
   auto function = [](std::vector<std::string> parameters, std::vector<V> body, bool twin) {
     if (twin) body.push_back(P::call("44"));
     return P::function("", std::move(parameters), std::move(body));
@@ -790,6 +792,30 @@ TEST(APMPRuntimeTest, LeafFunctionsRunAsTheGeneralPathRunsThem) {
         return std::vector<V>{P::let("h", function({"x"}, {P::ret(add(P::var("x"), P::var("nowhere")))}, twin)),
                               P::call("h", {P::num(1)})};
       },
+      // let o = {x: 3}; let s = 0; let j = 10;
+      // for (let i = 0; i < 5; i = i + 1) { s = s + i * 2 - o.x * one; j = i; }
+      // for (; j < 0; j = j + 1) {}  return [s, j, o.x];
+      [&](bool twin) {
+        auto loop = [](V init, V condition, V update, std::vector<V> body) {
+          return P::call("63", {std::move(init), std::move(condition), std::move(update), P::list(std::move(body))});
+        };
+        return std::vector<V>{
+            P::let("o", P::call("8", {P::str("x"), P::num(3)})), P::let("s", P::num(0)), P::let("j", P::num(10)),
+            P::let("one", twin ? P::str("1") : P::num(1)),
+            loop(P::let("i", P::num(0)), binary("23", P::var("i"), P::num(5)), P::assign("i", add(P::var("i"), P::num(1))),
+                 {P::assign("s", binary("37", add(P::var("s"), mul(P::var("i"), P::num(2))),
+                                        mul(P::call("16", {P::var("o"), P::str("x")}), P::var("one")))),
+                  P::assign("j", P::var("i"))}),
+            loop(P::call("44"), binary("23", mul(P::var("j"), P::var("one")), P::num(0)), P::assign("j", add(P::var("j"), P::num(1))), {}),
+            P::ret(a({P::var("s"), P::var("j"), P::call("16", {P::var("o"), P::str("x")})}))};
+      },
+      // A loop that writes a constant.
+      [&](bool twin) {
+        return std::vector<V>{P::call("52", {P::str("k"), P::num(0)}), P::let("one", twin ? P::str("1") : P::num(1)),
+                              P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(3)),
+                                             P::assign("i", add(P::var("i"), P::var("one"))),
+                                             P::list({P::assign("k", add(P::var("k"), P::num(1)))})})};
+      },
   };
   struct Outcome {
     std::string value;
@@ -812,8 +838,10 @@ TEST(APMPRuntimeTest, LeafFunctionsRunAsTheGeneralPathRunsThem) {
     EXPECT_EQ(leaf.count, twin.count) << where;
   };
   const std::vector<std::string> expected = {"2,NaN,0,5,6,8,1,4,1anull2.534,false,false,true,true,true,true",
-                                             "1,3,33,334,4,NaN,20,100", "undefined", "undefined"};
-  const std::vector<std::string> failures = {"", "", "Assignment to constant variable k", "nowhere is not defined"};
+                                             "1,3,33,334,4,NaN,20,100", "undefined", "undefined", "5,4,3",
+                                             "undefined"};
+  const std::vector<std::string> failures = {"", "", "Assignment to constant variable k", "nowhere is not defined",
+                                             "", "Assignment to constant variable k"};
   for (std::size_t c = 0; c < cases.size(); ++c) {
     Outcome leaf = outcome(cases[c](false), APMPEvaluator::kInstructionBudget, 0);
     Outcome twin = outcome(cases[c](true), APMPEvaluator::kInstructionBudget, 0);
