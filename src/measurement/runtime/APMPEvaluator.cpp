@@ -2290,14 +2290,31 @@ bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding
 
 }  // namespace
 
+bool APMPEvaluator::prepareLeaf(APMPFunctionValue& function) {
+  APMPLeafForm* leaf = function.leafForm();
+  if (!leaf) return false;
+  if (leaf->state == APMPLeafForm::kUnknown) learnLeaf(function);
+  return leaf->state == APMPLeafForm::kLeaf && sameBody(*leaf, function.body());
+}
+
 [[gnu::always_inline]] inline bool APMPEvaluator::callLeaf(APMPFunctionValue& function,
                                                          const APMPRuntimeValue* arguments,
                                                          std::size_t count, APMPRuntimeValue* out) {
+  return sameBody(*function.leafForm(), function.body()) && runLeaf(function, arguments, count, out);
+}
+
+bool APMPEvaluator::callPreparedLeaf(APMPFunctionValue& function, const APMPRuntimeValue* arguments,
+                                     std::size_t count, APMPRuntimeValue* out) {
+  return runLeaf(function, arguments, count, out);
+}
+
+[[gnu::always_inline]] inline bool APMPEvaluator::runLeaf(APMPFunctionValue& function,
+                                                        const APMPRuntimeValue* arguments,
+                                                        std::size_t count, APMPRuntimeValue* out) {
   APMPLeafForm& leaf = *function.leafForm();
   double registers[APMPLeafForm::kRegisters];
   APMPScope::Binding* outside[APMPLeafForm::kMaxNames];
   if (failed_ || instructions_ + leaf.count >= kInstructionBudget || depth_ + leaf.depth > kMaxDepth ||
-      !sameBody(leaf, function.body()) ||
       !loadLeaf(leaf, arguments, count, function.scope(), registers, outside)) {
     return false;
   }
@@ -2306,6 +2323,8 @@ bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding
   if (leaf.returns) {
     double x = registers[leaf.result];
     *out = leaf.comparison ? V::boolean(compare(leaf.comparison, x, registers[leaf.right])) : V::number(x);
+  } else {
+    *out = V();
   }
   instructions_ += leaf.count;
   return true;

@@ -191,8 +191,18 @@ class APMPEvaluator {
   // out); the caller then runs the call the general way.
   inline bool callLeaf(APMPFunctionValue& function, const APMPRuntimeValue* arguments,
                        std::size_t count, APMPRuntimeValue* out);
+  // For a function called many times in a row (an array method's callback): whether its
+  // leaf form (learned now if need be) fits its body as it is. While the calls last, nothing
+  // can change the body (a leaf's statements call nothing, on either path), so
+  // callPreparedLeaf may stand for callLeaf.
+  bool prepareLeaf(APMPFunctionValue& function);
+  bool callPreparedLeaf(APMPFunctionValue& function, const APMPRuntimeValue* arguments,
+                        std::size_t count, APMPRuntimeValue* out);
   // Fills the leaf form of `function` before its first call (kLeaf or kNotLeaf).
   [[gnu::noinline]] void learnLeaf(APMPFunctionValue& function);
+  // callPreparedLeaf, inline.
+  inline bool runLeaf(APMPFunctionValue& function, const APMPRuntimeValue* arguments,
+                      std::size_t count, APMPRuntimeValue* out);
   // Learns the leaf form of the `for` statement `loop` when it first runs.
   [[gnu::noinline]] void learnLoop(const APMPStatementValue& loop);
   // Runs the `for` statement `loop` in `loopScope` (its initialisation done) as a leaf loop

@@ -312,12 +312,14 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     if (method == kAPMPMethodMap) out.resize(length);
     // The caller's arguments hold the function for the whole loop.
     APMPFunctionValue* callee = fn.asFunction();
+    const bool leaf = ev.prepareLeaf(*callee);
     V callArgs[3] = {V(), V(), target};
     for (std::size_t i = 0; i < length && i < a->size(); ++i) {
       // callArgs[0] keeps the element as it was before the call, which may change the array.
       callArgs[0] = a->at(i);
       callArgs[1].setNumber(static_cast<double>(i));
-      V r = callee->call(ev, callArgs, 3);
+      V r;
+      if (!leaf || !ev.callPreparedLeaf(*callee, callArgs, 3, &r)) r = callee->call(ev, callArgs, 3);
       if (ev.failed()) return {};
       if (method == kAPMPMethodEvery && !r.booleanValue()) return V::boolean(false);
       if (method == kAPMPMethodSome && r.booleanValue()) return V::boolean(true);
@@ -347,6 +349,7 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     }
     // The caller's arguments hold the function for the whole loop.
     APMPFunctionValue* callee = fn.asFunction();
+    const bool leaf = ev.prepareLeaf(*callee);
     V callArgs[4] = {V(), V(), V(), target};
     for (; k < length; ++k) {
       std::size_t i = right ? length - 1 - k : k;
@@ -354,7 +357,9 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
       callArgs[0] = std::move(accumulator);
       callArgs[1] = a->at(i);
       callArgs[2] = V::number(static_cast<double>(i));
-      accumulator = callee->call(ev, callArgs, 4);
+      if (!leaf || !ev.callPreparedLeaf(*callee, callArgs, 4, &accumulator)) {
+        accumulator = callee->call(ev, callArgs, 4);
+      }
       if (ev.failed()) return {};
     }
     return accumulator;
