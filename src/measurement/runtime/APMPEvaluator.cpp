@@ -1951,7 +1951,11 @@ APMPRuntimeValue APMPEvaluator::executeCall(const APMPStatementValue& statement,
       list[i] = operand(args[i], scope);
       if (failed_) return {};
     }
-    return callee.asFunction()->call(*this, list, args.size());
+    APMPFunctionValue& function = *callee.asFunction();
+    if (const APMPLeafForm* leaf = function.leafForm(); leaf && leaf->state == APMPLeafForm::kLeaf) {
+      if (V r; callLeaf(function, list, args.size(), &r)) return r;
+    }
+    return function.call(*this, list, args.size());
   }
   ArgumentList list;
   for (const auto& a : args) {
