@@ -1136,7 +1136,8 @@ bool flattenNumber(const V& argument, std::vector<APMPNumberStep>& steps, int he
           args[0].asStatement()->operation() != kReadName) {
         return false;
       }
-      steps.push_back({kPushEntry, 0, &args[0].asStatement()->slot(), args[1].asString()});
+      steps.push_back({kPushEntry, 0, &args[0].asStatement()->slot(), args[1].asString(),
+                       args[1].asString()->equals("length") ? APMPNumberStep::kLength : 0});
       count += 2;
     } else if (op >= kAdd && op <= kRemainder) {
       if (!flattenNumber(args[0], steps, height, most, count) ||
@@ -1495,7 +1496,10 @@ bool APMPEvaluator::runNumberSteps(const APMPStatementValue& e, APMPScope* scope
         APMPScope::Binding* b = scope->lookup(*step.slot);
         if (!b) return false;
         const V& object = b->value;
-        if (object.isMap()) {
+        // A string's length first: the step's key is "length" when entryHint says so.
+        if (object.isString() && step.entryHint == APMPNumberStep::kLength) {
+          *top++ = static_cast<double>(object.stringPayload().size());
+        } else if (object.isMap()) {
           const auto& entries = object.asMap()->entries();
           const std::string& key = step.key->value();
           std::uint32_t at = step.entryHint;
@@ -1504,13 +1508,11 @@ bool APMPEvaluator::runNumberSteps(const APMPStatementValue& e, APMPScope* scope
             if (!v) return false;
             at = 0;
             while (&entries[at].second != v) ++at;
-            step.entryHint = at;
+            if (step.entryHint != APMPNumberStep::kLength) step.entryHint = at;
           }
           const V& v = entries[at].second;
           if (!v.isNumber()) return false;
           *top++ = v.numberPayload();
-        } else if (object.isString() && step.key->equals("length")) {
-          *top++ = static_cast<double>(object.stringPayload().size());
         } else {
           return false;
         }
@@ -1809,8 +1811,13 @@ bool APMPEvaluator::addInPlace(const APMPStatementValue& statement, APMPScope* s
     if (out) *out = b->value;
     return true;
   }
-  // Held: the sum replaces the name's value, which x may be (`s = s + s`).
-  V r = *x;
+  // Held where x is the name's own value (`s = s + s`), which the sum replaces.
+  V held;
+  if (x == &b->value) {
+    held = *x;
+    x = &held;
+  }
+  const V& r = *x;
   if (!number && b->value.object()->referenceCount() == 1 && (r.isString() || r.isNumber())) {
     bool ok;
     if (r.isString()) {

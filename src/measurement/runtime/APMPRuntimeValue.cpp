@@ -346,7 +346,12 @@ std::uint64_t APMPStringValue::nameBitOf(std::string_view text) {
 
 bool APMPStringValue::appendInPlace(std::string_view text) {
   if (!APMPHeap::canAllocate(value_.size() + text.size() + 64)) return false;
-  value_ += text;
+  // A few characters one by one: no library call while the capacity lasts.
+  if (text.size() <= 8) {
+    for (char c : text) value_.push_back(c);
+  } else {
+    value_ += text;
+  }
   nameBit_ = 0;
   charge(static_cast<std::ptrdiff_t>(text.size()));
   return true;

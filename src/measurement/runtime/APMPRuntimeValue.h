@@ -573,7 +573,9 @@ struct APMPNumberStep {
   double literal = 0;
   APMPSlot* slot = nullptr;
   const APMPStringValue* key = nullptr;
-  // Where `key` was found among a map's entries the last time (a guess, checked on use).
+  // Where `key` was found among a map's entries the last time (a guess, checked on use); for
+  // the key "length", kLength.
+  static constexpr std::uint32_t kLength = UINT32_MAX;
   mutable std::uint32_t entryHint = 0;
 };
 
