@@ -2061,11 +2061,101 @@ class APMPEvaluator::LeafLearner {
       form_.returns = true;
     }
     form_.count += 1 + size;
-    deepest_ = std::max(deepest_, 1 + depth);
+    deepest_ = std::max(deepest_, nesting_ + 1 + depth);
     return true;
   }
   // How deep the statements learned nest below their function or loop.
   int deepest() const { return deepest_; }
+
+  // For a loop's body: sorts the statements of `list` (the body, or an `if`'s list in it when
+  // `nested`). Assignments of numbers run on registers; other assignments of expressions run
+  // the general way, and the names they touch stay dynamic (in their bindings, read by `if`
+  // conditions only); an `if` without `else` holds such statements. False where some
+  // statement is none of these, or registers would write a dynamic name. Sets general() when
+  // the body needs operations.
+  bool plan(const APMPArrayValue& list, bool nested) {
+    for (std::size_t k = 0; k < list.size(); ++k) {
+      const V& element = list.at(k);
+      if (const APMPStatementValue* a = ev_.compiledAs(element, kAssign, kAssignSum)) {
+        const V& value = a->arguments()[1];
+        std::string_view target = a->arguments()[0].stringPayload();
+        if (isNumberValue(value)) {
+          written_.push_back(target);
+          continue;
+        }
+        const APMPStatementValue* e = value.isStatement() ? ev_.compiledAs(value, 0, 255) : nullptr;
+        if (value.isStatement() && !e->expressionSize()) return false;
+        general_ = true;
+        dynamic_.push_back(target);
+        if (e) namesIn(*e);
+        continue;
+      }
+      const APMPStatementValue* i = nested ? nullptr : ev_.compiledAs(element, kIf, kIf);
+      const auto* args = i ? &i->arguments() : nullptr;
+      if (!args || args->size() != 2 || !(*args)[1].isArray() || (*args)[1].asArray()->declaresNames() ||
+          (*args)[1].asArray()->size() > APMPLeafForm::kMaxStatements || !plan(*(*args)[1].asArray(), true)) {
+        return false;
+      }
+      general_ = true;
+    }
+    for (std::string_view name : written_) {
+      if (dynamic(name)) return false;
+    }
+    return true;
+  }
+  bool general() const { return general_; }
+  // Learns `element`, planned, as operations; `index` is the body statement it is or is in.
+  bool operation(const V& element, std::uint16_t index, bool nested) {
+    APMPLeafForm::Operation op;
+    op.nested = nested;
+    op.index = index;
+    if (const APMPStatementValue* a = ev_.compiledAs(element, kAssign, kAssignSum)) {
+      const V& value = a->arguments()[1];
+      op.begin = static_cast<std::uint16_t>(form_.steps.size());
+      std::uint32_t before = form_.count;
+      if (isNumberValue(value)) {
+        if (!statement(element, false)) return false;
+        op.kind = APMPLeafForm::Operation::kSteps;
+        op.end = static_cast<std::uint16_t>(form_.steps.size());
+        op.count = form_.count - before;
+      } else {
+        // Counted by itself; at most one for the assignment and its value's size.
+        op.kind = APMPLeafForm::Operation::kGeneral;
+        op.statement = element;
+        const APMPStatementValue* e = value.isStatement() ? value.asStatement() : nullptr;
+        form_.count += 1 + (e ? e->expressionSize() : 0);
+        deepest_ = std::max(deepest_, nesting_ + 1 + (e ? e->expressionDepth() : 0));
+      }
+      form_.operations.push_back(std::move(op));
+      return true;
+    }
+    const APMPStatementValue& i = *element.asStatement();
+    const APMPStatementValue* c = ev_.compiledAs(i.arguments()[0], kLess, kLooseNotEqual);
+    if (!c || !c->expressionSize()) return false;
+    op.kind = APMPLeafForm::Operation::kIf;
+    op.begin = static_cast<std::uint16_t>(form_.steps.size());
+    op.dynamicBegin = static_cast<std::uint16_t>(form_.dynamic.size());
+    allowDynamic_ = true;
+    bool ok = compare(*c, &op.left, &op.right);
+    allowDynamic_ = false;
+    if (!ok) return false;
+    op.comparison = c->operation();
+    op.end = static_cast<std::uint16_t>(form_.steps.size());
+    op.dynamicEnd = static_cast<std::uint16_t>(form_.dynamic.size());
+    op.count = 1 + c->expressionSize();
+    form_.count += op.count;
+    deepest_ = std::max(deepest_, 1 + c->expressionDepth());
+    std::size_t at = form_.operations.size();
+    form_.operations.push_back(std::move(op));
+    const APMPArrayValue& list = *i.arguments()[1].asArray();
+    nesting_ = 1;
+    for (std::size_t k = 0; k < list.size(); ++k) {
+      if (!operation(list.at(k), index, true)) return false;
+    }
+    nesting_ = 0;
+    form_.operations[at].listEnd = static_cast<std::uint16_t>(form_.operations.size());
+    return true;
+  }
 
  private:
   static std::uint16_t bit(int i) { return static_cast<std::uint16_t>(1u << i); }
@@ -2077,9 +2167,43 @@ class APMPEvaluator::LeafLearner {
   // The comparison `c` (compiled) as the form's result and right operand.
   bool compare(const APMPStatementValue& c) {
     form_.comparison = c.operation();
-    form_.result = value(c.arguments()[0]);
-    form_.right = form_.result == kNoRegister ? kNoRegister : value(c.arguments()[1]);
-    return form_.right != kNoRegister;
+    return compare(c, &form_.result, &form_.right);
+  }
+  // The registers of the operands of comparison `c`.
+  bool compare(const APMPStatementValue& c, Register* left, Register* right) {
+    *left = value(c.arguments()[0]);
+    *right = *left == kNoRegister ? kNoRegister : value(c.arguments()[1]);
+    return *right != kNoRegister;
+  }
+  // Whether `value` is a number expression as value() takes it, dynamic names aside.
+  bool isNumberValue(const V& value) {
+    if (value.isNumber()) return true;
+    const APMPStatementValue* s = ev_.compiledAs(value, kAdd, kReadProperty);
+    if (!s) return false;
+    const auto& args = s->arguments();
+    switch (s->operation()) {
+      case kReadName: return true;
+      case kReadProperty: return literalRead(args[0]) && args[1].isString();
+      case kAdd: case kSubtract: case kMultiply: case kDivide: case kRemainder:
+        return isNumberValue(args[0]) && isNumberValue(args[1]);
+      default: return false;
+    }
+  }
+  // Adds the names that expression `e` reads to the dynamic ones.
+  void namesIn(const APMPStatementValue& e) {
+    if (e.operation() == kReadName) {
+      dynamic_.push_back(e.arguments()[0].stringPayload());
+      return;
+    }
+    for (const V& a : e.arguments()) {
+      if (a.isStatement()) namesIn(*a.asStatement());
+    }
+  }
+  bool dynamic(std::string_view name) const {
+    for (std::string_view d : dynamic_) {
+      if (d == name) return true;
+    }
+    return false;
   }
   // The register that holds `value` once the loads and the steps appended for it have run,
   // or kNoRegister when the value has no leaf form. A name's register is its own.
@@ -2094,13 +2218,18 @@ class APMPEvaluator::LeafLearner {
     const auto& args = s->arguments();
     std::uint8_t op = s->operation();
     if (op == kReadName) {
+      if (dynamic(args[0].stringPayload())) return dynamicRead(args[0], nullptr);
       Register r = name(args[0]);
       if (r < APMPLeafForm::kOutsideRegisters) form_.parametersRead |= bit(r);
       return r;
     }
     if (op == kReadProperty) {
       const APMPStatementValue* object = literalRead(args[0]);
-      Register o = object && args[1].isString() ? name(object->arguments()[0]) : kNoRegister;
+      if (!object || !args[1].isString()) return kNoRegister;
+      if (dynamic(object->arguments()[0].stringPayload())) {
+        return dynamicRead(object->arguments()[0], args[1].asString());
+      }
+      Register o = name(object->arguments()[0]);
       if (o == kNoRegister || o < APMPLeafForm::kOutsideRegisters) return kNoRegister;
       Register r = fresh();
       if (r == kNoRegister) return r;
@@ -2120,6 +2249,17 @@ class APMPEvaluator::LeafLearner {
     if (target == kNoRegister) return kNoRegister;
     form_.steps.push_back({op, target, left, right, rightOperand.isNumber() ? rightOperand.numberPayload() : 0});
     return target;
+  }
+  // A read of dynamic name `name` (under `key`, when not null), where an `if` condition may
+  // make one: a register it is read into when the condition runs.
+  Register dynamicRead(const V& name, const APMPStringValue* key) {
+    Register o = allowDynamic_ ? this->name(name) : kNoRegister;
+    Register r = o == kNoRegister ? kNoRegister : fresh();
+    if (r == kNoRegister) return r;
+    std::uint8_t j = o - APMPLeafForm::kOutsideRegisters;
+    form_.outsideDynamic |= bit(j);
+    form_.dynamic.push_back({j, r, key});
+    return r;
   }
   // The register of parameter or outside name `name` (an outside one is added on first
   // sight), or kNoRegister when there are too many.
@@ -2144,6 +2284,13 @@ class APMPEvaluator::LeafLearner {
   APMPLeafForm& form_;
   Register next_ = APMPLeafForm::kRegisters - 1;
   int deepest_ = 0;
+  int nesting_ = 0;  // 1 inside an `if`'s list
+  // The plan: the names registers write, those general statements touch, whether there are
+  // such statements, and whether an `if` condition is being learned.
+  std::vector<std::string_view> written_;
+  std::vector<std::string_view> dynamic_;
+  bool general_ = false;
+  bool allowDynamic_ = false;
 };
 
 void APMPEvaluator::shareLeafForm(const APMPStatementValue& definition, APMPFunctionValue& function) {
@@ -2198,13 +2345,19 @@ void APMPEvaluator::learnLoop(const APMPStatementValue& loop) {
   }
   static const std::vector<V> kNoParameters;
   LeafLearner learner(*this, kNoParameters, form);
-  if (!learner.condition(args[1])) return;
   const APMPArrayValue& list = *body.asArray();
+  if (!learner.plan(list, false) || !learner.condition(args[1])) return;
   for (std::size_t k = 0; k < list.size(); ++k) {
-    if (!learner.statement(list.at(k), false)) return;
+    if (learner.general() ? !learner.operation(list.at(k), static_cast<std::uint16_t>(k), false)
+                          : !learner.statement(list.at(k), false)) {
+      return;
+    }
     form.body.push_back(list.at(k));
   }
+  form.updateBegin = static_cast<std::uint16_t>(form.steps.size());
+  std::uint32_t before = form.count;
   if (!learner.statement(args[2], false) || (form.outsideObjects & form.outsideWritten)) return;
+  form.updateCount = form.count - before;
   form.depth = static_cast<std::int16_t>(learner.deepest());
   form.state = APMPLeafForm::kLeaf;
 }
@@ -2260,7 +2413,7 @@ bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding
     for (std::size_t j = 0; j < n; ++j) {
       APMPScope::Binding* b = scope->lookup(leaf.outside[j]);
       if (!b) return false;
-      if (!(leaf.outsideObjects >> j & 1)) {
+      if (!((leaf.outsideObjects | leaf.outsideDynamic) >> j & 1)) {
         if (!b->value.isNumber() || (b->immutable && (leaf.outsideWritten >> j & 1))) return false;
         registers[APMPLeafForm::kOutsideRegisters + j] = b->value.numberPayload();
       }
@@ -2341,32 +2494,109 @@ bool APMPEvaluator::callPreparedLeaf(APMPFunctionValue& function, const APMPRunt
   return true;
 }
 
-bool APMPEvaluator::runLeafLoop(const APMPStatementValue& loop, APMPScope* loopScope) {
+namespace {
+
+// Reads dynamic names for an `if` condition into their registers; false where one does not
+// hold a number (under its key, where it has one).
+bool loadDynamic(const APMPLeafForm::Entry* entry, const APMPLeafForm::Entry* end, double* registers,
+                 APMPScope::Binding** outside) {
+  for (; entry != end; ++entry) {
+    const V& value = outside[entry->name]->value;
+    if (!entry->key) {
+      if (!value.isNumber()) return false;
+      registers[entry->target] = value.numberPayload();
+    } else if (value.isString() && entry->key->equals("length")) {
+      registers[entry->target] = static_cast<double>(value.stringPayload().size());
+    } else {
+      const V* v = value.isMap() ? value.asMap()->find(entry->key->value()) : nullptr;
+      if (!v || !v->isNumber()) return false;
+      registers[entry->target] = v->numberPayload();
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+int APMPEvaluator::runLeafLoop(const APMPStatementValue& loop, APMPScope* loopScope) {
   if (!loop.leafForm()) learnLoop(loop);
   APMPLeafForm& leaf = *loop.leafForm();
   double registers[APMPLeafForm::kRegisters];
   APMPScope::Binding* outside[APMPLeafForm::kMaxNames];
   if (leaf.state != APMPLeafForm::kLeaf || failed_ || depth_ + leaf.depth > kMaxDepth ||
       !sameBody(leaf, loop.arguments()[3]) || !loadLeaf(leaf, nullptr, 0, loopScope, registers, outside)) {
-    return false;
+    return kLoopFromCondition;
   }
   const APMPLeafForm::Step* steps = leaf.steps.data();
   const APMPLeafForm::Step* conditionEnd = steps + leaf.conditionEnd;
   const APMPLeafForm::Step* end = steps + leaf.steps.size();
-  bool done = false;
+  int next = kLoopFromCondition;
   // Turn by turn while the whole turn fits in the budget; the general path takes the rest.
-  while (instructions_ + leaf.count < kInstructionBudget) {
+  if (leaf.operations.empty()) {
+    while (instructions_ + leaf.count < kInstructionBudget) {
+      runLeafSteps(steps, conditionEnd, registers);
+      if (!compare(leaf.comparison, registers[leaf.result], registers[leaf.right])) {
+        instructions_ += leaf.conditionCount;
+        next = kLoopEnded;
+        break;
+      }
+      runLeafSteps(conditionEnd, end, registers);
+      instructions_ += leaf.count;
+    }
+    storeLeaf(leaf, registers, outside);
+    return next;
+  }
+  // With operations: counted as they go, since general statements count themselves and an
+  // `if` may not run its list. A dynamic name that holds no number for a condition hands the
+  // turn to the general path at that statement.
+  const APMPLeafForm::Operation* operations = leaf.operations.data();
+  const APMPLeafForm::Operation* last = operations + leaf.operations.size();
+  while (next == kLoopFromCondition && instructions_ + leaf.count < kInstructionBudget) {
     runLeafSteps(steps, conditionEnd, registers);
+    instructions_ += leaf.conditionCount;
     if (!compare(leaf.comparison, registers[leaf.result], registers[leaf.right])) {
-      instructions_ += leaf.conditionCount;
-      done = true;
+      next = kLoopEnded;
       break;
     }
-    runLeafSteps(conditionEnd, end, registers);
-    instructions_ += leaf.count;
+    for (const APMPLeafForm::Operation* op = operations; op != last;) {
+      switch (op->kind) {
+        case APMPLeafForm::Operation::kSteps:
+          runLeafSteps(steps + op->begin, steps + op->end, registers);
+          instructions_ += op->count;
+          ++op;
+          break;
+        case APMPLeafForm::Operation::kGeneral:
+          // An `if`'s list runs one deeper.
+          depth_ += op->nested;
+          effect(op->statement, loopScope);
+          depth_ -= op->nested;
+          if (failed_) {
+            storeLeaf(leaf, registers, outside);
+            return kLoopEnded;
+          }
+          ++op;
+          break;
+        case APMPLeafForm::Operation::kIf: {
+          const APMPLeafForm::Entry* dynamic = leaf.dynamic.data();
+          if (!loadDynamic(dynamic + op->dynamicBegin, dynamic + op->dynamicEnd, registers, outside)) {
+            next = op->index;
+            op = last;
+            break;
+          }
+          runLeafSteps(steps + op->begin, steps + op->end, registers);
+          instructions_ += op->count;
+          op = compare(op->comparison, registers[op->left], registers[op->right]) ? op + 1
+                                                                                  : operations + op->listEnd;
+          break;
+        }
+      }
+    }
+    if (next != kLoopFromCondition) break;
+    runLeafSteps(steps + leaf.updateBegin, end, registers);
+    instructions_ += leaf.updateCount;
   }
   storeLeaf(leaf, registers, outside);
-  return done;
+  return next;
 }
 
 APMPRuntimeValue APMPFunctionValue::call(APMPEvaluator& evaluator,
@@ -2387,8 +2617,10 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
   V result;
   eval(args[0], loopScope);
   const V& body = args[3];
-  // A loop of number assignments runs on registers, as long as it fits the budget.
-  if (runLeafLoop(statement, loopScope)) {
+  // A loop of number assignments runs on registers, as long as it fits the budget; the
+  // general path takes it from the next condition, or from a statement of the current turn.
+  int resume = runLeafLoop(statement, loopScope);
+  if (resume == kLoopEnded) {
     loopScope->release();
     return {};
   }
@@ -2416,9 +2648,11 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
     }
   }
   while (!failed_) {
-    bool go;
+    bool go = true;
     APMPScope::Binding* counter;
-    if (counting.condition && instructions_ + 3 < kInstructionBudget && depth_ + 2 <= kMaxDepth &&
+    if (resume >= 0) {
+      // The turn the leaf loop handed over goes on.
+    } else if (counting.condition && instructions_ + 3 < kInstructionBudget && depth_ + 2 <= kMaxDepth &&
         (counter = loopScope->lookup(counting.conditionRead->slot())) && counter->value.isNumber()) {
       instructions_ += 3;
       go = compare(counting.condition->operation(), counter->value.numberPayload(), counting.limit);
@@ -2432,7 +2666,7 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
     if (!go) break;
     V r;
     if (plain) {
-      for (std::size_t i = 0; i < plain->size(); ++i) {
+      for (std::size_t i = resume >= 0 ? static_cast<std::size_t>(resume) : 0; i < plain->size(); ++i) {
         V element = plain->at(i);  // held: the program may change the list it runs
         r = effect(element, loopScope);
         if (failed_ || r.isControl()) break;
@@ -2440,6 +2674,7 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
     } else {
       r = runBody(body, loopScope, *this);
     }
+    resume = kLoopFromCondition;
     if (failed_) break;
     if (r.isControl()) {
       APMPControlValue::Type type = r.asControl()->type();

@@ -465,11 +465,35 @@ struct APMPLeafForm {
     double literal = 0;
   };
   // A read of outside name `name`'s value under `key` (a map's number there, or a string's
-  // length for "length"), loaded into register `target` before the steps run.
+  // length for "length"; with no key, the value itself, a number), loaded into register
+  // `target` before the steps run.
   struct Entry {
     std::uint8_t name = 0;
     std::uint8_t target = 0;
     const APMPStringValue* key = nullptr;
+  };
+  // A loop whose body also assigns what registers cannot hold (text, say) runs its body as
+  // operations, in order: steps; a statement run the general way (`statement`), whose names
+  // stay in their bindings; or an `if` whose list's operations follow it up to `listEnd`,
+  // taken when its condition's steps (from `begin` to `end`, after its own reads of names
+  // that general statements change, from `dynamicBegin` to `dynamicEnd` in `dynamic`) give
+  // true. Each counts `count` as it starts; `nested` is set inside an `if`; `index` is the
+  // body statement an operation belongs to.
+  struct Operation {
+    enum Kind : std::uint8_t { kSteps, kGeneral, kIf };
+    Kind kind = kSteps;
+    bool nested = false;
+    std::uint8_t comparison = 0;
+    std::uint8_t left = 0;
+    std::uint8_t right = 0;
+    std::uint16_t begin = 0;
+    std::uint16_t end = 0;
+    std::uint16_t dynamicBegin = 0;
+    std::uint16_t dynamicEnd = 0;
+    std::uint16_t listEnd = 0;
+    std::uint16_t index = 0;
+    std::uint32_t count = 0;
+    APMPRuntimeValue statement;
   };
   State state = kUnknown;
   std::vector<std::string> parameters;  // the parameter names it is for
@@ -480,6 +504,7 @@ struct APMPLeafForm {
   std::uint16_t parametersRead = 0;  // one bit per parameter whose value is read
   std::uint16_t outsideWritten = 0;  // one bit per outside name written
   std::uint16_t outsideObjects = 0;  // one bit per outside name read under a key
+  std::uint16_t outsideDynamic = 0;  // one bit per outside name general statements touch
   // What a function returns: nothing; registers[result] as a number; or the comparison
   // `comparison` (the evaluator's operation) of registers[result] and registers[right]. A
   // loop's condition is that comparison.
@@ -488,15 +513,20 @@ struct APMPLeafForm {
   std::uint8_t result = 0;
   std::uint8_t right = 0;
   // A loop's: the steps before `conditionEnd` are its condition's, which counts
-  // `conditionCount` instructions.
+  // `conditionCount` instructions; where it has operations, the steps from `updateBegin` on
+  // are its update's, which counts `updateCount`, and `count` is the most a turn counts.
   std::uint16_t conditionEnd = 0;
   std::uint32_t conditionCount = 0;
+  std::uint16_t updateBegin = 0;
+  std::uint32_t updateCount = 0;
   // The body's statements (held), to see that it is unchanged. The references are not among
   // the function's for the cycle collector: these statements hold no functions.
   std::vector<APMPRuntimeValue> body;
   std::vector<Step> loads;  // kLoad steps, run once before the others
   std::vector<Step> steps;
   std::vector<Entry> entries;
+  std::vector<Operation> operations;
+  std::vector<Entry> dynamic;
   std::vector<APMPSlot> outside;  // the outside names, looked up from the defining scope
 };
 

@@ -809,6 +809,28 @@ TEST(APMPRuntimeTest, LeafFunctionsAndLoopsRunAsTheGeneralPathRunsThem) {
             loop(P::call("44"), binary("23", mul(P::var("j"), P::var("one")), P::num(0)), P::assign("j", add(P::var("j"), P::num(1))), {}),
             P::ret(a({P::var("s"), P::var("j"), P::call("16", {P::var("o"), P::str("x")})}))};
       },
+      // A loop that also builds text: its conditions read the text's length and a name that
+      // stops being a number half-way through a turn.
+      // let s = ""; let v = 5; let log = ""; let t = 1;
+      // for (let i = 0; i < 12; i = i + 1) {
+      //   s = s + "ab"; t = t * one; if (s.length > 6) { s = ""; t = t + 1; }
+      //   if (v > 3) { log = log + "x"; } if (i > 8) { v = v + "1"; }
+      // }  return [s, v, log, t];
+      [&](bool twin) {
+        auto lessThan = [](V x, V y) { return binary("23", std::move(x), std::move(y)); };
+        auto when = [](V condition, std::vector<V> list) { return P::call("22", {std::move(condition), P::list(std::move(list))}); };
+        return std::vector<V>{
+            P::let("s", P::str("")), P::let("v", P::num(5)), P::let("log", P::str("")), P::let("t", P::num(1)),
+            P::let("one", twin ? P::str("1") : P::num(1)),
+            P::call("63", {P::let("i", P::num(0)), lessThan(P::var("i"), P::num(12)), P::assign("i", add(P::var("i"), P::num(1))),
+                           P::list({P::assign("s", add(P::var("s"), P::str("ab"))),
+                                    P::assign("t", mul(P::var("t"), P::var("one"))),
+                                    when(lessThan(P::num(6), P::call("16", {P::var("s"), P::str("length")})),
+                                         {P::assign("s", P::str("")), P::assign("t", add(P::var("t"), P::num(1)))}),
+                                    when(lessThan(P::num(3), P::var("v")), {P::assign("log", add(P::var("log"), P::str("x")))}),
+                                    when(lessThan(P::num(8), P::var("i")), {P::assign("v", add(P::var("v"), P::str("1")))})})}),
+            P::ret(a({P::var("s"), P::var("v"), P::var("log"), P::var("t")}))};
+      },
       // A loop that writes a constant.
       [&](bool twin) {
         return std::vector<V>{P::call("52", {P::str("k"), P::num(0)}), P::let("one", twin ? P::str("1") : P::num(1)),
@@ -839,9 +861,9 @@ TEST(APMPRuntimeTest, LeafFunctionsAndLoopsRunAsTheGeneralPathRunsThem) {
   };
   const std::vector<std::string> expected = {"2,NaN,0,5,6,8,1,4,1anull2.534,false,false,true,true,true,true",
                                              "1,3,33,334,4,NaN,20,100", "undefined", "undefined", "5,4,3",
-                                             "undefined"};
+                                             ",5111,xxxxxxxxxxxx,4", "undefined"};
   const std::vector<std::string> failures = {"", "", "Assignment to constant variable k", "nowhere is not defined",
-                                             "", "Assignment to constant variable k"};
+                                             "", "", "Assignment to constant variable k"};
   for (std::size_t c = 0; c < cases.size(); ++c) {
     Outcome leaf = outcome(cases[c](false), APMPEvaluator::kInstructionBudget, 0);
     Outcome twin = outcome(cases[c](true), APMPEvaluator::kInstructionBudget, 0);
