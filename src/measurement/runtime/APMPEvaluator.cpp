@@ -2327,6 +2327,7 @@ void APMPEvaluator::learnLeaf(APMPFunctionValue& function) {
   // A call runs its loads once anyway: they go first among the steps.
   form.steps.insert(form.steps.begin(), form.loads.begin(), form.loads.end());
   form.loads.clear();
+  form.parametersOnly = form.outside.empty() && form.entries.empty();
   // The call itself nests one deeper.
   form.depth = static_cast<std::int16_t>(1 + learner.deepest());
   form.state = APMPLeafForm::kLeaf;
@@ -2467,6 +2468,37 @@ bool APMPEvaluator::prepareLeaf(APMPFunctionValue& function) {
   return sameBody(*function.leafForm(), function.body()) && runLeaf(function, arguments, count, out);
 }
 
+bool APMPEvaluator::leafTakesNumbers(const APMPFunctionValue& function) const {
+  const APMPLeafForm* leaf = function.leafForm();
+  return leaf && leaf->state == APMPLeafForm::kLeaf && leaf->parametersOnly && leaf->returns &&
+         !(leaf->parametersRead & ~3u);
+}
+
+bool APMPEvaluator::leafGivesBoolean(const APMPFunctionValue& function) const {
+  return function.leafForm()->comparison != 0;
+}
+
+std::size_t APMPEvaluator::runLeafOnNumbers(APMPFunctionValue& function, const APMPArrayValue& elements,
+                                            std::size_t first, std::size_t end, double* results) {
+  const APMPLeafForm& leaf = *function.leafForm();
+  if (failed_ || depth_ + leaf.depth > kMaxDepth) return 0;
+  double registers[APMPLeafForm::kRegisters];
+  const APMPLeafForm::Step* steps = leaf.steps.data();
+  const APMPLeafForm::Step* stepsEnd = steps + leaf.steps.size();
+  std::size_t k = first;
+  for (; k < end; ++k) {
+    const V& element = elements.at(k);
+    if (!element.isNumber() || instructions_ + leaf.count >= kInstructionBudget) break;
+    registers[0] = element.numberPayload();
+    registers[1] = static_cast<double>(k);
+    runLeafSteps(steps, stepsEnd, registers);
+    double x = registers[leaf.result];
+    results[k - first] = leaf.comparison ? (compare(leaf.comparison, x, registers[leaf.right]) ? 1 : 0) : x;
+    instructions_ += leaf.count;
+  }
+  return k - first;
+}
+
 bool APMPEvaluator::callPreparedLeaf(APMPFunctionValue& function, const APMPRuntimeValue* arguments,
                                      std::size_t count, APMPRuntimeValue* out) {
   return runLeaf(function, arguments, count, out);
@@ -2478,12 +2510,22 @@ bool APMPEvaluator::callPreparedLeaf(APMPFunctionValue& function, const APMPRunt
   APMPLeafForm& leaf = *function.leafForm();
   double registers[APMPLeafForm::kRegisters];
   APMPScope::Binding* outside[APMPLeafForm::kMaxNames];
-  if (failed_ || instructions_ + leaf.count >= kInstructionBudget || depth_ + leaf.depth > kMaxDepth ||
-      !loadLeaf(leaf, arguments, count, function.scope(), registers, outside)) {
+  if (failed_ || instructions_ + leaf.count >= kInstructionBudget || depth_ + leaf.depth > kMaxDepth) {
     return false;
   }
-  runLeafSteps(leaf.steps.data(), leaf.steps.data() + leaf.steps.size(), registers);
-  storeLeaf(leaf, registers, outside);
+  if (leaf.parametersOnly) {
+    // The common callback: its parameters and literals, nothing outside.
+    for (std::uint32_t read = leaf.parametersRead; read; read &= read - 1) {
+      int i = __builtin_ctz(read);
+      if (static_cast<std::size_t>(i) >= count || !arguments[i].isNumber()) return false;
+      registers[i] = arguments[i].numberPayload();
+    }
+    runLeafSteps(leaf.steps.data(), leaf.steps.data() + leaf.steps.size(), registers);
+  } else {
+    if (!loadLeaf(leaf, arguments, count, function.scope(), registers, outside)) return false;
+    runLeafSteps(leaf.steps.data(), leaf.steps.data() + leaf.steps.size(), registers);
+    storeLeaf(leaf, registers, outside);
+  }
   if (leaf.returns) {
     double x = registers[leaf.result];
     *out = leaf.comparison ? V::boolean(compare(leaf.comparison, x, registers[leaf.right])) : V::number(x);

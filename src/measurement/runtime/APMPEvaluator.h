@@ -196,6 +196,16 @@ class APMPEvaluator {
   // can change the body (a leaf's statements call nothing, on either path), so
   // callPreparedLeaf may stand for callLeaf.
   bool prepareLeaf(APMPFunctionValue& function);
+  // For a callback prepareLeaf accepted: whether its leaf reads no parameter but the first
+  // two (an element and its index) and returns a value; and whether that value is a boolean.
+  bool leafTakesNumbers(const APMPFunctionValue& function) const;
+  bool leafGivesBoolean(const APMPFunctionValue& function) const;
+  // For such a callback: calls it on elements `first` to `end` of `elements` with each
+  // element's index, as callPreparedLeaf would one by one, while the elements are numbers
+  // and the budget lasts. Each result goes to `results` (a boolean as 1 or 0); returns how
+  // many elements it took.
+  std::size_t runLeafOnNumbers(APMPFunctionValue& function, const APMPArrayValue& elements,
+                               std::size_t first, std::size_t end, double* results);
   bool callPreparedLeaf(APMPFunctionValue& function, const APMPRuntimeValue* arguments,
                         std::size_t count, APMPRuntimeValue* out);
   // Fills the leaf form of `function` before its first call (kLeaf or kNotLeaf).

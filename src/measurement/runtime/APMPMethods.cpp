@@ -313,8 +313,28 @@ APMPRuntimeValue APMPArrayCommandEvaluator::apply(const APMPRuntimeValue& target
     // The caller's arguments hold the function for the whole loop.
     APMPFunctionValue* callee = fn.asFunction();
     const bool leaf = ev.prepareLeaf(*callee);
+    // Map, filter and forEach, which call back for every element, run a leaf that reads the
+    // element and its index on runs of number elements at once (every and some stop early).
+    const bool runs = leaf && ev.leafTakesNumbers(*callee) &&
+                      (method == kAPMPMethodMap || method == kAPMPMethodFilter || method == kAPMPMethodForEach);
+    const bool booleans = runs && ev.leafGivesBoolean(*callee);
     V callArgs[3] = {V(), V(), target};
     for (std::size_t i = 0; i < length && i < a->size(); ++i) {
+      if (runs) {
+        double results[64];
+        std::size_t first = i;
+        std::size_t ran = ev.runLeafOnNumbers(*callee, *a, first, std::min({length, a->size(), first + 64}), results);
+        for (std::size_t k = 0; k < ran; ++k) {
+          double d = results[k];
+          if (method == kAPMPMethodMap) out[first + k] = booleans ? V::boolean(d != 0) : V::number(d);
+          if (method == kAPMPMethodFilter && !(d == 0 || d != d)) out.push_back(a->at(first + k));
+        }
+        i = first + ran;
+        if (ran) {
+          --i;
+          continue;
+        }
+      }
       // callArgs[0] keeps the element as it was before the call, which may change the array.
       callArgs[0] = a->at(i);
       callArgs[1].setNumber(static_cast<double>(i));

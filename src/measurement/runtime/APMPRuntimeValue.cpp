@@ -727,7 +727,7 @@ double APMPRuntimeValue::doubleValueOfOtherKind() const {
   switch (kind_) {
     case APMPValueKind::kUndefined: return std::nan("");
     case APMPValueKind::kNull: return 0;
-    case APMPValueKind::kBoolean: return boolean_ ? 1 : 0;
+    case APMPValueKind::kBoolean: return bits_ != 0 ? 1 : 0;
     case APMPValueKind::kNumber: return number_;
     case APMPValueKind::kString: return APMPStringToNumber(stringPayload());
     case APMPValueKind::kArray: {
@@ -748,7 +748,7 @@ bool APMPRuntimeValue::booleanValueOfOtherKind() const {
   switch (kind_) {
     case APMPValueKind::kUndefined:
     case APMPValueKind::kNull: return false;
-    case APMPValueKind::kBoolean: return boolean_;
+    case APMPValueKind::kBoolean: return bits_ != 0;
     case APMPValueKind::kNumber: return !(number_ == 0 || std::isnan(number_));
     case APMPValueKind::kString: return !stringPayload().empty();
     default: return true;
@@ -764,7 +764,7 @@ bool APMPRuntimeValue::isEqualToRuntimeValue(const APMPRuntimeValue& other) cons
   switch (kind_) {
     case APMPValueKind::kUndefined:
     case APMPValueKind::kNull: return true;
-    case APMPValueKind::kBoolean: return boolean_ == other.boolean_;
+    case APMPValueKind::kBoolean: return bits_ == other.bits_;
     case APMPValueKind::kNumber: return number_ == other.number_;
     case APMPValueKind::kString:
       return object_ == other.object_ || stringPayload() == other.stringPayload();

@@ -131,7 +131,8 @@ class APMPRuntimeValue {
   static APMPRuntimeValue boolean(bool b) {
     APMPRuntimeValue v;
     v.kind_ = APMPValueKind::kBoolean;
-    v.boolean_ = b;
+    // The whole word: a byte written alone would stall the next copy's load of it.
+    v.bits_ = b ? 1 : 0;
     return v;
   }
   static APMPRuntimeValue number(double d) {
@@ -161,7 +162,7 @@ class APMPRuntimeValue {
   bool isObject() const { return kind_ >= APMPValueKind::kArray && kind_ <= APMPValueKind::kFunction; }
 
   // Payload readers; each requires the matching kind.
-  bool booleanPayload() const { return boolean_; }
+  bool booleanPayload() const { return bits_ != 0; }
   double numberPayload() const { return number_; }
   const std::string& stringPayload() const;
   APMPHeapObject* object() const { return object_; }
@@ -181,7 +182,7 @@ class APMPRuntimeValue {
     return kind_ == APMPValueKind::kNumber ? number_ : doubleValueOfOtherKind();
   }
   bool booleanValue() const {
-    if (kind_ == APMPValueKind::kBoolean) return boolean_;
+    if (kind_ == APMPValueKind::kBoolean) return bits_ != 0;
     if (kind_ == APMPValueKind::kNumber) return !(number_ == 0 || number_ != number_);
     return booleanValueOfOtherKind();
   }
@@ -216,8 +217,7 @@ class APMPRuntimeValue {
   APMPValueKind kind_;
   union {
     std::uint64_t bits_;
-    double number_;
-    bool boolean_;
+    double number_;  // a boolean is bits_ 0 or 1
     APMPHeapObject* object_;
   };
 };
@@ -505,6 +505,7 @@ struct APMPLeafForm {
   std::uint16_t outsideWritten = 0;  // one bit per outside name written
   std::uint16_t outsideObjects = 0;  // one bit per outside name read under a key
   std::uint16_t outsideDynamic = 0;  // one bit per outside name general statements touch
+  bool parametersOnly = false;       // a function's that reads no outside name
   // What a function returns: nothing; registers[result] as a number; or the comparison
   // `comparison` (the evaluator's operation) of registers[result] and registers[right]. A
   // loop's condition is that comparison.
