@@ -2293,6 +2293,20 @@ class APMPEvaluator::LeafLearner {
   bool allowDynamic_ = false;
 };
 
+namespace {
+
+// Makes a form learned whole a leaf.
+void seal(APMPLeafForm& form) {
+  form.bodyCount = static_cast<std::uint8_t>(form.body.size());
+  form.outsideCount = static_cast<std::uint8_t>(form.outside.size());
+  form.loadCount = static_cast<std::uint8_t>(form.loads.size());
+  form.entryCount = static_cast<std::uint8_t>(form.entries.size());
+  form.stepCount = static_cast<std::uint16_t>(form.steps.size());
+  form.state = APMPLeafForm::kLeaf;
+}
+
+}  // namespace
+
 void APMPEvaluator::shareLeafForm(const APMPStatementValue& definition, APMPFunctionValue& function) {
   std::shared_ptr<APMPLeafForm>& form = definition.leafForm();
   if (!form || form->parameters != function.parameters()) {
@@ -2330,7 +2344,7 @@ void APMPEvaluator::learnLeaf(APMPFunctionValue& function) {
   form.parametersOnly = form.outside.empty() && form.entries.empty();
   // The call itself nests one deeper.
   form.depth = static_cast<std::int16_t>(1 + learner.deepest());
-  form.state = APMPLeafForm::kLeaf;
+  seal(form);
 }
 
 void APMPEvaluator::learnLoop(const APMPStatementValue& loop) {
@@ -2360,7 +2374,7 @@ void APMPEvaluator::learnLoop(const APMPStatementValue& loop) {
   if (!learner.statement(args[2], false) || (form.outsideObjects & form.outsideWritten)) return;
   form.updateCount = form.count - before;
   form.depth = static_cast<std::int16_t>(learner.deepest());
-  form.state = APMPLeafForm::kLeaf;
+  seal(form);
 }
 
 namespace {
@@ -2386,7 +2400,7 @@ namespace {
 
 // Whether the body a leaf was learned from is still `body`: the program may change a list.
 bool sameBody(const APMPLeafForm& leaf, const V& body) {
-  const std::size_t n = leaf.body.size();
+  const std::size_t n = leaf.bodyCount;
   if (!body.isArray() || body.asArray()->size() != n) return false;
   for (std::size_t k = 0; k < n; ++k) {
     if (body.asArray()->at(k).object() != leaf.body[k].object()) return false;
@@ -2409,7 +2423,7 @@ bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding
     if (static_cast<std::size_t>(i) >= count || !arguments[i].isNumber()) return false;
     registers[i] = arguments[i].numberPayload();
   }
-  if (const std::size_t n = leaf.outside.size()) {
+  if (const std::size_t n = leaf.outsideCount) {
     if (!scope) return false;
     for (std::size_t j = 0; j < n; ++j) {
       APMPScope::Binding* b = scope->lookup(leaf.outside[j]);
@@ -2421,10 +2435,10 @@ bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding
       outside[j] = b;
     }
   }
-  if (!leaf.entries.empty()) [[unlikely]] {
+  if (leaf.entryCount) [[unlikely]] {
     if (!loadEntries(leaf, registers, outside)) return false;
   }
-  runLeafSteps(leaf.loads.data(), leaf.loads.data() + leaf.loads.size(), registers);
+  runLeafSteps(leaf.loads.data(), leaf.loads.data() + leaf.loadCount, registers);
   return true;
 }
 
@@ -2484,7 +2498,7 @@ std::size_t APMPEvaluator::runLeafOnNumbers(APMPFunctionValue& function, const A
   if (failed_ || depth_ + leaf.depth > kMaxDepth) return 0;
   double registers[APMPLeafForm::kRegisters];
   const APMPLeafForm::Step* steps = leaf.steps.data();
-  const APMPLeafForm::Step* stepsEnd = steps + leaf.steps.size();
+  const APMPLeafForm::Step* stepsEnd = steps + leaf.stepCount;
   std::size_t k = first;
   for (; k < end; ++k) {
     const V& element = elements.at(k);
@@ -2520,10 +2534,10 @@ bool APMPEvaluator::callPreparedLeaf(APMPFunctionValue& function, const APMPRunt
       if (static_cast<std::size_t>(i) >= count || !arguments[i].isNumber()) return false;
       registers[i] = arguments[i].numberPayload();
     }
-    runLeafSteps(leaf.steps.data(), leaf.steps.data() + leaf.steps.size(), registers);
+    runLeafSteps(leaf.steps.data(), leaf.steps.data() + leaf.stepCount, registers);
   } else {
     if (!loadLeaf(leaf, arguments, count, function.scope(), registers, outside)) return false;
-    runLeafSteps(leaf.steps.data(), leaf.steps.data() + leaf.steps.size(), registers);
+    runLeafSteps(leaf.steps.data(), leaf.steps.data() + leaf.stepCount, registers);
     storeLeaf(leaf, registers, outside);
   }
   if (leaf.returns) {
@@ -2571,7 +2585,7 @@ int APMPEvaluator::runLeafLoop(const APMPStatementValue& loop, APMPScope* loopSc
   }
   const APMPLeafForm::Step* steps = leaf.steps.data();
   const APMPLeafForm::Step* conditionEnd = steps + leaf.conditionEnd;
-  const APMPLeafForm::Step* end = steps + leaf.steps.size();
+  const APMPLeafForm::Step* end = steps + leaf.stepCount;
   int next = kLoopFromCondition;
   // Turn by turn while the whole turn fits in the budget; the general path takes the rest.
   if (leaf.operations.empty()) {

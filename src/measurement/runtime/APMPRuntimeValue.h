@@ -506,6 +506,12 @@ struct APMPLeafForm {
   std::uint16_t outsideObjects = 0;  // one bit per outside name read under a key
   std::uint16_t outsideDynamic = 0;  // one bit per outside name general statements touch
   bool parametersOnly = false;       // a function's that reads no outside name
+  // The sizes of the lists below, kept where the calls read them.
+  std::uint8_t bodyCount = 0;
+  std::uint8_t outsideCount = 0;
+  std::uint8_t loadCount = 0;
+  std::uint8_t entryCount = 0;
+  std::uint16_t stepCount = 0;
   // What a function returns: nothing; registers[result] as a number; or the comparison
   // `comparison` (the evaluator's operation) of registers[result] and registers[right]. A
   // loop's condition is that comparison.
