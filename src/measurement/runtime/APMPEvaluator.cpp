@@ -2220,7 +2220,11 @@ class APMPEvaluator::LeafLearner {
     if (op == kReadName) {
       if (dynamic(args[0].stringPayload())) return dynamicRead(args[0], nullptr);
       Register r = name(args[0]);
-      if (r < APMPLeafForm::kOutsideRegisters) form_.parametersRead |= bit(r);
+      if (r < APMPLeafForm::kOutsideRegisters) {
+        form_.parametersRead |= bit(r);
+      } else if (r != kNoRegister) {
+        form_.outsideRead |= bit(r - APMPLeafForm::kOutsideRegisters);
+      }
       return r;
     }
     if (op == kReadProperty) {
@@ -2428,7 +2432,8 @@ bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding
     for (std::size_t j = 0; j < n; ++j) {
       APMPScope::Binding* b = scope->lookup(leaf.outside[j]);
       if (!b) return false;
-      if (!((leaf.outsideObjects | leaf.outsideDynamic) >> j & 1)) {
+      // A name read under a key may be read as a number too (and then holds no entries).
+      if ((leaf.outsideRead | leaf.outsideWritten) >> j & 1) {
         if (!b->value.isNumber() || (b->immutable && (leaf.outsideWritten >> j & 1))) return false;
         registers[APMPLeafForm::kOutsideRegisters + j] = b->value.numberPayload();
       }

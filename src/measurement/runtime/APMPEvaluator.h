@@ -49,8 +49,17 @@
 // (nested arithmetic as flat steps on a small stack, counted at once), and a statement that
 // turns out once not to be one goes the general way from then on. The statements of a loop's
 // or a function's body, whose values nobody reads, skip the general statement path, and a
-// `return` in a function's own body hands its value straight to the call. None of this
-// changes what a program sees, its instruction count or where it fails.
+// `return` in a function's own body hands its value straight to the call.
+//
+// Leaves: a function whose body only assigns numbers and returns one, and a `for` loop whose
+// body only assigns numbers, are learned once as steps on registers of doubles (see
+// APMPLeafForm). A leaf runs while its names hold numbers and its budget and depth cannot run
+// out inside it, counting at once what the general path would count; a call then needs no
+// scope, a loop turn no lookup. A loop may also hold assignments of text and `if`s, which run
+// the general way between the steps; where a name stops being what the steps need, the
+// general path takes over at that statement. Array callbacks that are leaves run over the
+// elements that are numbers in one go. None of this changes what a program sees, its
+// instruction count or where it fails.
 //
 // Limits: each evaluation counts one instruction; at kInstructionBudget the run fails with
 // code 18. Evaluations nest at most kMaxDepth deep (a recursion past it fails with code 18,

@@ -502,6 +502,7 @@ struct APMPLeafForm {
   std::int16_t depth = 0;
   std::uint32_t count = 0;
   std::uint16_t parametersRead = 0;  // one bit per parameter whose value is read
+  std::uint16_t outsideRead = 0;     // one bit per outside name whose number is read
   std::uint16_t outsideWritten = 0;  // one bit per outside name written
   std::uint16_t outsideObjects = 0;  // one bit per outside name read under a key
   std::uint16_t outsideDynamic = 0;  // one bit per outside name general statements touch

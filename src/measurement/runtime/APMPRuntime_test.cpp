@@ -778,9 +778,12 @@ TEST(APMPRuntimeTest, LeafFunctionsAndLoopsRunAsTheGeneralPathRunsThem) {
             P::let("mk", mk), P::let("f", call("mk", {})), P::let("x", P::num(100)),
             P::let("g", function({"x", "y"}, {P::assign("x", mul(P::var("x"), P::num(2))), P::ret(add(P::var("x"), P::var("y")))}, twin)),
             P::let("twice", function({"x", "x"}, {P::ret(mul(P::var("x"), P::num(10)))}, twin)),
+            // An object read as a number and under a key: o - o.k
+            P::let("o", P::call("8", {P::str("k"), P::num(2)})),
+            P::let("m", function({"x"}, {P::ret(add(binary("37", P::var("o"), P::call("16", {P::var("o"), P::str("k")})), P::var("x")))}, twin)),
             P::ret(a({call("f", {P::num(1)}), call("f", {P::num(2)}), call("f", {P::str("3")}), call("f", {P::num(4)}),
                       call("g", {P::num(1), P::num(2)}), call("g", {P::num(1)}), call("twice", {P::num(1), P::num(2)}),
-                      P::var("x")}))};
+                      P::var("x"), call("m", {P::num(1)})}))};
       },
       // A constant outside the function written, then a name bound nowhere read.
       [&](bool twin) {
@@ -860,7 +863,7 @@ TEST(APMPRuntimeTest, LeafFunctionsAndLoopsRunAsTheGeneralPathRunsThem) {
     EXPECT_EQ(leaf.count, twin.count) << where;
   };
   const std::vector<std::string> expected = {"2,NaN,0,5,6,8,1,4,1anull2.534,false,false,true,true,true,true",
-                                             "1,3,33,334,4,NaN,20,100", "undefined", "undefined", "5,4,3",
+                                             "1,3,33,334,4,NaN,20,100,NaN", "undefined", "undefined", "5,4,3",
                                              ",5111,xxxxxxxxxxxx,4", "undefined"};
   const std::vector<std::string> failures = {"", "", "Assignment to constant variable k", "nowhere is not defined",
                                              "", "", "Assignment to constant variable k"};
