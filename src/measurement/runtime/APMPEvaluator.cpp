@@ -2109,6 +2109,7 @@ class APMPEvaluator::LeafLearner {
     APMPLeafForm::Operation op;
     op.nested = nested;
     op.index = index;
+    op.statement = element;
     if (const APMPStatementValue* a = ev_.compiledAs(element, kAssign, kAssignSum)) {
       const V& value = a->arguments()[1];
       op.begin = static_cast<std::uint16_t>(form_.steps.size());
@@ -2121,7 +2122,6 @@ class APMPEvaluator::LeafLearner {
       } else {
         // Counted by itself; at most one for the assignment and its value's size.
         op.kind = APMPLeafForm::Operation::kGeneral;
-        op.statement = element;
         const APMPStatementValue* e = value.isStatement() ? value.asStatement() : nullptr;
         form_.count += 1 + (e ? e->expressionSize() : 0);
         deepest_ = std::max(deepest_, nesting_ + 1 + (e ? e->expressionDepth() : 0));
@@ -2414,6 +2414,21 @@ bool sameBody(const APMPLeafForm& leaf, const V& body) {
 
 bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding** outside);
 
+// Whether the lists of a leaf loop's `if`s still hold the statements it learned.
+bool sameLists(const APMPLeafForm& leaf) {
+  const auto& operations = leaf.operations;
+  for (std::size_t k = 0; k < operations.size(); ++k) {
+    if (operations[k].kind != APMPLeafForm::Operation::kIf) continue;
+    const V& list = operations[k].statement.asStatement()->arguments()[1];
+    std::size_t n = operations[k].listEnd - k - 1;
+    if (!list.isArray() || list.asArray()->size() != n) return false;
+    for (std::size_t i = 0; i < n; ++i) {
+      if (list.asArray()->at(i).object() != operations[k + 1 + i].statement.object()) return false;
+    }
+  }
+  return true;
+}
+
 // Loads the registers of `leaf` from `arguments` and from the outside names as seen from
 // `scope`, keeping their bindings in `outside`. Every name read must be a number (or, read
 // under a key, hold one there), every name written a mutable binding: then nothing on the way
@@ -2585,7 +2600,8 @@ int APMPEvaluator::runLeafLoop(const APMPStatementValue& loop, APMPScope* loopSc
   double registers[APMPLeafForm::kRegisters];
   APMPScope::Binding* outside[APMPLeafForm::kMaxNames];
   if (leaf.state != APMPLeafForm::kLeaf || failed_ || depth_ + leaf.depth > kMaxDepth ||
-      !sameBody(leaf, loop.arguments()[3]) || !loadLeaf(leaf, nullptr, 0, loopScope, registers, outside)) {
+      !sameBody(leaf, loop.arguments()[3]) || !sameLists(leaf) ||
+      !loadLeaf(leaf, nullptr, 0, loopScope, registers, outside)) {
     return kLoopFromCondition;
   }
   const APMPLeafForm::Step* steps = leaf.steps.data();

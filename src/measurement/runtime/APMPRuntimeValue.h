@@ -478,7 +478,7 @@ struct APMPLeafForm {
   // taken when its condition's steps (from `begin` to `end`, after its own reads of names
   // that general statements change, from `dynamicBegin` to `dynamicEnd` in `dynamic`) give
   // true. Each counts `count` as it starts; `nested` is set inside an `if`; `index` is the
-  // body statement an operation belongs to.
+  // body statement an operation belongs to, `statement` the statement it runs (held).
   struct Operation {
     enum Kind : std::uint8_t { kSteps, kGeneral, kIf };
     Kind kind = kSteps;

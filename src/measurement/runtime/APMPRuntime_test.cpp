@@ -886,3 +886,45 @@ TEST(APMPRuntimeTest, LeafFunctionsAndLoopsRunAsTheGeneralPathRunsThem) {
 }
 
 }  // namespace
+
+namespace {
+
+// A program may hold a loop's or a function's statement list as a value and change it; the
+// next run of the loop or call of the function runs the list as it is then.
+TEST(APMPRuntimeTest, AChangedLeafBodyRunsAsChanged) {
+  Sandbox run;
+  V loopBody = P::list({P::assign("x", binary("0", P::var("x"), P::num(1)))});
+  V functionBody = P::list({P::assign("y", binary("0", P::var("y"), P::num(1)))});
+  V ifList = P::list({P::assign("z", binary("0", P::var("z"), P::num(1)))});
+  V times10 = P::list({P::assign("x", binary("26", P::var("x"), P::num(10))),
+                       P::assign("y", binary("26", P::var("y"), P::num(10))),
+                       P::assign("z", binary("26", P::var("z"), P::num(10)))});
+  // list[1] = element (a method's arguments would run a statement value)
+  auto push = [](const char* list, V element) { return P::call("43", {P::var(list), P::num(1), std::move(element)}); };
+  auto element = [](const char* list, double i) { return P::call("16", {P::var(list), P::num(i)}); };
+  // for (k < 2) {
+  //   for (i < 3) loopBody;  f();  for (j < 2) { if (j < 5) ifList }
+  //   loopBody[1] = (x = x * 10); functionBody[1] = (y = y * 10); ifList[1] = (z = z * 10);
+  // }
+  V r = run({P::let("x", P::num(0)), P::let("y", P::num(0)), P::let("z", P::num(0)),
+             P::let("ifList", P::call("46", {ifList})), P::let("loopBody", P::call("46", {loopBody})),
+             P::let("functionBody", P::call("46", {functionBody})), P::let("more", P::call("46", {times10})),
+             P::let("f", P::call("51", {P::str(""), P::list({}), functionBody})),
+             P::call("63", {P::let("k", P::num(0)), binary("23", P::var("k"), P::num(2)),
+                            P::assign("k", binary("0", P::var("k"), P::num(1))),
+                            P::list({P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(3)),
+                                                    P::assign("i", binary("0", P::var("i"), P::num(1))), loopBody}),
+                                     P::call("f", {}),
+                                     P::call("63", {P::let("j", P::num(0)), binary("23", P::var("j"), P::num(2)),
+                                                    P::assign("j", binary("0", P::var("j"), P::num(1))),
+                                                    P::list({P::call("22", {binary("23", P::var("j"), P::num(5)), ifList})})}),
+                                     push("loopBody", element("more", 0)), push("functionBody", element("more", 1)),
+                                     push("ifList", element("more", 2))})}),
+             P::ret(P::call("7", {P::var("x"), P::var("y"), P::var("z")}))});
+  ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
+  // x: 3 turns of +1, then 3 of (+1, *10); y: +1, then (+1, *10); z: 2 turns of +1, then 2 of
+  // (+1, *10).
+  EXPECT_EQ(r.stringValue(), "4110,20,310");
+}
+
+}  // namespace
