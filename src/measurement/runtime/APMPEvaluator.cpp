@@ -2039,6 +2039,8 @@ class APMPEvaluator::LeafLearner {
       depth = e->expressionDepth();
     }
     if (assignment) {
+      // Names general statements touch stay in their bindings.
+      if (dynamic(assignment->arguments()[0].stringPayload())) return false;
       Register target = name(assignment->arguments()[0]);
       Register source = this->value(*value);
       if (target == kNoRegister || source == kNoRegister) return false;

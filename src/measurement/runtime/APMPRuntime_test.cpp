@@ -834,6 +834,18 @@ TEST(APMPRuntimeTest, LeafFunctionsAndLoopsRunAsTheGeneralPathRunsThem) {
                                     when(lessThan(P::num(8), P::var("i")), {P::assign("v", add(P::var("v"), P::str("1")))})})}),
             P::ret(a({P::var("s"), P::var("v"), P::var("log"), P::var("t")}))};
       },
+      // A loop whose update writes a name its body builds text in.
+      // let s = 1; let i = 0; let log = "";
+      // for (; i < 3; s = 7) { s = s + "a"; log = log + s + ","; i = i * one + 1; }
+      [&](bool twin) {
+        return std::vector<V>{
+            P::let("s", P::num(1)), P::let("i", P::num(0)), P::let("log", P::str("")),
+            P::let("one", twin ? P::str("1") : P::num(1)),
+            P::call("63", {P::call("44"), binary("23", P::var("i"), P::num(3)), P::assign("s", P::num(7)),
+                           P::list({P::assign("s", add(P::var("s"), P::str("a"))), P::assign("log", add(add(P::var("log"), P::var("s")), P::str(","))),
+                                    P::assign("i", add(mul(P::var("i"), P::var("one")), P::num(1)))})}),
+            P::ret(a({P::var("s"), P::var("log")}))};
+      },
       // A loop that writes a constant.
       [&](bool twin) {
         return std::vector<V>{P::call("52", {P::str("k"), P::num(0)}), P::let("one", twin ? P::str("1") : P::num(1)),
@@ -864,9 +876,9 @@ TEST(APMPRuntimeTest, LeafFunctionsAndLoopsRunAsTheGeneralPathRunsThem) {
   };
   const std::vector<std::string> expected = {"2,NaN,0,5,6,8,1,4,1anull2.534,false,false,true,true,true,true",
                                              "1,3,33,334,4,NaN,20,100,NaN", "undefined", "undefined", "5,4,3",
-                                             ",5111,xxxxxxxxxxxx,4", "undefined"};
+                                             ",5111,xxxxxxxxxxxx,4", "7,1a,7a,7a,", "undefined"};
   const std::vector<std::string> failures = {"", "", "Assignment to constant variable k", "nowhere is not defined",
-                                             "", "", "Assignment to constant variable k"};
+                                             "", "", "", "Assignment to constant variable k"};
   for (std::size_t c = 0; c < cases.size(); ++c) {
     Outcome leaf = outcome(cases[c](false), APMPEvaluator::kInstructionBudget, 0);
     Outcome twin = outcome(cases[c](true), APMPEvaluator::kInstructionBudget, 0);
