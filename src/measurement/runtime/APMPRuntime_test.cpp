@@ -733,6 +733,20 @@ TEST(APMPRuntimeTest, BodyStatementsFailAndSignalAsAnywhereElse) {
              P::ret(P::var("n"))});
   ASSERT_EQ(run.error.code, 0) << run.error.localizedDescription;
   EXPECT_EQ(r.numberPayload(), 3);
+  // The same with a continue signal (the rest of that turn skipped) and a return signal (the
+  // loop, and the program, end with its data).
+  Sandbox signals;
+  V skip = P::function("", {}, {P::call("22", {binary("12", P::var("n"), P::num(2)), P::list({P::ret(P::call("6"))})})});
+  V leave = P::function("", {}, {P::call("22", {binary("12", P::var("n"), P::num(4)), P::list({P::ret(P::ret(P::var("m")))})})});
+  for (bool skipping : {false, true}) {
+    r = signals({P::let("n", P::num(0)), P::let("m", P::num(0)), P::let("skip", skip), P::let("leave", leave),
+                 loop({P::assign("n", binary("0", P::var("n"), P::num(1))), P::call(skipping ? "skip" : "leave"),
+                       P::assign("m", binary("0", P::var("m"), P::var("n")))}),
+                 P::ret(skipping ? P::var("m") : P::num(-1))});
+    ASSERT_EQ(signals.error.code, 0) << signals.error.localizedDescription;
+    // 1 + 3 + 4 + 5, the turn of 2 skipped; or 1 + 2 + 3, returned at 4.
+    EXPECT_EQ(r.stringValue(), skipping ? "13" : "6");
+  }
   Sandbox unbound;
   unbound({loop({P::assign("m", binary("0", P::var("m"), P::num(1)))})});
   EXPECT_EQ(unbound.error.code, kAPMPErrorCodeWrongArgumentKind);
@@ -846,6 +860,23 @@ TEST(APMPRuntimeTest, LeafFunctionsAndLoopsRunAsTheGeneralPathRunsThem) {
                                     P::assign("i", add(mul(P::var("i"), P::var("one")), P::num(1)))})}),
             P::ret(a({P::var("s"), P::var("log")}))};
       },
+      // A loop that calls a function, which changes a name the loop reads and, half-way, turns
+      // one the loop writes into text.
+      // let total = 0; let n = 0;
+      // let addTo = function (x) { total = total + x; if (total > 3) { n = "n"; } };
+      // for (let i = 0; i < 5; i = i * one + 1) { addTo(i); n = n + total; }  return [total, n];
+      [&](bool twin) {
+        V addTo = P::function("", {"x"}, {P::assign("total", add(P::var("total"), P::var("x"))),
+                                          P::call("22", {binary("23", P::num(3), P::var("total")),
+                                                         P::list({P::assign("n", P::str("n"))})})});
+        return std::vector<V>{
+            P::let("total", P::num(0)), P::let("n", P::num(0)), P::let("addTo", addTo),
+            P::let("one", twin ? P::str("1") : P::num(1)),
+            P::call("63", {P::let("i", P::num(0)), binary("23", P::var("i"), P::num(5)),
+                           P::assign("i", add(mul(P::var("i"), P::var("one")), P::num(1))),
+                           P::list({P::call("addTo", {P::var("i")}), P::assign("n", add(P::var("n"), P::var("total")))})}),
+            P::ret(a({P::var("total"), P::var("n")}))};
+      },
       // A loop that writes a constant.
       [&](bool twin) {
         return std::vector<V>{P::call("52", {P::str("k"), P::num(0)}), P::let("one", twin ? P::str("1") : P::num(1)),
@@ -876,9 +907,9 @@ TEST(APMPRuntimeTest, LeafFunctionsAndLoopsRunAsTheGeneralPathRunsThem) {
   };
   const std::vector<std::string> expected = {"2,NaN,0,5,6,8,1,4,1anull2.534,false,false,true,true,true,true",
                                              "1,3,33,334,4,NaN,20,100,NaN", "undefined", "undefined", "5,4,3",
-                                             ",5111,xxxxxxxxxxxx,4", "7,1a,7a,7a,", "undefined"};
+                                             ",5111,xxxxxxxxxxxx,4", "7,1a,7a,7a,", "10,n10", "undefined"};
   const std::vector<std::string> failures = {"", "", "Assignment to constant variable k", "nowhere is not defined",
-                                             "", "", "", "Assignment to constant variable k"};
+                                             "", "", "", "", "Assignment to constant variable k"};
   for (std::size_t c = 0; c < cases.size(); ++c) {
     Outcome leaf = outcome(cases[c](false), APMPEvaluator::kInstructionBudget, 0);
     Outcome twin = outcome(cases[c](true), APMPEvaluator::kInstructionBudget, 0);
