@@ -2092,10 +2092,6 @@ class APMPEvaluator::LeafLearner {
         if (e) namesIn(*e);
         continue;
       }
-      if (!nested && isCall(element)) {
-        general_ = true;
-        continue;
-      }
       const APMPStatementValue* i = nested ? nullptr : ev_.compiledAs(element, kIf, kIf);
       const auto* args = i ? &i->arguments() : nullptr;
       if (!args || args->size() != 2 || !(*args)[1].isArray() || (*args)[1].asArray()->declaresNames() ||
@@ -2129,15 +2125,9 @@ class APMPEvaluator::LeafLearner {
         // Counted by itself; at most one for the assignment and its value's size.
         op.kind = APMPLeafForm::Operation::kGeneral;
         const APMPStatementValue* e = value.isStatement() ? value.asStatement() : nullptr;
-        op.count = 1 + (e ? e->expressionSize() : 0);
-        form_.count += op.count;
+        form_.count += 1 + (e ? e->expressionSize() : 0);
         deepest_ = std::max(deepest_, nesting_ + 1 + (e ? e->expressionDepth() : 0));
       }
-      form_.operations.push_back(std::move(op));
-      return true;
-    }
-    if (isCall(element)) {
-      op.kind = APMPLeafForm::Operation::kCall;
       form_.operations.push_back(std::move(op));
       return true;
     }
@@ -2186,11 +2176,6 @@ class APMPEvaluator::LeafLearner {
     *left = value(c.arguments()[0]);
     *right = *left == kNoRegister ? kNoRegister : value(c.arguments()[1]);
     return *right != kNoRegister;
-  }
-  // Whether `element` is a call of a function by name or of a method.
-  bool isCall(const V& element) {
-    const APMPStatementValue* s = ev_.compiledAs(element, 0, 255);
-    return s && (s->operation() == kCall || s->command() == 2);
   }
   // Whether `value` is a number expression as value() takes it, dynamic names aside.
   bool isNumberValue(const V& value) {
@@ -2394,14 +2379,6 @@ void APMPEvaluator::learnLoop(const APMPStatementValue& loop) {
   std::uint32_t before = form.count;
   if (!learner.statement(args[2], false) || (form.outsideObjects & form.outsideWritten)) return;
   form.updateCount = form.count - before;
-  // What the turn may count after each call (a general statement's own count at most; the
-  // calls after it are checked again when they end).
-  std::uint32_t rest = form.updateCount;
-  for (std::size_t k = form.operations.size(); k-- > 0;) {
-    APMPLeafForm::Operation& op = form.operations[k];
-    if (op.kind == APMPLeafForm::Operation::kCall) op.rest = rest;
-    rest += op.count;
-  }
   form.depth = static_cast<std::int16_t>(learner.deepest());
   seal(form);
 }
@@ -2502,19 +2479,6 @@ bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding
     }
   }
   return true;
-}
-
-// After a call, which may have changed any name: reads the names' numbers and entries again;
-// false where one no longer holds what the steps need.
-bool reloadLeaf(const APMPLeafForm& leaf, double* registers, APMPScope::Binding** outside) {
-  for (std::size_t j = 0; j < leaf.outsideCount; ++j) {
-    if ((leaf.outsideRead | leaf.outsideWritten) >> j & 1) {
-      const V& value = outside[j]->value;
-      if (!value.isNumber()) return false;
-      registers[APMPLeafForm::kOutsideRegisters + j] = value.numberPayload();
-    }
-  }
-  return !leaf.entryCount || loadEntries(leaf, registers, outside);
 }
 
 [[gnu::always_inline]] inline void storeLeaf(const APMPLeafForm& leaf, const double* registers,
@@ -2632,7 +2596,7 @@ bool loadDynamic(const APMPLeafForm::Entry* entry, const APMPLeafForm::Entry* en
 
 }  // namespace
 
-int APMPEvaluator::runLeafLoop(const APMPStatementValue& loop, APMPScope* loopScope, V* result) {
+int APMPEvaluator::runLeafLoop(const APMPStatementValue& loop, APMPScope* loopScope) {
   if (!loop.leafForm()) learnLoop(loop);
   APMPLeafForm& leaf = *loop.leafForm();
   double registers[APMPLeafForm::kRegisters];
@@ -2691,27 +2655,6 @@ int APMPEvaluator::runLeafLoop(const APMPStatementValue& loop, APMPScope* loopSc
           }
           ++op;
           break;
-        case APMPLeafForm::Operation::kCall: {
-          storeLeaf(leaf, registers, outside);
-          V r = effect(op->statement, loopScope);
-          if (failed_) return kLoopEnded;
-          // A function may give a signal as its value: a break ends the loop, a return ends
-          // it with the signal, a continue goes on with the update.
-          if (r.isControl()) {
-            APMPControlValue::Type type = r.asControl()->type();
-            if (type == APMPControlValue::Type::kContinue) return kLoopFromUpdate;
-            if (type == APMPControlValue::Type::kReturn) *result = std::move(r);
-            return kLoopEnded;
-          }
-          // The names (and the body) may have changed: the general path goes on from the next
-          // statement, with the names as the call left them, where the steps cannot.
-          if (!sameBody(leaf, loop.arguments()[3]) || !sameLists(leaf) ||
-              !reloadLeaf(leaf, registers, outside) || instructions_ + op->rest >= kInstructionBudget) {
-            return op->index + 1;
-          }
-          ++op;
-          break;
-        }
         case APMPLeafForm::Operation::kIf: {
           const APMPLeafForm::Entry* dynamic = leaf.dynamic.data();
           if (!loadDynamic(dynamic + op->dynamicBegin, dynamic + op->dynamicEnd, registers, outside)) {
@@ -2755,11 +2698,10 @@ APMPRuntimeValue APMPEvaluator::executeFor(const APMPStatementValue& statement, 
   const V& body = args[3];
   // A loop of number assignments runs on registers, as long as it fits the budget; the
   // general path takes it from the next condition, or from a statement of the current turn.
-  int resume = runLeafLoop(statement, loopScope, &result);
+  int resume = runLeafLoop(statement, loopScope);
   if (resume == kLoopEnded) {
     loopScope->release();
-    if (failed_) return {};
-    return result;
+    return {};
   }
   // A body that declares nothing runs in the loop's scope, statement by statement here.
   APMPArrayValue* plain = body.isArray() && !body.asArray()->declaresNames() ? body.asArray() : nullptr;

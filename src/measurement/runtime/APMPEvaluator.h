@@ -226,15 +226,13 @@ class APMPEvaluator {
   [[gnu::noinline]] void learnLoop(const APMPStatementValue& loop);
   // Runs the `for` statement `loop` in `loopScope` (its initialisation done) as a leaf loop
   // (see APMPLeafForm), counted and bounded as the general path counts them, while its whole
-  // turn fits in the budget. kLoopEnded when the loop ended (or failed; where a call in it
-  // gave a return signal, that is in `result`); kLoopFromCondition when the general path must
-  // run it from its next condition on (nothing at all done when its names do not hold what
-  // it needs); otherwise the index of the body statement of the current turn the general
-  // path goes on from (kLoopFromUpdate, or the body's size: the update).
+  // turn fits in the budget. kLoopEnded when the loop ended (or failed); kLoopFromCondition
+  // when the general path must run it from its next condition on (nothing at all done when
+  // its names do not hold what it needs); otherwise the index of the body statement of the
+  // current turn the general path goes on from (the body's size: the update).
   static constexpr int kLoopEnded = -1;
   static constexpr int kLoopFromCondition = -2;
-  static constexpr int kLoopFromUpdate = 1 << 30;
-  int runLeafLoop(const APMPStatementValue& loop, APMPScope* loopScope, APMPRuntimeValue* result);
+  int runLeafLoop(const APMPStatementValue& loop, APMPScope* loopScope);
   // Gives `function`, just made by `definition`, the leaf form the definition's functions
   // with the same parameter names share.
   static void shareLeafForm(const APMPStatementValue& definition, APMPFunctionValue& function);

@@ -478,12 +478,9 @@ struct APMPLeafForm {
   // taken when its condition's steps (from `begin` to `end`, after its own reads of names
   // that general statements change, from `dynamicBegin` to `dynamicEnd` in `dynamic`) give
   // true. Each counts `count` as it starts; `nested` is set inside an `if`; `index` is the
-  // body statement an operation belongs to, `statement` the statement it runs (held). A call
-  // (kCall, in the body itself) runs the general way too, with the names as the registers
-  // have them; it may change any name, so they are read again after it, and the turn goes on
-  // while what remains of it, `rest` at most, fits in the budget.
+  // body statement an operation belongs to, `statement` the statement it runs (held).
   struct Operation {
-    enum Kind : std::uint8_t { kSteps, kGeneral, kIf, kCall };
+    enum Kind : std::uint8_t { kSteps, kGeneral, kIf };
     Kind kind = kSteps;
     bool nested = false;
     std::uint8_t comparison = 0;
@@ -496,7 +493,6 @@ struct APMPLeafForm {
     std::uint16_t listEnd = 0;
     std::uint16_t index = 0;
     std::uint32_t count = 0;
-    std::uint32_t rest = 0;
     APMPRuntimeValue statement;
   };
   State state = kUnknown;
