@@ -2150,6 +2150,7 @@ class APMPEvaluator::LeafLearner {
     std::size_t at = form_.operations.size();
     form_.operations.push_back(std::move(op));
     const APMPArrayValue& list = *i.arguments()[1].asArray();
+    form_.operations[at].listVersion = list.version();
     nesting_ = 1;
     for (std::size_t k = 0; k < list.size(); ++k) {
       if (!operation(list.at(k), index, true)) return false;
@@ -2303,7 +2304,6 @@ namespace {
 
 // Makes a form learned whole a leaf.
 void seal(APMPLeafForm& form) {
-  form.bodyCount = static_cast<std::uint8_t>(form.body.size());
   form.outsideCount = static_cast<std::uint8_t>(form.outside.size());
   form.loadCount = static_cast<std::uint8_t>(form.loads.size());
   form.entryCount = static_cast<std::uint8_t>(form.entries.size());
@@ -2341,8 +2341,9 @@ void APMPEvaluator::learnLeaf(APMPFunctionValue& function) {
   const APMPArrayValue& list = *body.asArray();
   for (std::size_t k = 0; k < list.size(); ++k) {
     if (!learner.statement(list.at(k), k + 1 == list.size())) return;
-    form.body.push_back(list.at(k));
   }
+  form.body = body;
+  form.bodyVersion = list.version();
   if (form.outsideObjects & form.outsideWritten) return;
   // A call runs its loads once anyway: they go first among the steps.
   form.steps.insert(form.steps.begin(), form.loads.begin(), form.loads.end());
@@ -2373,8 +2374,9 @@ void APMPEvaluator::learnLoop(const APMPStatementValue& loop) {
                           : !learner.statement(list.at(k), false)) {
       return;
     }
-    form.body.push_back(list.at(k));
   }
+  form.body = body;
+  form.bodyVersion = list.version();
   form.updateBegin = static_cast<std::uint16_t>(form.steps.size());
   std::uint32_t before = form.count;
   if (!learner.statement(args[2], false) || (form.outsideObjects & form.outsideWritten)) return;
@@ -2406,26 +2408,18 @@ namespace {
 
 // Whether the body a leaf was learned from is still `body`: the program may change a list.
 bool sameBody(const APMPLeafForm& leaf, const V& body) {
-  const std::size_t n = leaf.bodyCount;
-  if (!body.isArray() || body.asArray()->size() != n) return false;
-  for (std::size_t k = 0; k < n; ++k) {
-    if (body.asArray()->at(k).object() != leaf.body[k].object()) return false;
-  }
-  return true;
+  return body.isArray() && body.object() == leaf.body.object() &&
+         body.asArray()->version() == leaf.bodyVersion;
 }
 
 bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding** outside);
 
 // Whether the lists of a leaf loop's `if`s still hold the statements it learned.
 bool sameLists(const APMPLeafForm& leaf) {
-  const auto& operations = leaf.operations;
-  for (std::size_t k = 0; k < operations.size(); ++k) {
-    if (operations[k].kind != APMPLeafForm::Operation::kIf) continue;
-    const V& list = operations[k].statement.asStatement()->arguments()[1];
-    std::size_t n = operations[k].listEnd - k - 1;
-    if (!list.isArray() || list.asArray()->size() != n) return false;
-    for (std::size_t i = 0; i < n; ++i) {
-      if (list.asArray()->at(i).object() != operations[k + 1 + i].statement.object()) return false;
+  for (const APMPLeafForm::Operation& op : leaf.operations) {
+    if (op.kind == APMPLeafForm::Operation::kIf &&
+        op.statement.asStatement()->arguments()[1].asArray()->version() != op.listVersion) {
+      return false;
     }
   }
   return true;

@@ -396,6 +396,7 @@ void APMPArrayValue::traverse(void (*visit)(APMPHeapObject*, void*), void* conte
 }
 
 void APMPArrayValue::clearReferences() {
+  ++version_;
   auto elements = std::move(elements_);
   elements_.clear();
   elements.clear();
@@ -410,12 +411,14 @@ bool APMPArrayValue::recharge() {
 
 bool APMPArrayValue::push(APMPRuntimeValue value) {
   if (!APMPHeap::canAllocate(sizeof(APMPRuntimeValue))) return false;
+  ++version_;
   elements_.push_back(std::move(value));
   charge(sizeof(APMPRuntimeValue));
   return true;
 }
 
 bool APMPArrayValue::resize(std::size_t size) {
+  ++version_;
   if (size > elements_.size()) {
     std::size_t more = size - elements_.size();
     if (more > (SIZE_MAX / sizeof(APMPRuntimeValue)) ||

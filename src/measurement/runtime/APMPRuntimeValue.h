@@ -379,11 +379,21 @@ class APMPArrayValue final : public APMPHeapObject {
   std::size_t size() const { return elements_.size(); }
   const APMPRuntimeValue& at(std::size_t i) const { return elements_[i]; }
   const std::vector<APMPRuntimeValue>& elements() const { return elements_; }
-  // Mutators keep the heap's byte count; `reserveFor` and `resize` fail past the bound.
+  // Mutators keep the heap's byte count; `reserveFor` and `resize` fail past the bound. Each
+  // moves version() on.
   bool push(APMPRuntimeValue value);
   bool resize(std::size_t size);
-  void set(std::size_t i, APMPRuntimeValue value) { elements_[i] = std::move(value); }
-  std::vector<APMPRuntimeValue>& mutableElements() { return elements_; }
+  void set(std::size_t i, APMPRuntimeValue value) {
+    ++version_;
+    elements_[i] = std::move(value);
+  }
+  std::vector<APMPRuntimeValue>& mutableElements() {
+    ++version_;
+    return elements_;
+  }
+  // A count that moves whenever the elements may have changed: an array whose version is
+  // what it was holds what it held.
+  std::uint64_t version() const { return version_; }
   // Charges the heap for the current size (after direct edits of mutableElements).
   bool recharge();
 
@@ -393,6 +403,7 @@ class APMPArrayValue final : public APMPHeapObject {
 
  private:
   std::vector<APMPRuntimeValue> elements_;
+  std::uint64_t version_ = 0;
   std::int8_t declaresNames_ = -1;
 };
 
@@ -493,6 +504,7 @@ struct APMPLeafForm {
     std::uint16_t listEnd = 0;
     std::uint16_t index = 0;
     std::uint32_t count = 0;
+    std::uint64_t listVersion = 0;  // an `if`'s: its list's version
     APMPRuntimeValue statement;
   };
   State state = kUnknown;
@@ -508,7 +520,6 @@ struct APMPLeafForm {
   std::uint16_t outsideDynamic = 0;  // one bit per outside name general statements touch
   bool parametersOnly = false;       // a function's that reads no outside name
   // The sizes of the lists below, kept where the calls read them.
-  std::uint8_t bodyCount = 0;
   std::uint8_t outsideCount = 0;
   std::uint8_t loadCount = 0;
   std::uint8_t entryCount = 0;
@@ -527,9 +538,11 @@ struct APMPLeafForm {
   std::uint32_t conditionCount = 0;
   std::uint16_t updateBegin = 0;
   std::uint32_t updateCount = 0;
-  // The body's statements (held), to see that it is unchanged. The references are not among
-  // the function's for the cycle collector: these statements hold no functions.
-  std::vector<APMPRuntimeValue> body;
+  // The body's statement list (held) and its version, to see that it is unchanged. The
+  // references here are not among the function's for the cycle collector: these statements
+  // hold no functions.
+  APMPRuntimeValue body;
+  std::uint64_t bodyVersion = 0;
   std::vector<Step> loads;  // kLoad steps, run once before the others
   std::vector<Step> steps;
   std::vector<Entry> entries;
