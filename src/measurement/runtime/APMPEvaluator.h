@@ -205,6 +205,8 @@ class APMPEvaluator {
   // can change the body (a leaf's statements call nothing, on either path), so
   // callPreparedLeaf may stand for callLeaf.
   bool prepareLeaf(APMPFunctionValue& function);
+  bool callPreparedLeaf(APMPFunctionValue& function, const APMPRuntimeValue* arguments,
+                        std::size_t count, APMPRuntimeValue* out);
   // For a callback prepareLeaf accepted: whether its leaf reads no parameter but the first
   // two (an element and its index) and returns a value; and whether that value is a boolean.
   bool leafTakesNumbers(const APMPFunctionValue& function) const;
@@ -215,24 +217,8 @@ class APMPEvaluator {
   // many elements it took.
   std::size_t runLeafOnNumbers(APMPFunctionValue& function, const APMPArrayValue& elements,
                                std::size_t first, std::size_t end, double* results);
-  bool callPreparedLeaf(APMPFunctionValue& function, const APMPRuntimeValue* arguments,
-                        std::size_t count, APMPRuntimeValue* out);
   // Fills the leaf form of `function` before its first call (kLeaf or kNotLeaf).
   [[gnu::noinline]] void learnLeaf(APMPFunctionValue& function);
-  // callPreparedLeaf, inline.
-  inline bool runLeaf(APMPFunctionValue& function, const APMPRuntimeValue* arguments,
-                      std::size_t count, APMPRuntimeValue* out);
-  // Learns the leaf form of the `for` statement `loop` when it first runs.
-  [[gnu::noinline]] void learnLoop(const APMPStatementValue& loop);
-  // Runs the `for` statement `loop` in `loopScope` (its initialisation done) as a leaf loop
-  // (see APMPLeafForm), counted and bounded as the general path counts them, while its whole
-  // turn fits in the budget. kLoopEnded when the loop ended (or failed); kLoopFromCondition
-  // when the general path must run it from its next condition on (nothing at all done when
-  // its names do not hold what it needs); otherwise the index of the body statement of the
-  // current turn the general path goes on from (the body's size: the update).
-  static constexpr int kLoopEnded = -1;
-  static constexpr int kLoopFromCondition = -2;
-  int runLeafLoop(const APMPStatementValue& loop, APMPScope* loopScope);
   // Gives `function`, just made by `definition`, the leaf form the definition's functions
   // with the same parameter names share.
   static void shareLeafForm(const APMPStatementValue& definition, APMPFunctionValue& function);
@@ -347,6 +333,20 @@ class APMPEvaluator {
   [[gnu::noinline]] bool budgetExceeded();
 
   class LeafLearner;
+  // callPreparedLeaf, inline.
+  inline bool runLeaf(APMPFunctionValue& function, const APMPRuntimeValue* arguments,
+                      std::size_t count, APMPRuntimeValue* out);
+  // Learns the leaf form of the `for` statement `loop` when it first runs.
+  [[gnu::noinline]] void learnLoop(const APMPStatementValue& loop);
+  // Runs the `for` statement `loop` in `loopScope` (its initialisation done) as a leaf loop
+  // (see APMPLeafForm), counted and bounded as the general path counts them, while its whole
+  // turn fits in the budget. kLoopEnded when the loop ended (or failed); kLoopFromCondition
+  // when the general path must run it from its next condition on (nothing at all done when
+  // its names do not hold what it needs); otherwise the index of the body statement of the
+  // current turn the general path goes on from (the body's size: the update).
+  static constexpr int kLoopEnded = -1;
+  static constexpr int kLoopFromCondition = -2;
+  int runLeafLoop(const APMPStatementValue& loop, APMPScope* loopScope);
 
   APMPCommandRegistrar registrar_;
   APMPNameTable names_;
