@@ -426,130 +426,8 @@ class APMPMapValue final : public APMPHeapObject {
 
 class APMPEvaluator;
 
-// A name resolved to the binding that last held it: `hops` scopes up the chain from where the
-// lookup starts, at `index` among that scope's bindings. A lookup checks that the chain still
-// leads there (no scope on the way binds the name, the binding still carries it) before it
-// takes the binding, so a slot is right from any scope; it only saves the walk.
-//
-// Before that, the slot remembers the last lookup itself: from which scope, what it found and
-// the scopes' shape (APMPScope::shape()) at the time. While no scope anywhere has gained, lost
-// or dropped a binding since, a lookup from the same scope finds the same binding.
-struct APMPSlot {
-  static constexpr std::uint32_t kUnresolved = UINT32_MAX;
-  const APMPStringValue* name = nullptr;  // the statement's (interned) name
-  std::uint64_t bit = 0;                  // name->nameBit()
-  std::uint32_t hops = kUnresolved;
-  std::uint32_t index = 0;
-  const APMPScope* from = nullptr;  // where the last lookup started (null: none remembered)
-  std::uint64_t shape = 0;          // APMPScope::shape() then
-  void* binding = nullptr;          // the APMPScope::Binding it found
-};
-
-// What the evaluator learned of a function's body before its first call, or of a `for` loop
-// when it first ran: whether it is a leaf, which runs on doubles in registers. A leaf
-// function's body is a few statements `name = value` and at the end maybe `return value`; a
-// leaf loop's condition is a comparison of values, its update and body statements
-// `name = value`. A value is a number literal, a name read, a read of a name's value under a
-// literal key, or arithmetic of those; a returned one may be a comparison. The names are
-// parameters (each given once) or names bound outside (the function, or the loop's body). The
-// functions one definition makes share the form it learned for their parameter names.
-struct APMPLeafForm {
-  enum State : std::uint8_t { kUnknown, kLeaf, kNotLeaf };
-  static constexpr std::size_t kMaxNames = 16;
-  static constexpr std::size_t kMaxStatements = 8;
-  // The registers: the parameters' from 0, the outside names' from kOutsideRegisters,
-  // literals, entries and intermediate results from kOtherRegisters on.
-  static constexpr std::uint8_t kOutsideRegisters = kMaxNames;
-  static constexpr std::uint8_t kOtherRegisters = 2 * kMaxNames;
-  static constexpr std::size_t kRegisters = 64;
-  // registers[target] = registers[left] OP registers[right] (or OP `literal`, where `right`
-  // is kLiteral), OP an arithmetic operation in the evaluator's numbering; or, where
-  // `operation` is kCopy, registers[left]; or, for kLoad, `literal`.
-  struct Step {
-    static constexpr std::uint8_t kCopy = 0;
-    static constexpr std::uint8_t kLoad = 1;
-    static constexpr std::uint8_t kLiteral = 254;
-    std::uint8_t operation = kCopy;
-    std::uint8_t target = 0;
-    std::uint8_t left = 0;
-    std::uint8_t right = 0;
-    double literal = 0;
-  };
-  // A read of outside name `name`'s value under `key` (a map's number there, or a string's
-  // length for "length"; with no key, the value itself, a number), loaded into register
-  // `target` before the steps run.
-  struct Entry {
-    std::uint8_t name = 0;
-    std::uint8_t target = 0;
-    const APMPStringValue* key = nullptr;
-  };
-  // A loop whose body also assigns what registers cannot hold (text, say) runs its body as
-  // operations, in order: steps; a statement run the general way (`statement`), whose names
-  // stay in their bindings; or an `if` whose list's operations follow it up to `listEnd`,
-  // taken when its condition's steps (from `begin` to `end`, after its own reads of names
-  // that general statements change, from `dynamicBegin` to `dynamicEnd` in `dynamic`) give
-  // true. Each counts `count` as it starts; `nested` is set inside an `if`; `index` is the
-  // body statement an operation belongs to, `statement` the statement it runs (held).
-  struct Operation {
-    enum Kind : std::uint8_t { kSteps, kGeneral, kIf };
-    Kind kind = kSteps;
-    bool nested = false;
-    std::uint8_t comparison = 0;
-    std::uint8_t left = 0;
-    std::uint8_t right = 0;
-    std::uint16_t begin = 0;
-    std::uint16_t end = 0;
-    std::uint16_t dynamicBegin = 0;
-    std::uint16_t dynamicEnd = 0;
-    std::uint16_t listEnd = 0;
-    std::uint16_t index = 0;
-    std::uint32_t count = 0;
-    std::uint64_t listVersion = 0;  // an `if`'s: its list's version
-    APMPRuntimeValue statement;
-  };
-  State state = kUnknown;
-  std::vector<std::string> parameters;  // the parameter names it is for
-  // How deep the general path would nest (below the call or the loop) and how many
-  // instructions it would count for the whole body (a loop: one turn, its condition in).
-  std::int16_t depth = 0;
-  std::uint32_t count = 0;
-  std::uint16_t parametersRead = 0;  // one bit per parameter whose value is read
-  std::uint16_t outsideRead = 0;     // one bit per outside name whose number is read
-  std::uint16_t outsideWritten = 0;  // one bit per outside name written
-  std::uint16_t outsideObjects = 0;  // one bit per outside name read under a key
-  std::uint16_t outsideDynamic = 0;  // one bit per outside name general statements touch
-  bool parametersOnly = false;       // a function's that reads no outside name
-  // The sizes of the lists below, kept where the calls read them.
-  std::uint8_t outsideCount = 0;
-  std::uint8_t loadCount = 0;
-  std::uint8_t entryCount = 0;
-  std::uint16_t stepCount = 0;
-  // What a function returns: nothing; registers[result] as a number; or the comparison
-  // `comparison` (the evaluator's operation) of registers[result] and registers[right]. A
-  // loop's condition is that comparison.
-  bool returns = false;
-  std::uint8_t comparison = 0;
-  std::uint8_t result = 0;
-  std::uint8_t right = 0;
-  // A loop's: the steps before `conditionEnd` are its condition's, which counts
-  // `conditionCount` instructions; where it has operations, the steps from `updateBegin` on
-  // are its update's, which counts `updateCount`, and `count` is the most a turn counts.
-  std::uint16_t conditionEnd = 0;
-  std::uint32_t conditionCount = 0;
-  std::uint16_t updateBegin = 0;
-  std::uint32_t updateCount = 0;
-  // The body's statement list (held) and its version, to see that it is unchanged. The
-  // references here are not among the function's for the cycle collector: these statements
-  // hold no functions.
-  APMPRuntimeValue body;
-  std::uint64_t bodyVersion = 0;
-  std::vector<Step> loads;  // kLoad steps, run once before the others
-  std::vector<Step> steps;
-  std::vector<Entry> entries;
-  std::vector<Operation> operations;
-  std::vector<Entry> dynamic;
-  std::vector<APMPSlot> outside;  // the outside names, looked up from the defining scope
-};
+// What the evaluator learned of a function's body or a loop (see APMPEvaluator.h).
+struct APMPLeafForm;
 
 // A function: a name, parameter names, a statement list and the scope it was defined in.
 // Native functions derive from it and override call.
@@ -614,6 +492,25 @@ class APMPNameTable {
 
  private:
   std::unordered_map<std::string_view, APMPRuntimeValue> names_;
+};
+
+// A name resolved to the binding that last held it: `hops` scopes up the chain from where the
+// lookup starts, at `index` among that scope's bindings. A lookup checks that the chain still
+// leads there (no scope on the way binds the name, the binding still carries it) before it
+// takes the binding, so a slot is right from any scope; it only saves the walk.
+//
+// Before that, the slot remembers the last lookup itself: from which scope, what it found and
+// the scopes' shape (APMPScope::shape()) at the time. While no scope anywhere has gained, lost
+// or dropped a binding since, a lookup from the same scope finds the same binding.
+struct APMPSlot {
+  static constexpr std::uint32_t kUnresolved = UINT32_MAX;
+  const APMPStringValue* name = nullptr;  // the statement's (interned) name
+  std::uint64_t bit = 0;                  // name->nameBit()
+  std::uint32_t hops = kUnresolved;
+  std::uint32_t index = 0;
+  const APMPScope* from = nullptr;  // where the last lookup started (null: none remembered)
+  std::uint64_t shape = 0;          // APMPScope::shape() then
+  void* binding = nullptr;          // the APMPScope::Binding it found
 };
 
 // One step of an arithmetic expression laid out flat for the evaluator, which runs the steps
