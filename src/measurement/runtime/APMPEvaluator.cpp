@@ -2412,7 +2412,37 @@ bool sameBody(const APMPLeafForm& leaf, const V& body) {
          body.asArray()->version() == leaf.bodyVersion;
 }
 
-bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding** outside);
+// Reads entries (see APMPLeafForm::Entry) into their registers: a name's number, or the number
+// under the entry's key of its map, or its string's length; false where one holds no number.
+[[gnu::always_inline]] inline bool readEntries(const APMPLeafForm::Entry* entry,
+                                               const APMPLeafForm::Entry* end, double* registers,
+                                               APMPScope::Binding** outside) {
+  for (; entry != end; ++entry) {
+    const V& value = outside[entry->name]->value;
+    if (!entry->key) {
+      if (!value.isNumber()) return false;
+      registers[entry->target] = value.numberPayload();
+    } else if (value.isString() && entry->key->equals("length")) {
+      registers[entry->target] = static_cast<double>(value.stringPayload().size());
+    } else {
+      const V* v = value.isMap() ? value.asMap()->find(entry->key->value()) : nullptr;
+      if (!v || !v->isNumber()) return false;
+      registers[entry->target] = v->numberPayload();
+    }
+  }
+  return true;
+}
+
+// Loads the parameters `leaf` reads from `arguments`; false where one is missing or no number.
+[[gnu::always_inline]] inline bool loadParameters(const APMPLeafForm& leaf, const V* arguments,
+                                                  std::size_t count, double* registers) {
+  for (std::uint32_t read = leaf.parametersRead; read; read &= read - 1) {
+    int i = __builtin_ctz(read);
+    if (static_cast<std::size_t>(i) >= count || !arguments[i].isNumber()) return false;
+    registers[i] = arguments[i].numberPayload();
+  }
+  return true;
+}
 
 // Whether the lists of a leaf loop's `if`s still hold the statements it learned.
 bool sameLists(const APMPLeafForm& leaf) {
@@ -2433,11 +2463,7 @@ bool sameLists(const APMPLeafForm& leaf) {
 [[gnu::always_inline]] inline bool loadLeaf(APMPLeafForm& leaf, const V* arguments, std::size_t count,
                                             APMPScope* scope, double* registers,
                                             APMPScope::Binding** outside) {
-  for (std::uint32_t read = leaf.parametersRead; read; read &= read - 1) {
-    int i = __builtin_ctz(read);
-    if (static_cast<std::size_t>(i) >= count || !arguments[i].isNumber()) return false;
-    registers[i] = arguments[i].numberPayload();
-  }
+  if (!loadParameters(leaf, arguments, count, registers)) return false;
   if (const std::size_t n = leaf.outsideCount) {
     if (!scope) return false;
     for (std::size_t j = 0; j < n; ++j) {
@@ -2452,26 +2478,10 @@ bool sameLists(const APMPLeafForm& leaf) {
     }
   }
   if (leaf.entryCount) [[unlikely]] {
-    if (!loadEntries(leaf, registers, outside)) return false;
+    const APMPLeafForm::Entry* entries = leaf.entries.data();
+    if (!readEntries(entries, entries + leaf.entryCount, registers, outside)) return false;
   }
   runLeafSteps(leaf.loads.data(), leaf.loads.data() + leaf.loadCount, registers);
-  return true;
-}
-
-// The entries of loadLeaf.
-bool loadEntries(const APMPLeafForm& leaf, double* registers, APMPScope::Binding** outside) {
-  for (const APMPLeafForm::Entry& entry : leaf.entries) {
-    const V& object = outside[entry.name]->value;
-    if (object.isMap()) {
-      const V* v = object.asMap()->find(entry.key->value());
-      if (!v || !v->isNumber()) return false;
-      registers[entry.target] = v->numberPayload();
-    } else if (object.isString() && entry.key->equals("length")) {
-      registers[entry.target] = static_cast<double>(object.stringPayload().size());
-    } else {
-      return false;
-    }
-  }
   return true;
 }
 
@@ -2545,11 +2555,7 @@ bool APMPEvaluator::callPreparedLeaf(APMPFunctionValue& function, const APMPRunt
   }
   if (leaf.parametersOnly) {
     // The common callback: its parameters and literals, nothing outside.
-    for (std::uint32_t read = leaf.parametersRead; read; read &= read - 1) {
-      int i = __builtin_ctz(read);
-      if (static_cast<std::size_t>(i) >= count || !arguments[i].isNumber()) return false;
-      registers[i] = arguments[i].numberPayload();
-    }
+    if (!loadParameters(leaf, arguments, count, registers)) return false;
     runLeafSteps(leaf.steps.data(), leaf.steps.data() + leaf.stepCount, registers);
   } else {
     if (!loadLeaf(leaf, arguments, count, function.scope(), registers, outside)) return false;
@@ -2565,30 +2571,6 @@ bool APMPEvaluator::callPreparedLeaf(APMPFunctionValue& function, const APMPRunt
   instructions_ += leaf.count;
   return true;
 }
-
-namespace {
-
-// Reads dynamic names for an `if` condition into their registers; false where one does not
-// hold a number (under its key, where it has one).
-bool loadDynamic(const APMPLeafForm::Entry* entry, const APMPLeafForm::Entry* end, double* registers,
-                 APMPScope::Binding** outside) {
-  for (; entry != end; ++entry) {
-    const V& value = outside[entry->name]->value;
-    if (!entry->key) {
-      if (!value.isNumber()) return false;
-      registers[entry->target] = value.numberPayload();
-    } else if (value.isString() && entry->key->equals("length")) {
-      registers[entry->target] = static_cast<double>(value.stringPayload().size());
-    } else {
-      const V* v = value.isMap() ? value.asMap()->find(entry->key->value()) : nullptr;
-      if (!v || !v->isNumber()) return false;
-      registers[entry->target] = v->numberPayload();
-    }
-  }
-  return true;
-}
-
-}  // namespace
 
 int APMPEvaluator::runLeafLoop(const APMPStatementValue& loop, APMPScope* loopScope) {
   if (!loop.leafForm()) learnLoop(loop);
@@ -2651,7 +2633,7 @@ int APMPEvaluator::runLeafLoop(const APMPStatementValue& loop, APMPScope* loopSc
           break;
         case APMPLeafForm::Operation::kIf: {
           const APMPLeafForm::Entry* dynamic = leaf.dynamic.data();
-          if (!loadDynamic(dynamic + op->dynamicBegin, dynamic + op->dynamicEnd, registers, outside)) {
+          if (!readEntries(dynamic + op->dynamicBegin, dynamic + op->dynamicEnd, registers, outside)) {
             next = op->index;
             op = last;
             break;
